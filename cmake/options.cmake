@@ -1,0 +1,19 @@
+# Compile options of everything built here. The bits of a result do not depend on the compiler's
+# freedom: no contraction of a*b+c, and char is signed everywhere.
+add_library(memblock_options INTERFACE)
+target_compile_options(memblock_options INTERFACE -Wall -Wextra -Wpedantic -ffp-contract=off)
+if(MEMBLOCK_WERROR)
+    target_compile_options(memblock_options INTERFACE -Werror)
+endif()
+if(MEMBLOCK_PCH AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(memblock_options INTERFACE -fpch-preprocess) # for the compiler cache
+endif()
+if(MEMBLOCK_SANITIZE)
+    # -fno-sanitize=null: a description may be asked of a null object, see memblock/CMakeLists.txt.
+    set(sanitize -fsanitize=${MEMBLOCK_SANITIZE} -fno-sanitize=null -fno-sanitize-recover=all)
+    target_compile_options(memblock_options INTERFACE ${sanitize} -fno-omit-frame-pointer)
+    target_link_options(memblock_options INTERFACE ${sanitize})
+endif()
+
+# What users of the headers need as well: char elements are signed, and a test of `this` stays in.
+set(MEMBLOCK_PUBLIC_OPTIONS -fsigned-char -fno-delete-null-pointer-checks)

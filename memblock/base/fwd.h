@@ -1,0 +1,19 @@
+#ifndef MEMBLOCK_BASE_FWD_H
+#define MEMBLOCK_BASE_FWD_H
+
+/// Tarnwick, the base library: what everything else stands on and that knows nothing of it.
+/// Texts, errors, numbers, encoders, allocation.
+namespace Ntarnwick {
+
+struct safestring_traits;
+class safestringlist;
+class Exception;
+class ThrowHandlerBase;
+class ThrowHandlerFunc;
+class printfer;
+class LogBase;
+class opaquestring;
+
+} // namespace Ntarnwick
+
+#endif // MEMBLOCK_BASE_FWD_H

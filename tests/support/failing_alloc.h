@@ -1,0 +1,74 @@
+#ifndef MEMBLOCK_TESTS_SUPPORT_FAILING_ALLOC_H
+#define MEMBLOCK_TESTS_SUPPORT_FAILING_ALLOC_H
+
+/// Count allocations, and make a chosen one fail.
+///
+/// The test program is linked so that each call of the allocation family from any object file but
+/// its own goes through the functions in failing_alloc.cpp first. That takes the linker's --wrap
+/// on the mangled names, as options of the test program (failing_alloc.cpp has to be in it):
+///
+///     -Wl,--wrap=_ZN9Ntarnwick9mb_mallocEm,--wrap=_ZN9Ntarnwick9mb_callocEmm
+///     -Wl,--wrap=_ZN9Ntarnwick10mb_reallocEPvm,--wrap=_ZN9Ntarnwick7mb_freeEPv
+///
+/// It works on the object library linked into the program, not through the shared library, and
+/// `&mb_free` is the wrapped function for everybody. Without the options the scopes below end the
+/// program with a message, so that no test passes for the wrong reason.
+namespace memtest {
+
+/// Number of blocks of the `mb_malloc` family that are alive now, over all threads.
+long LiveBlocks();
+
+/// Number of blocks from the global `operator new` that are alive now, over all threads.
+long LiveNews();
+
+/// Counts the allocations that the current thread makes while the scope is open. Scopes nest.
+class AllocationCount {
+public:
+    AllocationCount();
+    unsigned long Mallocs() const; ///< mb_malloc, mb_calloc, mb_realloc; failed ones too
+    unsigned long News() const;    ///< global operator new, what the library's strings use
+    unsigned long All() const { return Mallocs() + News(); }
+
+private:
+    unsigned long mallocs_, news_;
+};
+
+/// While the scope is open, the n-th call (from 1) of mb_malloc, mb_calloc or mb_realloc by the
+/// current thread gives null; the calls before and after it work.
+///
+/// A test of every call counts n up until `Failed()` says that there were fewer than n calls:
+///
+///     for (unsigned n = 1;; ++n) {
+///         FailAllocations fail(n);
+///         try { Work(); } catch (std::exception const&) {}
+///         if (!fail.Failed())
+///             break;
+///     }
+class FailAllocations {
+public:
+    explicit FailAllocations(unsigned long n);
+    ~FailAllocations();
+    FailAllocations(FailAllocations const&) = delete;
+    FailAllocations& operator=(FailAllocations const&) = delete;
+    bool Failed() const;
+
+private:
+    unsigned long outer_;
+};
+
+/// The same for the global `operator new`, whose n-th call throws std::bad_alloc.
+class FailNews {
+public:
+    explicit FailNews(unsigned long n);
+    ~FailNews();
+    FailNews(FailNews const&) = delete;
+    FailNews& operator=(FailNews const&) = delete;
+    bool Failed() const;
+
+private:
+    unsigned long outer_;
+};
+
+} // namespace memtest
+
+#endif // MEMBLOCK_TESTS_SUPPORT_FAILING_ALLOC_H

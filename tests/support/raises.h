@@ -1,0 +1,20 @@
+#ifndef MEMBLOCK_TESTS_SUPPORT_RAISES_H
+#define MEMBLOCK_TESTS_SUPPORT_RAISES_H
+
+#include <memblock/base/exception.h>
+
+#include <gtest/gtest.h>
+
+/// Expect that a statement throws an `Exception` with this code and exactly this text.
+#define EXPECT_RAISES(statement, code, text)                                                       \
+    do {                                                                                           \
+        try {                                                                                      \
+            statement;                                                                             \
+            ADD_FAILURE() << "nothing raised by: " #statement;                                     \
+        } catch (Ntarnwick::Exception const& raised_) {                                            \
+            EXPECT_EQ(raised_.Code(), static_cast<unsigned int>(code)) << raised_.what();          \
+            EXPECT_STREQ(raised_.what(), Ntarnwick::safestring(text).c_str());                     \
+        }                                                                                          \
+    } while (false)
+
+#endif // MEMBLOCK_TESTS_SUPPORT_RAISES_H
