@@ -1,0 +1,69 @@
+// What a script's look-up costs: key tables, a path, a miss that nobody reads.
+
+#include <memblock/core/keytable.h>
+#include <memblock/core/memblock.h>
+#include <memblock/vector/vector.h>
+
+#include <benchmark/benchmark.h>
+#include <map>
+
+using namespace NKelmic;
+
+namespace {
+
+constexpr KeyTable table{std::to_array<KeyName>({
+    {"length"},   {"size"},    {"factor"}, {"mean"},      {"stddev"},    {"min"},
+    {"max"},      {"minat"},   {"maxat"},  {"sum"},       {"median"},    {"type"},
+    {"elemtype"}, {"@length"}, {"@size"},  {"@mean"},     {"@min"},      {"@max"},
+    {"first"},    {"last"},    {"data"},   {"_min"},      {"_max"},      {"_mean"},
+    {"_sum"},     {"width"},   {"height"}, {"@rowcount"}, {"@rowrange"}, {"@columns"},
+})};
+safestring const keys[] = {"@Mean", "length", "elemtype", "@rowrange", "missing", "@nothing"};
+
+void FindInTable(benchmark::State& state)
+{
+    for (auto _ : state)
+        for (auto const& key : keys)
+            benchmark::DoNotOptimize(table.Find(key));
+    state.SetItemsProcessed(static_cast<long>(state.iterations() * std::size(keys)));
+}
+BENCHMARK(FindInTable);
+
+void FindInMap(benchmark::State& state)
+{
+    std::map<safestring, int> map;
+    for (auto const& row : table)
+        map.emplace(row.name, 1);
+    for (auto _ : state)
+        for (auto const& key : keys)
+            benchmark::DoNotOptimize(map.find(key));
+    state.SetItemsProcessed(static_cast<long>(state.iterations() * std::size(keys)));
+}
+BENCHMARK(FindInMap);
+
+PMemBlock Nested()
+{
+    auto const inner = Vector::CreateFrom(PMemBlock(Vector::CreateFrom(5)));
+    return Vector::CreateFrom(PMemBlock(inner));
+}
+
+void ReadAPathOfThreeSteps(benchmark::State& state)
+{
+    auto const root = Nested();
+    safestring const path = "@self.@self.@refcount";
+    for (auto _ : state)
+        benchmark::DoNotOptimize(root->GetSubItem(path, throw_always));
+}
+BENCHMARK(ReadAPathOfThreeSteps);
+
+void MissThatNobodyReads(benchmark::State& state)
+{
+    auto const root = Nested();
+    bool ok = true;
+    CheckOk check(ok);
+    safestring const path = "@nothing";
+    for (auto _ : state)
+        benchmark::DoNotOptimize(root->GetSubItem(path, check));
+}
+BENCHMARK(MissThatNobodyReads);
+} // namespace

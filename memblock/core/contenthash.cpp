@@ -1,0 +1,91 @@
+#include <memblock/core/md5.h>
+
+#include <memblock/base/raise.h>
+#include <memblock/core/dataitem.h>
+#include <memblock/vector/vector.h>
+
+#include <algorithm>
+#include <limits>
+
+namespace NKelmic {
+
+int g_debug_md5_log = 0;
+
+namespace {
+
+/// Fed for an array without elements, so that it differs from no array. Hashes are compared
+/// between installations: never change it.
+constexpr char empty_array_text[] = "4e1d0c7a93f2568bb0d6e3a1c97f2e48";
+
+void Feed(MD5Context& context, void const* data, unsigned long size)
+{
+    auto const* bytes = static_cast<unsigned char const*>(data);
+    constexpr unsigned long most = std::numeric_limits<unsigned int>::max() / 64 * 64;
+    while (size > 0) {
+        auto const part = static_cast<unsigned int>(std::min(size, most));
+        MD5Update(&context, bytes, part);
+        bytes += part;
+        size -= part;
+    }
+}
+
+void FeedWithNul(MD5Context& context, safestring const& text)
+{
+    Feed(context, text.c_str(), text.size() + 1);
+}
+
+void CheckCast(Vector const& vector, DataType type)
+{
+    if (!vector.CanBeCast(type))
+        Raise(err_kind, "Cannot cast data array into requested type: %s", vector);
+}
+
+/// needs_valid_data: let elements that wait for their initialization get it.
+void FeedElements(MD5Context& context, Vector const& vector, bool needs_valid_data)
+{
+    unsigned long const length = vector.Length();
+    if (length == 0) {
+        Feed(context, empty_array_text, sizeof empty_array_text - 1);
+        return;
+    }
+    DataType const type = vector.ElemType();
+    if (type == DataTypeBase::PMemory)
+        return; // the objects are children
+    if (type == DataTypeBase::String || type == DataTypeBase::PolyType)
+        CheckCast(vector, type);
+    if (needs_valid_data)
+        vector.Chunk().DelayedInitialize();
+    void const* const data = vector.Chunk().Data();
+    if (type == DataTypeBase::String) {
+        auto const* texts = static_cast<safestring const*>(data);
+        for (unsigned long i = 0; i < length; ++i)
+            Feed(context, texts[i].data(), texts[i].size());
+    } else if (type == DataTypeBase::PolyType) {
+        auto const* items = static_cast<DataItem const*>(data);
+        for (unsigned long i = 0; i < length; ++i)
+            FeedWithNul(context, items[i].GetDescription());
+    } else {
+        Feed(context, data, length * vector.ElemSize());
+    }
+}
+
+} // namespace
+
+int md5_visitor::Visit(safestring const& path, PMemBlock& block)
+{
+    Md5UpdateThisObject(this, path, block, &context);
+    return go_on;
+}
+
+void Md5UpdateThisObject(MemBlockVisitor* visitor, safestring const&, PMemBlock const& item,
+                         void* context)
+{
+    auto& digest = *static_cast<MD5Context*>(context);
+    FeedWithNul(digest, item.GetDescription());
+    if (Vector const* const vector = MemCast<Vector>(item))
+        FeedElements(digest, *vector, visitor->NeedsValidData());
+}
+
+void MemBlock::CheckSum(safestring const&, ThrowHandlerFunc) const {}
+
+} // namespace NKelmic

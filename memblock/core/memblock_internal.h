@@ -1,0 +1,42 @@
+#ifndef MEMBLOCK_CORE_MEMBLOCK_INTERNAL_H
+#define MEMBLOCK_CORE_MEMBLOCK_INTERNAL_H
+
+#include <memblock/core/memblock.h>
+
+namespace NKelmic {
+
+/// Keeps an object alive for the length of a call that takes and drops pointers on it.
+///
+/// Unlike with a `PMemBlock`, an object that nobody owns yet, fresh or on the stack, is not
+/// deleted at the end.
+class KeepAlive {
+public:
+    explicit KeepAlive(MemBlock const& block)
+        : block_(block), was_owned_(block.RefCount() > 0),
+          was_undeletable_((block.Flags() & MemBlock::mem_undeletable) != 0)
+    {
+        block_.Capture();
+    }
+    ~KeepAlive()
+    {
+        if (was_owned_) {
+            block_.Release();
+            return;
+        }
+        block_.RaiseFlags(MemBlock::mem_undeletable);
+        block_.Release();
+        if (!was_undeletable_)
+            block_.ClearFlags(MemBlock::mem_undeletable);
+    }
+    KeepAlive(KeepAlive const&) = delete;
+    KeepAlive& operator=(KeepAlive const&) = delete;
+
+private:
+    MemBlock const& block_;
+    bool was_owned_;
+    bool was_undeletable_;
+};
+
+} // namespace NKelmic
+
+#endif // MEMBLOCK_CORE_MEMBLOCK_INTERNAL_H

@@ -1,0 +1,210 @@
+#include <memblock/core/subitem.h>
+
+#include <memblock/core/memblockimpl.h>
+#include <memblock/core/subitem_internal.h>
+#include <memblock/serial/factory.h>
+#include <memblock/vector/vector.h>
+
+#include <vector>
+
+namespace NKelmic {
+namespace {
+
+typedef bool (*SetStep)(MemBlock& object, safestring const& key, SafeValue const& value,
+                        safestring const& full_path, ThrowHandlerFunc handler);
+
+// What hangs on an object beside its content.
+bool IsAttribute(safestring const& step)
+{
+    return step == "@sticky" || step == "@transient" || step == "@type";
+}
+
+// Elements in a shared buffer have one count for all who share it, which hides the other owners.
+void DetachObjectElements(MemBlock& object)
+{
+    auto* const vector = dynamic_cast<Vector*>(&object);
+    if (vector && Vector::IsObject(vector->ElemType()))
+        vector->Pointer();
+}
+
+void DropHashes(MemBlock& object)
+{
+    if (!object.PimplIfAny())
+        return;
+    object.SetSecondaryItem(MemBlock::key_md5, {});
+    object.SetSecondaryItem(MemBlock::key_md5_plain, {});
+}
+
+void DropCachedValues(MemBlock& object)
+{
+    if (!object.PimplIfAny())
+        return;
+    DataItem transient;
+    bool const has_transient = object.ExistsSecondaryItem(MemBlock::key_transient, transient);
+    object.ContentHasBeenChanged();
+    if (has_transient)
+        object.SetSecondaryItem(MemBlock::key_transient, transient);
+}
+
+/// The walk of a write along a path. It reaches only objects that are owned along this path:
+/// whatever is shared with others on the way is replaced by a clone first.
+class WriteWalk {
+public:
+    WriteWalk(MemBlock& root, safestring const& path, ThrowHandlerFunc handler, SetStep set_step)
+        : path_(path), handler_(handler), set_step_(set_step), collect_(true)
+    {
+        levels_.push_back({PMemBlock(&root), safestring()});
+    }
+
+    /// Go down to the object that is asked to set the last step. False after a report.
+    bool Descend()
+    {
+        safestring::size_type from = 0;
+        for (auto dot = path_.find('.'); dot != safestring::npos; dot = path_.find('.', from)) {
+            if (!StepInto(path_.substr(from, dot - from), dot + 1))
+                return false;
+            from = dot + 1;
+        }
+        key_ = path_.substr(from);
+        return true;
+    }
+
+    bool Write(SafeValue const& value)
+    {
+        if (levels_.size() > 1) {
+            if (!ParentAgrees(value) || !MakeExclusive())
+                return false;
+            Target().SetConst(false);
+        }
+        if (!set_step_(Target(), key_, value, path_, handler_))
+            return false;
+        Notify();
+        return true;
+    }
+
+private:
+    struct Level {
+        PMemBlock object;
+        safestring step; // that led here; empty for the root
+    };
+
+    MemBlock& Target() const { return *levels_.back().object; }
+
+    bool StepInto(safestring const& step, safestring::size_type rest)
+    {
+        if (!MakeExclusive())
+            return false;
+        DetachObjectElements(Target());
+        PMemBlock child;
+        {
+            DataItem const found = Target().GetSubItem(step, collect_);
+            if (found.GetType() == it_memblock) {
+                child = found.GetMemory();
+            } else if (found.IsDefined()) { // a write into a temporary vector would be lost
+                ReportNoSubKeyOfScalar(found, path_.substr(rest), handler_);
+                return false;
+            }
+        } // the item's own count must be gone before counts are tested
+        if (!child)
+            child = MakeMissing(step);
+        if (!child) {
+            Report(handler_, err_kind, "%s", collect_.Messages());
+            return false;
+        }
+        levels_.push_back({child, step});
+        return true;
+    }
+
+    PMemBlock MakeMissing(safestring const& step)
+    {
+        ReportNoSubItem(Target(), step, collect_);
+        if (!levels_.back().object.Conforms("container"))
+            return {};
+        PMemBlock const fresh = MemBlock::Factory().GetInstance("container");
+        if (!fresh || !set_step_(Target(), step, fresh, path_, collect_))
+            return {};
+        return fresh;
+    }
+
+    bool ParentAgrees(SafeValue const& value) const
+    {
+        bool const from_system_key = path_[0] == '@';
+        SafeValue arguments[] = {levels_.back().step, key_, static_cast<int>(from_system_key),
+                                 value};
+        MemBlock& parent = *levels_[levels_.size() - 2].object;
+        DataItem const answer = parent.DoVerb("chldchng", 4, arguments);
+        return answer.IsUndefined() || answer.GetInt() != 0;
+    }
+
+    // Two counts are the slot of the object above and this walk.
+    bool MakeExclusive()
+    {
+        if (levels_.size() < 2)
+            return true;
+        Level& level = levels_.back();
+        MemBlock& parent = *levels_[levels_.size() - 2].object;
+        if (level.object->RefCount() <= 2 || level.object.Pointer() == &parent ||
+            level.object.Conforms("xmlnode"))
+            return true;
+        PMemBlock const clone = level.object->Clone(true);
+        if (!set_step_(parent, level.step, clone, path_, handler_))
+            return false;
+        level.object = clone;
+        return true;
+    }
+
+    // Hashes and other derived values of all that holds the changed object are out of date. An
+    // attribute is no content: the flush of its owner would drop a transient container that was
+    // just written, so only the owner's hashes go, and further up only what is computed.
+    void Notify()
+    {
+        bool in_attribute = false;
+        safestring const* step = &key_;
+        for (auto level = levels_.rbegin(); level != levels_.rend(); ++level) {
+            if (IsAttribute(*step)) {
+                DropHashes(*level->object);
+                in_attribute = true;
+            } else if (in_attribute) {
+                DropCachedValues(*level->object);
+            } else {
+                level->object->ContentHasBeenChanged();
+            }
+            step = &level->step;
+        }
+    }
+
+    safestring const& path_;
+    ThrowHandlerFunc handler_;
+    SetStep set_step_;
+    CollectThrowMessage collect_;
+    std::vector<Level> levels_;
+    safestring key_;
+};
+} // namespace
+
+bool MemBlock::SetSubItem(safestring const& path, SafeValue const& value, ThrowHandlerFunc handler)
+{
+    HoldSelf const hold(*this);
+    WriteWalk walk(*this, path, handler,
+                   [](MemBlock& object, safestring const& key, SafeValue const& item,
+                      safestring const& full_path, ThrowHandlerFunc step_handler) {
+                       return object.DoSetSubItem(key, item, full_path, step_handler);
+                   });
+    return walk.Descend() && walk.Write(value);
+}
+
+CollectThrowMessage::CollectThrowMessage(bool create_missing) : create_missing_(create_missing) {}
+
+unsigned int CollectThrowMessage::operator()(Exception const& e)
+{
+    messages_ += e.what();
+    messages_ += "; ";
+    return 0;
+}
+
+bool CollectThrowMessage::DoVerb(verb_t verb)
+{
+    return verb == verb_create_missing && create_missing_;
+}
+
+} // namespace NKelmic

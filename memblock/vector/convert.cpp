@@ -1,0 +1,140 @@
+#include <memblock/vector/convert.h>
+
+#include <memblock/vector/convert_internal.h>
+#include <memblock/vector/vectorchunk_internal.h>
+
+#include <atomic>
+#include <typeinfo>
+
+namespace NKelmic {
+
+namespace {
+
+std::atomic<void (*)(bool)> performance_callback{nullptr};
+
+} // namespace
+
+void SetConvertElemsToTypePerformanceCallback(void (*callback)(bool))
+{
+    performance_callback.store(callback);
+}
+
+DerivedPointer<Vector> PrivateCopy(DerivedPointer<Vector>&& v)
+{
+    if (!v)
+        return nullptr;
+    if (v->RefCount() > 1)
+        return DerivedPointer<Vector>(v->Clone(true));
+    v->ContentHasBeenChanged();
+    v->SetConst(false);
+    return std::move(v);
+}
+
+Converted ConvertContents(Vector const& v, DataType type, bool keep_factor)
+{
+    DataType const source = v.ElemType();
+    bool const from_object = IsInSet<ObjectTypes>(source);
+    bool const from_number = IsInSet<NumericTypes>(source);
+    bool const to_number = IsInSet<NumericTypes>(type);
+    if (from_object && to_number)
+        return ObjectsToNumbers(v, type, keep_factor);
+    if (from_number && IsInSet<ObjectTypes>(type))
+        return NumbersToObjects(v, type);
+    if (from_number && IsInSet<FloatTypes>(type))
+        return NumbersToFloats(v, type);
+    if (IsInSet<FloatTypes>(source) && to_number)
+        return FloatsToIntegers(v, type, keep_factor);
+    if (from_number && to_number)
+        return IntegersToIntegers(v, type, keep_factor);
+    if (type == Vector::Float)
+        Raise(err_kind, "Conversion to float not supported: %s", v);
+    if (type == Vector::Double)
+        Raise(err_kind, "Conversion to double type not supported: %s", v);
+    if (source == Vector::Float)
+        Raise(err_kind, "Conversion from float not supported: %s", v);
+    if (source == Vector::Double)
+        Raise(err_kind, "Conversion from double not supported: %s", v);
+    Raise(err_kind, "Conversion not supported: %s", v);
+}
+
+/// This object with other data, without a copy of its own payload where the class allows it.
+DerivedPointer<Vector> Vector::CloneWith(TypedChunk const& chunk, double factor) const
+{
+    if (typeid(*this) == typeid(Vector)) {
+        DerivedPointer<Vector> plain(new Vector(*this, chunk, factor));
+        plain->CopyStickyAttributesFrom(*this);
+        return plain;
+    }
+    DerivedPointer<Vector> clone(Clone(true));
+    if (chunk.Type() != ElemType())
+        clone->InstallConverted(chunk, factor);
+    else
+        clone->SetTypedChunk(chunk);
+    return clone;
+}
+
+DerivedPointer<Vector> Vector::ConvertElemsToType(DataType type, bool contents,
+                                                  bool keep_factor) const
+{
+    if (type == ElemType() || type == NoType)
+        return DerivedPointer<Vector>(this);
+    if (!IsInSet<AllTypes>(type))
+        Raise(err_kind, "Conversion not supported: %s", *this);
+    if (!contents || Length() == 0)
+        return CloneWith(OpenChunk(Length(), type), factor_);
+    Converted const result = ConvertContents(*this, type, keep_factor);
+    return CloneWith(result.chunk, result.factor);
+}
+
+void Vector::SetElemType(DataType type, bool contents, bool keep_factor)
+{
+    if (type == ElemType() || type == NoType)
+        return;
+    if (!IsInSet<AllTypes>(type))
+        Raise(err_kind, "Conversion not supported: %s", *this);
+    if (!contents) {
+        ReadAs(type);
+    } else if (Length() == 0) {
+        Retype(type);
+    } else {
+        Converted const result = ConvertContents(*this, type, keep_factor);
+        InstallConverted(result.chunk, result.factor);
+    }
+}
+
+/// Derived classes that can't stay what they are with other elements change or refuse here.
+void Vector::NotifyElemType(DataType type)
+{
+    SafeValue argument(static_cast<int>(type));
+    DoVerb("notif_elmtyp_chng", 1, &argument);
+}
+
+/// The same bytes, or for objects new elements, under another type.
+void Vector::ReadAs(DataType type)
+{
+    if (IsObject(type) || IsObject(ElemType()))
+        return InstallConverted(NewChunk(Length(), type), factor_);
+    unsigned long const length = chunk_.Length() * ElemSize() / SizeOf(type);
+    if (length != chunk_.Length())
+        CheckNewLength(length);
+    std::as_const(*this).Pointer(); // a delayed initialization is for the old type
+    NotifyElemType(type);
+    SetTypedChunk(TypedChunk(length, type, chunk_.Chunk(), chunk_.GetOffset()));
+}
+
+void Vector::InstallConverted(TypedChunk const& chunk, double factor)
+{
+    NotifyElemType(chunk.Type());
+    if (factor != factor_)
+        CheckFactor(factor);
+    chunk_ = chunk;
+    factor_ = factor;
+    ResetPimpl();
+}
+
+void Vector::Retype(DataType type)
+{
+    InstallConverted(OpenChunk(Length(), type), factor_);
+}
+
+} // namespace NKelmic

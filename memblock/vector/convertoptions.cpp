@@ -1,0 +1,97 @@
+#include <memblock/vector/convert.h>
+
+#include <memblock/vector/convert_internal.h>
+
+namespace NKelmic {
+
+namespace {
+
+/// One word of a conversion: the option that it sets.
+struct ConvertWord {
+    char const* text;
+    char const* option;
+    int value;
+};
+
+/// Words without a value of their own.
+constexpr ConvertWord convert_words[] = {
+    {"char", "bpp", 8},
+    {"short", "bpp", 16},
+    {"int", "bpp", 32},
+    {"long", "bpp", 32},
+    {"signed", "sign", 1},
+    {"unsigned", "sign", 0},
+    {"pmemory", "elemtype", Vector::PMemory},
+    {"text", "elemtype", Vector::String},
+    {"dataitem", "elemtype", Vector::PolyType},
+    {"stretchdynamic", "stretchdynamic", 1},
+    {"multilayered", "multilayered", 1},
+    {"grey", "grey", 1},
+};
+
+/// Keys that bring their value.
+constexpr char const* convert_keys[] = {"bpp", "sign", "floating", "elemtype"};
+
+DataType TypeOfValue(DataItem const& value, ThrowHandlerFunc handler)
+{
+    if (value.IsString())
+        return Vector::String2Type(value.GetString(), handler);
+    return static_cast<DataType>(value.GetInt());
+}
+
+} // namespace
+
+bool Vector::AddConvertArg(safestring const& key, DataItem const& value, ConvertOptions& options,
+                           ThrowHandlerFunc handler) const
+{
+    for (ConvertWord const& word : convert_words)
+        if (SameName(word.text, key.c_str()))
+            return MemBlock::AddConvertArg(word.option, DataItem(word.value), options, handler);
+    for (char const* known : convert_keys) {
+        if (!SameName(known, key.c_str()))
+            continue;
+        if (!SameName(known, "elemtype"))
+            return MemBlock::AddConvertArg(known, value, options, handler);
+        DataType const type = TypeOfValue(value, handler);
+        return type != NoType &&
+               MemBlock::AddConvertArg(known, DataItem(static_cast<int>(type)), options, handler);
+    }
+    Report(handler, err_kind, "Unrecognized conversion option: %s", key);
+    return false;
+}
+
+DataType FindDataType(ConvertOptions const& options)
+{
+    DataItem const undefined;
+    DataItem const direct = options.GetValue("elemtype", undefined);
+    if (direct.IsDefined()) {
+        auto const type = static_cast<DataType>(direct.GetInt());
+        if (!IsInSet<AllTypes>(type))
+            Raise(err_kind, "DataType id out of range: %d", static_cast<int>(type));
+        return type;
+    }
+    DataItem const bits = options.GetValue("bpp", undefined);
+    bool const floating = options.GetFlag("floating", false);
+    bool const sign_told = options.GetValue("sign", undefined).IsDefined();
+    if (bits.IsUndefined() && !floating && !sign_told)
+        return Vector::NoType;
+    int const depth = bits.IsDefined() ? bits.GetInt() / 8 : floating ? 8 : 4;
+    // As with words alone: "char" and "int" are signed, whatever comes in bits is not.
+    DataType const type = TypeOfDepth(depth, options.GetFlag("sign", true), floating);
+    if (type == Vector::NoType)
+        Raise(err_kind, "Unsupported byte depth: %d", depth);
+    return type;
+}
+
+PMemBlock Vector::ConvertFrom(PMemBlock source, ConvertOptions const& options) const
+{
+    auto const* vector = MemCast<Vector>(source.Pointer());
+    if (!vector)
+        return nullptr;
+    DataType const type = FindDataType(options);
+    if (type == PMemory && IsInSet<NumericTypes>(vector->ElemType()))
+        Raise(err_kind, "Cowardly refusing to convert into a vector of memblocks: %s", *vector);
+    return vector->ConvertElemsToType(type, true, false);
+}
+
+} // namespace NKelmic

@@ -1,0 +1,224 @@
+#include <memblock/vector/convert.h>
+
+#include <memblock/vector/convert_internal.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+
+namespace NKelmic {
+
+namespace {
+
+struct RealRange {
+    double min, max;
+};
+
+RealRange LimitsOf(DataType type)
+{
+    return WithElemType<NumericTypes>(
+        type, "Function return std::numeric_limits not implemented for data type '%s'",
+        []<class T>(Elem<T>) {
+            return RealRange{static_cast<double>(elem_lowest<T>),
+                             static_cast<double>(elem_greatest<T>)};
+        },
+        err_request);
+}
+
+enum class Kind { open, integer, floating };
+
+/// What one word of an element type says; 0 and `open` where it says nothing.
+struct TypeWord {
+    char const* text;
+    int depth = 0;              ///< bytes
+    bool weak_depth = false;    ///< gives way to the depth of another word
+    int sign = 0;               ///< 1 signed, -1 unsigned
+    bool bare_unsigned = false; ///< unsigned unless a word says otherwise
+    Kind kind = Kind::open;
+};
+
+constexpr TypeWord type_words[] = {
+    {.text = "signed", .sign = 1},
+    {.text = "unsigned", .sign = -1},
+    {.text = "int", .depth = 4, .weak_depth = true, .kind = Kind::integer},
+    {.text = "integer", .depth = 4, .weak_depth = true, .kind = Kind::integer},
+    {.text = "decimal", .depth = 8, .weak_depth = true, .kind = Kind::floating},
+    {.text = "byte", .depth = 1, .bare_unsigned = true},
+    {.text = "char", .depth = 1},
+    {.text = "short", .depth = 2},
+    {.text = "long", .depth = 4, .weak_depth = true},
+    {.text = "float", .depth = 4, .kind = Kind::floating},
+    {.text = "double", .depth = 8, .kind = Kind::floating},
+    {.text = "int64", .depth = 8, .kind = Kind::integer},
+    {.text = "uint64", .depth = 8, .sign = -1, .kind = Kind::integer},
+    {.text = "8bpp", .depth = 1, .bare_unsigned = true},
+    {.text = "16bpp", .depth = 2, .bare_unsigned = true},
+    {.text = "24bpp", .depth = 3, .bare_unsigned = true},
+    {.text = "32bpp", .depth = 4, .bare_unsigned = true},
+    {.text = "64bpp", .depth = 8, .bare_unsigned = true},
+    {.text = "triple", .depth = 3, .bare_unsigned = true},
+};
+
+TypeWord const* FindTypeWord(safestring const& text)
+{
+    auto const found =
+        std::find_if(std::begin(type_words), std::end(type_words),
+                     [&](TypeWord const& word) { return SameName(word.text, text.c_str()); });
+    return found == std::end(type_words) ? nullptr : found;
+}
+
+/// A type by its own name: the enumerator, or the one text that differs from it.
+DataType FindTypeName(safestring const& text)
+{
+    if (SameName(text.c_str(), "memblock"))
+        return Vector::PMemory;
+#define MEMBLOCK_NAME(NAME, ID, T, TEXT)                                                           \
+    if (SameName(text.c_str(), #NAME))                                                             \
+        return Vector::NAME;
+    MEMBLOCK_ELEM_TYPES(MEMBLOCK_NAME)
+#undef MEMBLOCK_NAME
+    return Vector::NoType;
+}
+
+/// What all words together say; false if two of them can't both hold.
+bool Combine(TypeWord& sum, TypeWord const& word)
+{
+    if (word.sign != 0 && sum.sign != 0 && word.sign != sum.sign)
+        return false;
+    if (word.kind != Kind::open && sum.kind != Kind::open && word.kind != sum.kind)
+        return false;
+    bool const both_strong = word.depth && sum.depth && !word.weak_depth && !sum.weak_depth;
+    if (both_strong && word.depth != sum.depth)
+        return false;
+    sum.sign = sum.sign != 0 ? sum.sign : word.sign;
+    sum.kind = sum.kind != Kind::open ? sum.kind : word.kind;
+    sum.bare_unsigned = sum.bare_unsigned || word.bare_unsigned;
+    bool const take_depth = word.depth && (!sum.depth || (sum.weak_depth && !word.weak_depth));
+    if (take_depth) {
+        sum.depth = word.depth;
+        sum.weak_depth = word.weak_depth;
+    }
+    return true;
+}
+
+/// The type that the words name; `NoType` for a combination that does not exist.
+DataType Resolve(TypeWord const& sum)
+{
+    bool const floating = sum.kind == Kind::floating;
+    if (floating && sum.sign != 0)
+        return Vector::NoType;
+    if (sum.depth == 3 && (floating || sum.sign > 0))
+        return Vector::NoType;
+    bool const is_signed = sum.sign != 0 ? sum.sign > 0 : !sum.bare_unsigned;
+    return TypeOfDepth(sum.depth ? sum.depth : 4, is_signed, floating);
+}
+
+bool IsId(safestring const& text)
+{
+    return !text.empty() &&
+           std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+DataType TypeOfId(safestring const& text, ThrowHandlerFunc handler)
+{
+    unsigned long const id = std::strtoul(text.c_str(), nullptr, 10);
+    if (id > Vector::UnsignedInt64) {
+        Report(handler, err_kind, "Type value out of range: %u.", id);
+        return Vector::NoType;
+    }
+    auto const type = static_cast<DataType>(id);
+    if (!IsInSet<AllTypes>(type)) {
+        Report(handler, err_kind, "Type not supported: \"%s\".", text);
+        return Vector::NoType;
+    }
+    return type;
+}
+
+} // namespace
+
+DataType TypeOfDepth(int bytes, bool is_signed, bool floating)
+{
+    switch (bytes) {
+    case 1:
+        return floating ? Vector::NoType : is_signed ? Vector::Char : Vector::Byte;
+    case 2:
+        return floating ? Vector::NoType : is_signed ? Vector::Short : Vector::UnsignedShort;
+    case 3:
+        return floating ? Vector::NoType : Vector::Triple;
+    case 4:
+        return floating ? Vector::Float : is_signed ? Vector::Int : Vector::UnsignedInt;
+    case 8:
+        return floating ? Vector::Double : is_signed ? Vector::Int64 : Vector::UnsignedInt64;
+    default:
+        return Vector::NoType;
+    }
+}
+
+/// Settled: the bound of Char lies at -128 and that of Short above -32768, neither included.
+/// Each test is one that NaN fails.
+DataType Vector::MinMax2Type(double min, double max)
+{
+    if (max < 255.5 && min >= 0)
+        return Byte;
+    if (max < 127.5 && min > -128)
+        return Char;
+    if (max < 65535.5 && min >= 0)
+        return UnsignedShort;
+    if (max < 32767.5 && min > -32767.5)
+        return Short;
+    if (min >= 0 && max <= 4294967295.0)
+        return UnsignedInt;
+    if (min >= -2147483648.0 && max <= 2147483647.0)
+        return Int;
+    return Double;
+}
+
+DataType ChooseCoverType(DataType a, DataType b)
+{
+    if (a == b)
+        return a;
+    if (IsInSet<ObjectTypes>(b))
+        return b;
+    if (a == Vector::String)
+        return a;
+    if (IsInSet<FloatTypes>(a))
+        return b == Vector::Double ? b : a;
+    if (IsInSet<FloatTypes>(b))
+        return b;
+    if (IsInSet<UnsignedTypes>(a) == IsInSet<UnsignedTypes>(b))
+        return Vector::SizeOf(a) > Vector::SizeOf(b) ? a : b;
+    RealRange const of_a = LimitsOf(a);
+    RealRange const of_b = LimitsOf(b);
+    return Vector::MinMax2Type(std::min(of_a.min, of_b.min), std::max(of_a.max, of_b.max));
+}
+
+DataType Vector::String2Type(safestring const& text, ThrowHandlerFunc handler)
+{
+    safestringlist const words = SplitString(text, ",; \t", true);
+    if (words.empty()) {
+        Report(handler, err_kind, "Elemtype spec missing.");
+        return NoType;
+    }
+    if (words.size() == 1 && IsId(words[0]))
+        return TypeOfId(words[0], handler);
+    TypeWord sum{.text = ""};
+    DataType named = NoType;
+    bool possible = true;
+    for (unsigned long i = 0; i < words.size(); ++i) {
+        safestring const spec = words[i];
+        if (TypeWord const* word = FindTypeWord(spec)) {
+            possible = possible && Combine(sum, *word);
+        } else if ((named = FindTypeName(spec)) != NoType) {
+            possible = possible && words.size() == 1;
+        } else {
+            Report(handler, err_kind, "Unrecognized elemtype spec: \"%s\".", spec);
+            return NoType;
+        }
+    }
+    DataType const type = !possible ? NoType : named != NoType ? named : Resolve(sum);
+    if (type == NoType)
+        Report(handler, err_kind, "Type not supported: \"%s\".", text);
+    return type;
+}
+
+} // namespace NKelmic

@@ -1,0 +1,234 @@
+#ifndef MEMBLOCK_VECTOR_SUMMARY_KERNELS_H
+#define MEMBLOCK_VECTOR_SUMMARY_KERNELS_H
+
+#include <memblock/base/multiversion.h>
+#include <memblock/core/datatype.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstring>
+#include <limits>
+#include <type_traits>
+
+/// One-pass loops behind the summary values. `triple` is computed as unsigned int.
+namespace NKelmic::summary {
+
+template <class T>
+using Number = std::conditional_t<std::is_same_v<T, triple>, unsigned int, T>;
+
+/// The start of a search for the least (the greatest): beyond every number of the type.
+template <class V>
+constexpr V above_all = std::is_floating_point_v<V> ? std::numeric_limits<V>::infinity()
+                                                    : std::numeric_limits<V>::max();
+template <class V>
+constexpr V below_all = std::is_floating_point_v<V> ? -std::numeric_limits<V>::infinity()
+                                                    : std::numeric_limits<V>::lowest();
+
+template <class T>
+bool IsFinite(T v)
+{
+    if constexpr (std::is_floating_point_v<T>)
+        return std::fabs(v) <= std::numeric_limits<T>::max();
+    else
+        return true;
+}
+
+// ---- extremes ------------------------------------------------------------------------------
+
+template <class V>
+struct Extremes {
+    V min = above_all<V>;
+    V max = below_all<V>;
+};
+
+/// Floating extremes run in this many lanes: the compiler may not part such a search by itself.
+template <class T>
+constexpr std::size_t lanes = std::is_floating_point_v<T> ? 256 / sizeof(T) : 1;
+
+/// Extremes of one block. NaN falls out of both comparisons. With `finite_only` infinities do too.
+template <bool finite_only, class T>
+MEMBLOCK_MULTIVERSION Extremes<Number<T>> BlockExtremes(T const* __restrict x, std::size_t n)
+{
+    using V = Number<T>;
+    V low[lanes<T>];
+    V high[lanes<T>];
+    std::fill_n(low, lanes<T>, above_all<V>);
+    std::fill_n(high, lanes<T>, below_all<V>);
+    auto const take = [](V v, V& least, V& most) {
+        bool const counts = !finite_only || IsFinite(v);
+        least = counts && v < least ? v : least;
+        most = counts && v > most ? v : most;
+    };
+    std::size_t i = 0;
+    if constexpr (lanes < T >> 1)
+        for (; i + lanes<T> <= n; i += lanes<T>)
+            for (std::size_t lane = 0; lane < lanes<T>; ++lane)
+                take(x[i + lane], low[lane], high[lane]);
+    V least = low[0];
+    V most = high[0];
+    for (; i < n; ++i)
+        take(x[i], least, most);
+    for (std::size_t lane = 1; lane < lanes<T>; ++lane) {
+        least = low[lane] < least ? low[lane] : least;
+        most = high[lane] > most ? high[lane] : most;
+    }
+    return {least, most};
+}
+
+/// Elements looked at together: small enough to stay in the nearest cache for the second look.
+template <class T>
+constexpr std::size_t block = 16384 / sizeof(T);
+
+/// The index of the first element equal to `value`, searched from `from`; n if there is none.
+template <class T>
+std::size_t FirstAt(T const* x, std::size_t from, std::size_t n, Number<T> value)
+{
+    if constexpr (sizeof(T) == 1) {
+        auto const* hit = static_cast<T const*>(
+            std::memchr(x + from, static_cast<unsigned char>(value), n - from));
+        return hit ? static_cast<std::size_t>(hit - x) : n;
+    } else {
+        return static_cast<std::size_t>(
+            std::find_if(x + from, x + n, [value](Number<T> v) { return v == value; }) - x);
+    }
+}
+
+/// Extremes of an array, with the start of the block in which each was met first.
+template <class V>
+struct PlacedExtremes : Extremes<V> {
+    std::size_t min_block = 0;
+    std::size_t max_block = 0;
+};
+
+template <class T>
+PlacedExtremes<Number<T>> FindExtremes(T const* x, std::size_t n)
+{
+    PlacedExtremes<Number<T>> found;
+    for (std::size_t start = 0; start < n; start += block<T>) {
+        auto const here = BlockExtremes<false>(x + start, std::min(block<T>, n - start));
+        if (here.min < found.min) {
+            found.min = here.min;
+            found.min_block = start;
+        }
+        if (here.max > found.max) {
+            found.max = here.max;
+            found.max_block = start;
+        }
+    }
+    return found;
+}
+
+// ---- sums ----------------------------------------------------------------------------------
+
+/// Up to this length sums run in element order; beyond, in a fixed number of lanes, so that every
+/// machine gives the same bits.
+constexpr std::size_t ordered = 64;
+constexpr std::size_t sum_lanes = 16;
+
+/// What a floating pass gives: sums over the finite elements, and what was left out.
+struct Sums {
+    double first = 0;  // of v, or of v - centre
+    double second = 0; // of squares of the same
+    std::size_t count = 0;
+    std::size_t infinities = 0;
+    std::size_t nans = 0;
+};
+
+/// Sum v - centre, and its squares where asked for, over the finite elements.
+template <bool squares, class T>
+MEMBLOCK_MULTIVERSION Sums SumAbout(T const* __restrict x, std::size_t n, double centre)
+{
+    double first[sum_lanes] = {};
+    double second[sum_lanes] = {};
+    std::size_t finite = 0;
+    std::size_t nans = 0;
+    auto const take = [&](T element, double& a, double& b) {
+        Number<T> const v = element;
+        bool const counts = IsFinite(v);
+        double const d = counts ? static_cast<double>(v) - centre : 0.0;
+        a += d;
+        if constexpr (squares)
+            b += d * d;
+        if constexpr (std::is_floating_point_v<T>) {
+            finite += counts;
+            nans += v != v;
+        }
+    };
+    std::size_t i = 0;
+    if (n > ordered)
+        for (; i + sum_lanes <= n; i += sum_lanes)
+            for (std::size_t lane = 0; lane < sum_lanes; ++lane)
+                take(x[i + lane], first[lane], second[lane]);
+    for (; i < n; ++i)
+        take(x[i], first[0], second[0]);
+    Sums sums;
+    for (std::size_t lane = 0; lane < sum_lanes; ++lane) {
+        sums.first += first[lane];
+        sums.second += second[lane];
+    }
+    sums.count = std::is_floating_point_v<T> ? finite : n;
+    sums.nans = nans;
+    sums.infinities = n - sums.count - nans;
+    return sums;
+}
+
+/// Exact sums of integers of at most two bytes and of their squares.
+struct ExactSums {
+    long long first = 0;
+    unsigned long long second = 0;
+};
+
+template <class T>
+MEMBLOCK_MULTIVERSION ExactSums SumExactly(T const* __restrict x, std::size_t n)
+{
+    static_assert(std::is_integral_v<T> && sizeof(T) <= 2);
+    constexpr std::size_t run = sizeof(T) == 1 ? 32768 : 8192; // nothing overflows 32 (64) bits
+    using Squares = std::conditional_t<sizeof(T) == 1, unsigned int, unsigned long long>;
+    ExactSums sums;
+    for (std::size_t start = 0; start < n; start += run) {
+        std::size_t const end = std::min(n, start + run);
+        int first = 0;
+        Squares second = 0;
+        for (std::size_t i = start; i < end; ++i) {
+            int const v = x[i];
+            first += v;
+            second += static_cast<unsigned int>(v) * static_cast<unsigned int>(v);
+        }
+        sums.first += first;
+        sums.second += second;
+    }
+    return sums;
+}
+
+/// Whether sums of squares of a long array stay exact.
+template <class T>
+constexpr bool is_small_integer = std::is_integral_v<T> && sizeof(T) <= 2;
+
+__extension__ typedef __int128 int128;
+
+/// Sample variance of n > 1 integers of at most two bytes: exact but for the rounding of the
+/// numerator and of the quotient.
+template <class T>
+double ExactVariance(T const* x, std::size_t n)
+{
+    ExactSums const sums = SumExactly(x, n);
+    auto const first = static_cast<int128>(sums.first);
+    int128 const numerator = static_cast<int128>(sums.second) * static_cast<int128>(n);
+    auto const count = static_cast<double>(n);
+    return static_cast<double>(numerator - first * first) / (count * (count - 1));
+}
+
+/// Exact sum of integers of three or four bytes, of an array whose sum fits 64 bits.
+template <class T>
+MEMBLOCK_MULTIVERSION long long SumWide(T const* __restrict x, std::size_t n)
+{
+    long long sum = 0;
+    for (std::size_t i = 0; i < n; ++i)
+        sum += static_cast<Number<T>>(x[i]);
+    return sum;
+}
+
+} // namespace NKelmic::summary
+
+#endif // MEMBLOCK_VECTOR_SUMMARY_KERNELS_H

@@ -1,0 +1,76 @@
+#include <memblock/core/memblockimpl.h>
+
+#include <memblock/vector/summary.h>
+#include <memblock/vector/vector.h>
+
+#include <algorithm>
+#include <limits>
+
+namespace NKelmic {
+
+MemBlockImpl* Vector::DoPimpl() const
+{
+    return WithElemTypeOr<NumericTypes>(
+        ElemType(), [&] { return new MemBlockImpl(this); },
+        [&]<class T>(NKelmic::Elem<T>) -> MemBlockImpl* { return new VectorImpl<T>(this); });
+}
+
+template <class T>
+VectorImpl<T>::VectorImpl(Vector const* owner) : MemBlockImpl(owner)
+{
+}
+
+template <class T>
+VectorImpl<T>::~VectorImpl()
+{
+}
+
+template <class T>
+DataItem VectorImpl<T>::CalculateSecondaryItemNonVirtual(int key, bool& handled,
+                                                         ThrowHandlerFunc handler) const
+{
+    auto const& vector = dynamic_cast<Vector const&>(*owner_);
+    T const* const data = vector.TypedPointer<T>();
+    unsigned int const length = vector.Length();
+    // Further keys that come out of the same pass go into the cache.
+    auto* const cache = const_cast<VectorImpl*>(this);
+    handled = true;
+    if constexpr (std::is_same_v<T, triple>) {
+        // Settled: the summary of a colour image is that of its bytes, all channels together.
+        if (vector.Conforms("image")) {
+            constexpr unsigned long limit = std::numeric_limits<unsigned int>::max();
+            unsigned long const bytes = 3ul * length;
+            if (bytes > limit && key >= key_max && key <= key_finitemax && key != key_width) {
+                Report(handler, err_state, "Too many pixels for summary values: %s", vector);
+                return {};
+            }
+            // No other key looks at the pixels.
+            return CSINV(reinterpret_cast<unsigned char const*>(data),
+                         static_cast<unsigned int>(std::min(bytes, limit)), key, cache, handled,
+                         handler);
+        }
+    }
+    return CSINV(data, length, key, cache, handled, handler);
+}
+
+template <class T>
+DataItem VectorImpl<T>::CalculateSecondaryItem(int key, ThrowHandlerFunc handler) const
+{
+    bool handled = true;
+    DataItem item = CalculateSecondaryItemNonVirtual(key, handled, handler);
+    return handled ? item : MemBlockImpl::CalculateSecondaryItem(key, handler);
+}
+
+template class VectorImpl<int>;
+template class VectorImpl<unsigned int>;
+template class VectorImpl<short>;
+template class VectorImpl<unsigned short>;
+template class VectorImpl<char>;
+template class VectorImpl<unsigned char>;
+template class VectorImpl<float>;
+template class VectorImpl<double>;
+template class VectorImpl<triple>;
+template class VectorImpl<long long>;
+template class VectorImpl<unsigned long long>;
+
+} // namespace NKelmic

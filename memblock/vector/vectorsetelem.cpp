@@ -1,0 +1,245 @@
+#include <memblock/vector/vector.h>
+
+#include <memblock/base/number.h>
+#include <memblock/vector/elemnumber_internal.h>
+
+#include <cmath>
+#include <limits>
+
+namespace NKelmic {
+
+namespace {
+
+using ElementTypes = TypeUnion<NumericTypes, ObjectTypes>;
+
+/// Store a number; false, and nothing stored, if `T` can't hold it.
+template <class T, class V>
+bool StoreRaw(T* place, V raw)
+{
+    if constexpr (FloatTypes::has<T>) {
+        if constexpr (std::is_same_v<V, double> && std::is_same_v<T, float>)
+            if (std::isfinite(raw) && std::fabs(raw) > std::numeric_limits<float>::max())
+                return false;
+        *place = static_cast<T>(raw);
+        return true;
+    } else {
+        bool fits = false;
+        if constexpr (std::is_same_v<V, double>)
+            fits = FitsElem<T>(raw);
+        else
+            fits = InRange<T>(raw);
+        if (fits)
+            *place = ToElem<T>(raw);
+        return fits;
+    }
+}
+
+/// A number as an element that is an object.
+template <class T, class V>
+T AsObject(V value)
+{
+    if constexpr (std::is_same_v<T, DataItem>)
+        return DataItem(value);
+    else if constexpr (std::is_same_v<T, PMemBlock>)
+        return memblock_tmpl(value);
+    else if constexpr (std::is_same_v<V, double>)
+        return str(value, 6);
+    else
+        return str(value);
+}
+
+/// Store `raw` into a number element, `value` into an object element; false if it does not fit.
+/// The test comes first: a refused value leaves a shared buffer shared.
+template <class V>
+bool StoreNumber(Vector& v, unsigned int i, V raw, V value)
+{
+    return WithElemTypeOr<ElementTypes>(
+        v.ElemType(), [] { return false; },
+        [&]<class T>(Elem<T>) {
+            T stored{};
+            if constexpr (ObjectTypes::has<T>)
+                stored = AsObject<T>(value);
+            else if (!StoreRaw(&stored, raw))
+                return false;
+            v.TypedPointer<T>()[i] = std::move(stored);
+            return true;
+        });
+}
+
+/// The stored form of a 64-bit number.
+template <class T, class V>
+T FromInt64(V value, char const* refusal, char const* triple_refusal, char const* uint64_refusal)
+{
+    if constexpr (ObjectTypes::has<T>) {
+        return AsObject<T>(value);
+    } else {
+        T stored{};
+        if (StoreRaw(&stored, value))
+            return stored;
+        if constexpr (std::is_same_v<T, triple>)
+            Raise(err_kind, triple_refusal, value);
+        else if constexpr (std::is_same_v<T, unsigned long long>)
+            Raise(err_kind, uint64_refusal, value);
+        else
+            Raise(err_kind, refusal, value, TypeToString(type_of<T>::value));
+    }
+}
+
+} // namespace
+
+void Vector::CheckSetIndex(unsigned int i) const
+{
+    if (i >= Length())
+        Raise(err_kind, "Vector::SetElem() called with invalid index: %d (must be <%d)",
+              static_cast<int>(i), Length());
+}
+
+void Vector::SetElem(unsigned int i, double value)
+{
+    CheckSetIndex(i);
+    double const raw = factor_ == 1.0 ? value : value / factor_;
+    // A small factor may take a finite value beyond double: no infinity comes out of that.
+    bool const beyond = ElemType() == Float && std::isinf(raw) && std::isfinite(value);
+    if (beyond || !StoreNumber(*this, i, raw, value))
+        Raise(err_kind, "Vector::SetElem(): Value (%s) out of range for data item: %s",
+              str(value, 6), *this);
+    Changed();
+}
+
+void Vector::SetElem(unsigned int i, int value)
+{
+    CheckSetIndex(i);
+    if (!StoreNumber(*this, i, value, value))
+        Raise(err_kind, "Vector::SetElem(): Value (%d) out of range for data item: %s", value,
+              *this);
+    Changed();
+}
+
+void Vector::SetElem(unsigned int i, unsigned int value)
+{
+    CheckSetIndex(i);
+    if (!StoreNumber(*this, i, value, value))
+        Raise(err_kind, "Vector::SetElem(): Value (%u) out of range for data item: %s", value,
+              *this);
+    Changed();
+}
+
+template <class T>
+void SetElemInt64(Vector& v, unsigned int i, long long value)
+{
+    T stored = FromInt64<T>(value, "Vector::SetElem(): Value (%d) out of range for data type: %s",
+                            "Vector::SetElem(): Value (%d) out of range for data type: triple",
+                            "Vector::SetElem(): Value (%d) out of range for data type: uint64");
+    v.TypedPointer<T>()[i] = std::move(stored);
+}
+
+template <class T>
+void SetElemUInt64(Vector& v, unsigned int i, unsigned long long value)
+{
+    T stored = FromInt64<T>(value, "Vector::SetElem(): Value (%u) out of range for data type: %s",
+                            "Vector::SetElem(): Value (%u) out of range for data type: triple",
+                            nullptr); // uint64 holds them all
+    v.TypedPointer<T>()[i] = std::move(stored);
+}
+
+void Vector::SetElem(unsigned int i, long long value)
+{
+    CheckSetIndex(i);
+    WithElemType<ElementTypes>(
+        ElemType(), "Function SetElemInt64 not implemented for data type '%s'",
+        [&]<class T>(NKelmic::Elem<T>) { SetElemInt64<T>(*this, i, value); });
+    Changed();
+}
+
+void Vector::SetElem(unsigned int i, unsigned long long value)
+{
+    CheckSetIndex(i);
+    WithElemType<ElementTypes>(
+        ElemType(), "Function SetElemUInt64 not implemented for data type '%s'",
+        [&]<class T>(NKelmic::Elem<T>) { SetElemUInt64<T>(*this, i, value); });
+    Changed();
+}
+
+void Vector::SetElem(unsigned int i, safestring const& text)
+{
+    CheckSetIndex(i);
+    if (ElemType() == String) {
+        *StringPointer(i) = text;
+    } else if (ElemType() == PolyType) {
+        *PolyTypePointer(i) = DataItem(text);
+    } else if (ElemType() == PMemory) {
+        *PMemoryPointer(i) = CreateFrom(text);
+    } else {
+        int whole = 0;
+        double real = 0.0;
+        return StrToNumber(text, whole, real) ? SetElem(i, whole) : SetElem(i, real);
+    }
+    Changed();
+}
+
+void Vector::SetElem(unsigned int i, char const* text)
+{
+    SetElem(i, safestring(text ? text : ""));
+}
+
+void Vector::SetElem(unsigned int i, PMemBlock object)
+{
+    CheckSetIndex(i);
+    if (ElemType() == PMemory) {
+        *PMemoryPointer(i) = object;
+    } else if (ElemType() == PolyType) {
+        *PolyTypePointer(i) = DataItem(object);
+    } else {
+        DataItem const value =
+            cref(DerivedPointer<Vector>(object, StaticClass())).GetDataItemWithFactor(0);
+        if (value.GetType() == it_memblock) // a vector may hold itself: look no deeper
+            Raise(err_kind, "Cannot insert into a vector: %s", object);
+        return SetElem(i, value);
+    }
+    Changed();
+}
+
+void Vector::SetElem(unsigned int i, DataItem const& item)
+{
+    CheckSetIndex(i);
+    if (ElemType() == PolyType) {
+        *PolyTypePointer(i) = item;
+        return Changed();
+    }
+    switch (item.GetType()) {
+    case it_shortstring:
+    case it_string:
+        return SetElem(i, item.GetString());
+    case it_memblock:
+        return SetElem(i, item.GetMemory());
+    case it_int64:
+        return SetElem(i, item.GetInt64());
+    case it_double:
+        return SetElem(i, item.GetDouble());
+    case it_int:
+        return SetElem(i, item.GetInt());
+    default:
+        Raise(err_kind, "Cannot insert into a vector: %s", item.GetExpression());
+    }
+}
+
+#define MEMBLOCK_INSTANTIATE(T)                                                                    \
+    template void SetElemInt64<T>(Vector&, unsigned int, long long);                               \
+    template void SetElemUInt64<T>(Vector&, unsigned int, unsigned long long);
+MEMBLOCK_INSTANTIATE(int)
+MEMBLOCK_INSTANTIATE(unsigned int)
+MEMBLOCK_INSTANTIATE(short)
+MEMBLOCK_INSTANTIATE(unsigned short)
+MEMBLOCK_INSTANTIATE(char)
+MEMBLOCK_INSTANTIATE(unsigned char)
+MEMBLOCK_INSTANTIATE(float)
+MEMBLOCK_INSTANTIATE(double)
+MEMBLOCK_INSTANTIATE(triple)
+MEMBLOCK_INSTANTIATE(PMemBlock)
+MEMBLOCK_INSTANTIATE(safestring)
+MEMBLOCK_INSTANTIATE(DataItem)
+MEMBLOCK_INSTANTIATE(long long)
+MEMBLOCK_INSTANTIATE(unsigned long long)
+#undef MEMBLOCK_INSTANTIATE
+
+} // namespace NKelmic

@@ -1,0 +1,357 @@
+#include <memblock/core/visitor.h>
+
+#include <memblock/base/raise.h>
+#include <memblock/core/memblockimpl.h>
+
+#include "support/raises.h"
+#include "support/testblock.h"
+
+#include <boost/thread/thread.hpp>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+using namespace NKelmic;
+
+namespace {
+
+typedef std::vector<std::string> Lines;
+
+/// Notes each visit by path; answers what the test asks for.
+class PathVisitor : public MemBlockVisitor {
+public:
+    using MemBlockVisitor::Visit;
+    int Visit(safestring const& path, PMemBlock&) override
+    {
+        paths.emplace_back(path.c_str());
+        auto const answer = answers.find(path);
+        return answer != answers.end() ? answer->second : int(go_on);
+    }
+    Lines paths;
+    std::map<safestring, int> answers;
+};
+
+/// Notes each event of a traversal.
+class EventVisitor : public TraverseVisitor {
+public:
+    void VisitStart(TraverseNode const& node, DataItem&) override { Note("item", node); }
+    void VisitStart(TraverseNode const& node, MemBlock&) override { Note("block", node); }
+    void VisitEnd(TraverseNode const& node, DataItem&) override { Note("/item", node); }
+    void VisitEnd(TraverseNode const& node, MemBlock&) override { Note("/block", node); }
+    Lines events;
+
+private:
+    void Note(char const* what, TraverseNode const& node)
+    {
+        events.push_back(std::string(what) + " " + node.Path().c_str());
+    }
+};
+
+Lines Visits(PMemBlock const& block, MemBlock::entertainmode_t mode)
+{
+    PathVisitor visitor;
+    block->Entertain(visitor, "", mode);
+    return visitor.paths;
+}
+
+typedef std::map<safestring, DataItem> Items;
+
+DerivedPointer<TestBlock> Block(Items const& items = {})
+{
+    return TestBlock::Create(items);
+}
+
+DerivedPointer<TestBlock> Child(DerivedPointer<TestBlock> const& block, char const* name)
+{
+    return DerivedPointer<TestBlock>(block->items[name].MemoryRef());
+}
+
+constexpr int deep = 10'000;
+
+/// A chain of objects under the name "n"; with `held`, somebody else holds each of them.
+DerivedPointer<TestBlock> Chain(int length, std::vector<PMemBlock>* held = nullptr)
+{
+    auto chain = Block();
+    for (int i = 1; i < length; ++i) {
+        if (held)
+            held->push_back(chain);
+        chain = Block({{"n", DataItem(chain)}});
+    }
+    return chain;
+}
+
+} // namespace
+
+TEST(Entertain, ModesSelectWhatIsVisited)
+{
+    auto const block = Block({{"a", DataItem(Block({{"x", DataItem(Block())}}))},
+                              {"b", DataItem(Block())},
+                              {"c", DataItem(5)}});
+    block->SetSecondaryItem(MemBlock::key_sticky, DataItem(Block({{"s", DataItem(Block())}})));
+    block->SetSecondaryItem(MemBlock::key_transient, DataItem(Block()));
+    Lines const attributes{"@transient", "@sticky", "@sticky.s"};
+    Lines const children{"a", "a.x", "b"};
+    auto const joined = [](std::initializer_list<Lines> parts) {
+        Lines all;
+        for (auto const& part : parts)
+            all.insert(all.end(), part.begin(), part.end());
+        return all;
+    };
+    EXPECT_EQ(Visits(block, MemBlock::em_all), joined({attributes, {""}, children}));
+    EXPECT_EQ(Visits(block, MemBlock::em_no_attr), Lines{""});
+    EXPECT_EQ(Visits(block, MemBlock::em_no_self), joined({attributes, children}));
+}
+
+TEST(Entertain, AnswersSteerTheWalk)
+{
+    auto const block = Block({{"a", DataItem(Block({{"x", DataItem(Block())}}))},
+                              {"b", DataItem(Block())},
+                              {"c", DataItem(Block())}});
+    PathVisitor skipping;
+    skipping.answers["a"] = MemBlockVisitor::skip_children;
+    EXPECT_TRUE(block->Entertain(skipping, "p", MemBlock::em_all));
+    skipping.answers["p.a"] = MemBlockVisitor::skip_children;
+    skipping.paths.clear();
+    EXPECT_TRUE(block->Entertain(skipping, "p", MemBlock::em_all));
+    EXPECT_EQ(skipping.paths, (Lines{"p", "p.a", "p.b", "p.c"}));
+
+    PathVisitor stopping;
+    stopping.answers["a.x"] = MemBlockVisitor::stop;
+    EXPECT_FALSE(block->Entertain(stopping, "", MemBlock::em_all));
+    EXPECT_EQ(stopping.paths, (Lines{"", "a", "a.x"}));
+    stopping.answers[""] = MemBlockVisitor::stop;
+    stopping.paths.clear();
+    EXPECT_FALSE(block->Entertain(stopping, "", MemBlock::em_all));
+    EXPECT_EQ(stopping.paths, Lines{""});
+}
+
+TEST(Entertain, LeavesAnObjectWithoutOwnersAlive)
+{
+    int destroyed = 0;
+    auto* const block = new TestBlock;
+    block->destroyed = &destroyed;
+    PathVisitor visitor;
+    EXPECT_TRUE(block->Entertain(visitor, "", MemBlock::em_all));
+    EXPECT_EQ(destroyed, 0);
+    EXPECT_EQ(block->RefCount(), 0);
+    EXPECT_EQ(block->Flags(), 0u);
+    delete block;
+}
+
+TEST(Traverse, GivesStartAndEndOfEachNode)
+{
+    auto const block = Block({{"a", DataItem(Block())}, {"c", DataItem(5)}});
+    block->SetSecondaryItem(10500, DataItem(Block()));
+    block->SetSecondaryItem(MemBlock::key_transient, DataItem(Block()));
+    EventVisitor visitor;
+    block->Traverse(visitor, TraverseNode("top"));
+    EXPECT_EQ(
+        visitor.events,
+        (Lines{"block top", "block top.a", "/block top.a", "item top.c", "/item top.c",
+               "item top.@sticky:10500", "block top.@sticky:10500.memblock",
+               "/block top.@sticky:10500.memblock", "/item top.@sticky:10500", "/block top"}));
+}
+
+TEST(Traverse, ShowsALogicalTypeThatIsNotTheDefault)
+{
+    auto const block = Block();
+    block->DoSetLgType(4);
+    EventVisitor visitor;
+    block->Traverse(visitor, TraverseNode());
+    EXPECT_EQ(visitor.events, (Lines{"block ", "item @type", "/item @type", "/block "}));
+    EXPECT_EQ(TraverseNode(TraverseNode("a"), "[3]").Path(), "a[3]");
+}
+
+TEST(SetConst, MarksTheTreeButNoXmlNodes)
+{
+    auto const node = Block();
+    node->conforms = "xmlnode";
+    auto const child = Block();
+    auto const block = Block({{"child", DataItem(child)}, {"node", DataItem(node)}});
+    child->SetSecondaryItem(MemBlock::key_readonly, DataItem(1));
+    child->SetSecondaryItem(100, DataItem(1));
+    block->SetConst(true);
+    EXPECT_EQ(block->Flags(), unsigned(MemBlock::mem_const));
+    EXPECT_EQ(child->Flags(), unsigned(MemBlock::mem_const));
+    EXPECT_EQ(node->Flags(), 0u);
+    DataItem out;
+    EXPECT_TRUE(child->ExistsSecondaryItem(MemBlock::key_readonly, out));
+    block->SetConst(false);
+    EXPECT_EQ(block->Flags(), 0u);
+    EXPECT_EQ(child->Flags(), 0u);
+    EXPECT_FALSE(child->ExistsSecondaryItem(MemBlock::key_readonly, out));
+    EXPECT_TRUE(child->ExistsSecondaryItem(100, out));
+    EXPECT_EQ(block->PimplIfAny(), nullptr) << "no cache is made for this";
+}
+
+TEST(CalcMemUsage, CountsSharedObjectsOnceAndLongTexts)
+{
+    auto const shared = Block();
+    shared->memusage_self = DataItem(1000);
+    auto const block = Block({{"a", DataItem(shared)},
+                              {"b", DataItem(shared)},
+                              {"short", DataItem(safestring(20, 'x'))},
+                              {"long", DataItem(safestring(21, 'x'))}});
+    block->memusage_self = DataItem(5'000'000'000LL);
+    EXPECT_EQ(block->CalcMemUsage(), 5'000'001'022LL);
+    EXPECT_EQ(DataItem(block).CalcMemUsage(), 5'000'001'022LL);
+    EXPECT_EQ(block->RefCount(), 1);
+}
+
+TEST(CalcMemUsage, EndsOnCycles)
+{
+    auto const block = Block();
+    block->memusage_self = DataItem(10);
+    block->items["self"] = DataItem(block);
+    block->SetSecondaryItem(10500, DataItem(block));
+    EXPECT_EQ(block->CalcMemUsage(), 10);
+    block->SetSecondaryItem(10500, DataItem());
+    block->items.clear();
+}
+
+TEST(MakeDeepCopy, LeavesAloneWhatOnlyTheTreeHolds)
+{
+    auto const block = Block({{"a", DataItem(Block())}});
+    block->items["b"] = block->items["a"];
+    MemBlock* const child = Child(block, "a").Pointer();
+    safestring report;
+    block->MakeDeepCopy(report);
+    EXPECT_EQ(report, "");
+    EXPECT_EQ(Child(block, "a").Pointer(), child);
+    EXPECT_EQ(Child(block, "b").Pointer(), child);
+}
+
+TEST(MakeDeepCopy, ReplacesWhatOutsidersHoldByOneCopy)
+{
+    auto const outside = Block({{"x", DataItem(Block())}});
+    auto const block = Block({{"a", DataItem(outside)},
+                              {"b", DataItem(outside)},
+                              {"c", DataItem(Block({{"d", DataItem(outside)}}))}});
+    MemBlock* const kept = Child(block, "c").Pointer();
+    safestring report;
+    block->MakeDeepCopy(report);
+    EXPECT_EQ(report, "a");
+    auto const copy = Child(block, "a");
+    EXPECT_NE(copy.Pointer(), outside.Pointer());
+    EXPECT_EQ(Child(block, "b"), copy);
+    EXPECT_EQ(Child(Child(block, "c"), "d"), copy);
+    EXPECT_EQ(Child(block, "c").Pointer(), kept);
+    EXPECT_NE(Child(copy, "x"), Child(outside, "x")) << "what hangs below is copied with it";
+    EXPECT_EQ(outside->RefCount(), 1);
+}
+
+TEST(MakeDeepCopy, ReplacesWhatIsReachedThroughAHeldObject)
+{
+    // `inner` has no outside owner of its own, but whoever holds `outer` can change it.
+    auto const outer = Block({{"inner", DataItem(Block())}});
+    auto const block = Block({{"a", outer->items["inner"]}, {"b", DataItem(outer)}});
+    safestring report;
+    block->MakeDeepCopy(report);
+    EXPECT_EQ(report, "b");
+    EXPECT_NE(Child(block, "a"), Child(outer, "inner"));
+    EXPECT_EQ(Child(block, "a"), Child(Child(block, "b"), "inner")) << "still shared inside";
+    EXPECT_EQ(Child(outer, "inner")->RefCount(), 2) << "outer and the pointer of this test";
+}
+
+TEST(MakeDeepCopy, ReachesAttributes)
+{
+    auto const attributes = Block();
+    auto const block = Block();
+    block->SetSecondaryItem(MemBlock::key_sticky, DataItem(attributes));
+    safestring report;
+    block->MakeDeepCopy(report);
+    EXPECT_EQ(report, "@sticky");
+    EXPECT_NE(block->SecondaryMemBlock(MemBlock::key_sticky, throw_always), PMemBlock(attributes));
+    EXPECT_EQ(attributes->RefCount(), 1);
+}
+
+TEST(MakeDeepCopy, ShowsNoHalfMadeCopyWhenACloneFails)
+{
+    class Unclonable : public TestBlock {
+    protected:
+        PMemBlock DoClone(int) const override { throw std::runtime_error("no copies"); }
+    };
+    auto const outside = Block({{"x", DataItem(PMemBlock(new Unclonable))}});
+    auto const block = Block({{"a", DataItem(outside)}});
+    EXPECT_THROW(block->MakeDeepCopy(), std::runtime_error);
+    EXPECT_EQ(Child(block, "a"), outside);
+}
+
+// These walks stay on one thread, and the sanitizer keeps a shadow of each of their many stacks:
+// more memory than a machine has.
+#ifdef __SANITIZE_THREAD__
+#define SKIP_UNDER_THREAD_SANITIZER GTEST_SKIP() << "nothing to find on one thread"
+#else
+#define SKIP_UNDER_THREAD_SANITIZER static_cast<void>(0)
+#endif
+
+TEST(Walks, DeepTreesAreWalkedToTheEnd)
+{
+    SKIP_UNDER_THREAD_SANITIZER;
+    std::vector<PMemBlock> held;
+    auto const chain = Chain(deep, &held);
+    EXPECT_EQ(Visits(chain, MemBlock::em_all).size(), std::size_t(deep));
+    chain->SetConst(true);
+    EXPECT_EQ(held.front()->Flags(), unsigned(MemBlock::mem_const));
+    static_cast<TestBlock&>(*held.front()).memusage_self = DataItem(77);
+    EXPECT_EQ(chain->CalcMemUsage(), 77);
+    safestring report;
+    chain->MakeDeepCopy(report);
+    EXPECT_EQ(held.front()->RefCount(), 2) << "held by its old parent and here";
+    EXPECT_EQ(chain->CalcMemUsage(), 77);
+    held.clear();
+}
+
+TEST(Walks, DeepTreesAreWalkedOnSmallStacksToo)
+{
+    SKIP_UNDER_THREAD_SANITIZER;
+    class Stopper : public PathVisitor {
+    public:
+        int Visit(safestring const&, PMemBlock&) override
+        {
+            if (++visits == deep)
+                throw std::runtime_error("far down");
+            return go_on;
+        }
+        int visits = 0;
+    };
+    std::string caught;
+    auto const walk = [&] {
+        Stopper visitor;
+        try {
+            Chain(deep)->Entertain(visitor, "", MemBlock::em_all);
+        } catch (std::runtime_error const& e) {
+            caught = e.what(); // comes up through all stacks of the walk
+        }
+    };
+    boost::thread::attributes attributes;
+    attributes.set_stack_size(512 << 10);
+    boost::thread(attributes, walk).join();
+    EXPECT_EQ(caught, "far down");
+}
+
+TEST(CloneToBranch, CopiesAlongThePathOnly)
+{
+    auto const block =
+        Block({{"a", DataItem(Block({{"x", DataItem(Block())}, {"n", DataItem(3)}}))},
+               {"b", DataItem(Block())}});
+    block->SetSecondaryItem(10500, DataItem(1));
+    block->SetSecondaryItem(100, DataItem(1));
+    auto const copy = DerivedPointer<TestBlock>(block->CloneToBranch("a.x"));
+    EXPECT_EQ(copy->clone_mode, 2);
+    EXPECT_NE(Child(copy, "a"), Child(block, "a"));
+    EXPECT_NE(Child(Child(copy, "a"), "x"), Child(Child(block, "a"), "x"));
+    EXPECT_EQ(Child(copy, "b"), Child(block, "b"));
+    DataItem out;
+    EXPECT_TRUE(copy->ExistsSecondaryItem(10500, out));
+    EXPECT_FALSE(copy->ExistsSecondaryItem(100, out));
+
+    EXPECT_EQ(Child(DerivedPointer<TestBlock>(block->CloneToBranch("")), "a"), Child(block, "a"));
+    auto const number = DerivedPointer<TestBlock>(block->CloneToBranch("a.n"));
+    EXPECT_EQ(Child(number, "a")->items["n"].GetInt(), 3);
+    auto const missing = DerivedPointer<TestBlock>(block->CloneToBranch("nothing.x"));
+    EXPECT_EQ(missing->items.size(), 2u) << "a step that leads nowhere is left alone";
+}

@@ -1,0 +1,221 @@
+#include <memblock/threads/threadsharable.h>
+
+#include <atomic>
+#include <boost/thread/barrier.hpp>
+#include <boost/thread/thread.hpp>
+#include <gtest/gtest.h>
+#include <memory>
+
+using namespace NKelmic;
+
+namespace {
+
+typedef ThreadSharablePointer<ThreadSharable> Pointer;
+
+struct Target : ThreadSharable {
+    static inline std::atomic<int> alive{0};
+    Target() { ++alive; }
+    ~Target()
+    {
+        value = -1;
+        --alive;
+    }
+    Pointer DoClone() const override { return new Target; }
+    int value = 7; // read by who got hold of it: a dead one shows
+};
+
+struct Weak : WeakThreadSharablePointerBase {
+    explicit Weak(ThreadSharable* target) : WeakThreadSharablePointerBase(target) {}
+    Weak(Weak const& o) : WeakThreadSharablePointerBase(o) {}
+    Weak& operator=(Weak const& o)
+    {
+        WeakThreadSharablePointerBase::operator=(o);
+        return *this;
+    }
+    ~Weak() { Detach(); }
+    void Dispose() override { ++disposed; }
+    std::atomic<int> disposed{0};
+};
+
+bool Alive(Pointer const& p)
+{
+    return dynamic_cast<Target&>(*p).value == 7;
+}
+
+constexpr int rounds = 1500;
+
+} // namespace
+
+TEST(WeakPointerStress, GetAgainstTheLastReleaseNeverFindsADeadTarget)
+{
+    constexpr int getters = 3;
+    Pointer current;
+    std::unique_ptr<Weak> weak[4];
+    std::atomic<int> dead{0}, found{0};
+    boost::barrier start(getters + 1), end(getters + 1);
+    boost::thread_group group;
+    for (int t = 0; t < getters; ++t)
+        group.create_thread([&, t] {
+            for (int round = 0; round < rounds; ++round) {
+                start.wait();
+                Pointer last;
+                for (int i = 0; i < 20; ++i)
+                    if (Pointer const p = weak[(t + i) % 4]->Get(); p.Pointer()) {
+                        last = p; // this thread may hold the last reference
+                        ++found;
+                        dead += !Alive(p);
+                    }
+                last = nullptr;
+                end.wait();
+            }
+        });
+    for (int round = 0; round < rounds; ++round) {
+        current = new Target;
+        for (auto& w : weak)
+            w = std::make_unique<Weak>(current.Pointer());
+        start.wait();
+        current = nullptr;
+        end.wait();
+        ASSERT_EQ(Target::alive, 0);
+        for (auto& w : weak)
+            ASSERT_EQ(w->disposed, 1);
+    }
+    group.join_all();
+    EXPECT_EQ(dead, 0);
+    EXPECT_GT(found, 0);
+}
+
+TEST(WeakPointerStress, WeakPointersComeAndGoWhileTheirTargetDies)
+{
+    Pointer shared;
+    std::unique_ptr<Weak> seed;
+    boost::barrier start(3), end(3);
+    auto come_and_go = [&] {
+        for (int round = 0; round < rounds; ++round) {
+            start.wait();
+            for (int i = 0; i < 5; ++i)
+                if (Pointer const held = seed->Get(); held.Pointer()) {
+                    Weak const copy(*seed);
+                    Weak other(nullptr);
+                    other = copy;
+                } else {
+                    Weak orphan(nullptr);
+                    orphan = *seed;
+                }
+            end.wait();
+        }
+    };
+    boost::thread first(come_and_go), second(come_and_go);
+    for (int round = 0; round < rounds; ++round) {
+        shared = new Target;
+        seed = std::make_unique<Weak>(shared.Pointer());
+        start.wait();
+        shared = nullptr;
+        end.wait();
+        ASSERT_EQ(Target::alive, 0);
+        ASSERT_EQ(seed->disposed, 1);
+    }
+    first.join();
+    second.join();
+}
+
+TEST(WeakPointerStress, DestructorWaitsForADisposalInAnotherThread)
+{
+    struct Slow : WeakThreadSharablePointerBase {
+        Slow(ThreadSharable* target, std::atomic<int>& step)
+            : WeakThreadSharablePointerBase(target), step_(step)
+        {
+        }
+        ~Slow()
+        {
+            Detach();
+            intact = false;
+        }
+        void Dispose() override
+        {
+            step_ = 1;
+            for (int i = 0; i < 100; ++i)
+                boost::this_thread::yield();
+            step_ = intact ? 2 : 3;
+        }
+        std::atomic<bool> intact{true};
+        std::atomic<int>& step_;
+    };
+    for (int round = 0; round < 200; ++round) {
+        std::atomic<int> step{0};
+        Pointer target(new Target);
+        auto slow = std::make_unique<Slow>(target.Pointer(), step);
+        boost::thread killer([&] { target = nullptr; });
+        while (step == 0)
+            boost::this_thread::yield();
+        slow.reset();
+        EXPECT_EQ(step, 2);
+        killer.join();
+    }
+}
+
+TEST(WeakPointerStress, DestructorWaitsForTheDisposalOfALaterTargetToo)
+{
+    struct Moving : WeakThreadSharablePointerBase {
+        Moving(ThreadSharable* target, Pointer& later, boost::thread& killer,
+               std::atomic<int>& step)
+            : WeakThreadSharablePointerBase(target), later_(later), killer_(killer), step_(step)
+        {
+        }
+        ~Moving()
+        {
+            Detach();
+            intact = false;
+        }
+        void Dispose() override
+        {
+            if (step_ == 0) { // the first target: the later one dies while this call runs
+                step_ = 1;
+                later_->AddWeakPointer(*this);
+                killer_ = boost::thread([&later = later_] { later = nullptr; });
+                while (step_ == 1)
+                    boost::this_thread::yield();
+                return;
+            }
+            std::atomic<int>& step = step_;
+            step = 2;
+            for (int i = 0; i < 1000; ++i)
+                boost::this_thread::yield();
+            step = intact ? 3 : 4;
+        }
+        std::atomic<bool> intact{true};
+        Pointer& later_;
+        boost::thread& killer_;
+        std::atomic<int>& step_;
+    };
+    for (int round = 0; round < 50; ++round) {
+        std::atomic<int> step{0};
+        Pointer first(new Target), later(new Target);
+        boost::thread killer;
+        auto moving = std::make_unique<Moving>(first.Pointer(), later, killer, step);
+        first = nullptr;
+        moving.reset();
+        EXPECT_EQ(step, 3);
+        killer.join();
+    }
+}
+
+TEST(ThreadSharablePointerStress, ReadersSeeOldNullOrNewDuringAssignment)
+{
+    Pointer const a(new Target), b(new Target);
+    Pointer member(a);
+    Pointer volatile& shared = member;
+    std::atomic<bool> done{false};
+    std::atomic<int> strange{0};
+    boost::thread reader([&] {
+        while (!done) {
+            ThreadSharable* const p = shared.Pointer();
+            strange += p && p != a.Pointer() && p != b.Pointer();
+        }
+    });
+    for (int i = 0; i < 10 * rounds; ++i)
+        shared = i % 2 ? a : b;
+    done = true;
+    reader.join();
+    EXPECT_EQ(strange, 0);
+}
