@@ -177,11 +177,6 @@ bool Vector::Equals(MemBlock const& other) const
     return o && SameFactor(factor_, o->factor_) && chunk_ == o->chunk_ && MemBlock::Equals(other);
 }
 
-PMemBlock Vector::op(char operation, PMemBlock other, op_options const& options) const
-{
-    return MemBlock::op(operation, other, options);
-}
-
 PMemBlock Vector::DoClone(int mode) const
 {
     DerivedPointer<Vector> copy(new Vector(*this));

@@ -1,0 +1,44 @@
+#ifndef MEMBLOCK_VECTOR_OPTYPES_INTERNAL_H
+#define MEMBLOCK_VECTOR_OPTYPES_INTERNAL_H
+
+#include <memblock/core/safevalue.h>
+#include <memblock/vector/vector.h>
+
+#include <cstring>
+
+/// How the result type of an integer operation follows from the data.
+namespace NKelmic::ops {
+
+/// Operators on integers that never leave the integer world, however large their operands.
+constexpr char integer_operators[] = "~aoxlr^&|p";
+constexpr char comparisons[] = "=#<>()";
+
+inline bool IsOneOf(char op, char const* set)
+{
+    return op != '\0' && std::strchr(set, op) != nullptr;
+}
+
+/// The unsigned, and the signed, type of the same width; the type itself where there is none.
+DataType UnsignedTwin(DataType type);
+DataType SignedTwin(DataType type);
+
+/// The raw extremes of an operand.
+struct Range {
+    double min;
+    double max;
+};
+
+/// The raw extremes of a vector that is not empty.
+Range RawRange(Vector const& v);
+
+/// The smallest type that holds the result of an integer operator on operands of these ranges.
+/// `Double` where no integer type does. Throws 4096 for an operator that integers do not have, and
+/// for shifts by or of negative values.
+DataType PredictType(char op, Range x, Range y, op_options const& options);
+
+/// A kernel's result type is never narrower than its operands: raise `wanted` to their width.
+DataType RaiseToWidth(DataType wanted, DataType operands);
+
+} // namespace NKelmic::ops
+
+#endif // MEMBLOCK_VECTOR_OPTYPES_INTERNAL_H

@@ -1,0 +1,85 @@
+#include <memblock/vector/op.h>
+
+#include <memblock/vector/vector.h>
+
+#include <cstring>
+
+namespace NKelmic {
+
+namespace {
+
+/// Combine element by element; a scalar is read again and again.
+template <bool xscalar, bool yscalar, class R, class Combine>
+DerivedPointer<Vector> EachPair(Vector const& x, Vector const& y, Combine combine)
+{
+    unsigned const n = xscalar ? y.Length() : x.Length();
+    auto result = Vector::Create(n, type_of<R>::value, true, 0, 1.0);
+    safestring const* const a = x.StringPointer(0);
+    safestring const* const b = y.StringPointer(0);
+    R* const out = result->template TypedPointer<R>();
+    for (unsigned i = 0; i < n; ++i)
+        out[i] = combine(a[xscalar ? 0 : i], b[yscalar ? 0 : i]);
+    return result;
+}
+
+} // namespace
+
+bool OpImplementedForStrings(char op)
+{
+    return op != '\0' && std::strchr("c=#<>()", op) != nullptr;
+}
+
+template <bool xscalar, bool yscalar>
+DerivedPointer<Vector> PerformStringOp(char op, DerivedPointer<Vector> const& x,
+                                       DerivedPointer<Vector> const& y)
+{
+    auto const compare = [&](auto test) {
+        return EachPair<xscalar, yscalar, unsigned char>(
+            cref(x), cref(y),
+            [test](safestring const& a, safestring const& b) { return test(a.compare(b)); });
+    };
+    switch (op) {
+    case 'c':
+        return EachPair<xscalar, yscalar, safestring>(
+            cref(x), cref(y), [](safestring const& a, safestring const& b) { return a + b; });
+    case '=':
+        return compare([](int order) { return order == 0; });
+    case '#':
+        return compare([](int order) { return order != 0; });
+    case '<':
+        return compare([](int order) { return order < 0; });
+    case '>':
+        return compare([](int order) { return order > 0; });
+    case '(':
+        return compare([](int order) { return order <= 0; });
+    case ')':
+        return compare([](int order) { return order >= 0; });
+    default:
+        Raise(err_request, "Vector::op(): operation not implemented for string vectors: '%c'", op);
+    }
+}
+
+template DerivedPointer<Vector> PerformStringOp<false, false>(char, DerivedPointer<Vector> const&,
+                                                              DerivedPointer<Vector> const&);
+template DerivedPointer<Vector> PerformStringOp<false, true>(char, DerivedPointer<Vector> const&,
+                                                             DerivedPointer<Vector> const&);
+template DerivedPointer<Vector> PerformStringOp<true, false>(char, DerivedPointer<Vector> const&,
+                                                             DerivedPointer<Vector> const&);
+template DerivedPointer<Vector> PerformStringOp<true, true>(char, DerivedPointer<Vector> const&,
+                                                            DerivedPointer<Vector> const&);
+
+DerivedPointer<Vector> StringOp(char op, DerivedPointer<Vector> const& x,
+                                DerivedPointer<Vector> const& y)
+{
+    auto const a = cref(x).ConvertElemsToType(DataTypeBase::String, true, true);
+    auto const b = cref(y).ConvertElemsToType(DataTypeBase::String, true, true);
+    bool const xscalar = a->Length() == 1;
+    bool const yscalar = b->Length() == 1;
+    if (xscalar)
+        return yscalar ? PerformStringOp<true, true>(op, a, b)
+                       : PerformStringOp<true, false>(op, a, b);
+    return yscalar ? PerformStringOp<false, true>(op, a, b)
+                   : PerformStringOp<false, false>(op, a, b);
+}
+
+} // namespace NKelmic
