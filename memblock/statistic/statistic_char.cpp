@@ -1,0 +1,5 @@
+#include <memblock/statistic/statisticimpl_internal.h>
+
+namespace NKelmic {
+MEMBLOCK_STATISTIC_FACTORIES(char)
+} // namespace NKelmic
