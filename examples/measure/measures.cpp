@@ -1,0 +1,99 @@
+#include <measure/measures.h>
+
+#include <memblock/statistic/statistic.h>
+
+#include <cmath>
+
+namespace measure {
+namespace {
+
+using namespace NKelmic;
+
+void Release(void* bytes)
+{
+    delete[] static_cast<unsigned char*>(bytes);
+}
+
+DerivedPointer<Vector> Wrap(Page& page, unsigned long length, DataType type, double factor)
+{
+    return Vector::Create(length, type, page.bytes.release(), Release, 0, factor);
+}
+
+/// Copy out the three channels of `samples`, and their average.
+template <class T>
+void AddChannels(std::vector<Block>& blocks, T const* samples, unsigned long pixels, double factor)
+{
+    char const* const names[] = {"red", "green", "blue", "average"};
+    T* channel[4];
+    for (int c = 0; c < 4; ++c) {
+        auto vector = Vector::Create(pixels, type_of<T>::value, false, 0, factor);
+        channel[c] = static_cast<T*>(vector->Pointer());
+        blocks.push_back({names[c], vector});
+    }
+    for (unsigned long i = 0; i < pixels; ++i, samples += 3) {
+        for (int c = 0; c < 3; ++c)
+            channel[c][i] = samples[c];
+        channel[3][i] = static_cast<T>((samples[0] + samples[1] + samples[2] + 2) / 3);
+    }
+    for (Block const& block : blocks)
+        block.vector->ContentHasBeenChanged();
+}
+
+template <class T>
+void FindExtremes(T const* values, long length, Measures& result)
+{
+    for (long i = 0; i < length; ++i) {
+        auto const value = static_cast<double>(values[i]);
+        if (std::isnan(value))
+            continue;
+        if (result.minimum.index < 0 || value < result.minimum.value)
+            result.minimum = {value, i};
+        if (result.maximum.index < 0 || value > result.maximum.value)
+            result.maximum = {value, i};
+    }
+}
+
+} // namespace
+
+std::vector<Block> BlocksOf(Page& page, double factor)
+{
+    unsigned long const pixels = page.Pixels();
+    std::vector<Block> blocks;
+    if (page.samples == 1) {
+        blocks.push_back({"grey", Wrap(page, pixels, page.type, factor)});
+    } else if (page.type == DataTypeBase::Byte) {
+        auto const rgb = Wrap(page, pixels, DataTypeBase::Triple, factor);
+        blocks.push_back({"rgb", rgb, false});
+        AddChannels(blocks, cref(rgb).TriplePointer()->b, pixels, factor);
+    } else if (page.type == DataTypeBase::UnsignedShort) {
+        auto const rgb = Wrap(page, pixels * 3, page.type, factor);
+        blocks.push_back({"rgb", rgb, false});
+        AddChannels(blocks, cref(rgb).UnsignedShortPointer(), pixels, factor);
+    } else {
+        throw ReadError("is RGB of an unsupported kind");
+    }
+    return blocks;
+}
+
+Measures Measure(DerivedPointer<Vector> const& vector, Policies const& policies)
+{
+    auto const value = [&](char const* word, double parameter = 0) {
+        return Statistic(vector, word, policies.nan, policies.inf, parameter).Comp(0, -1);
+    };
+    Measures result{};
+    Vector const& data = cref(vector); // reading through the pointer would detach shared data
+    WithElemType<NumericTypes>(
+        data.ElemType(), "Function measure not implemented for data type '%s'",
+        [&]<class T>(Elem<T>) {
+            FindExtremes(static_cast<T const*>(data.Pointer()), data.Length(), result);
+        });
+    result.mean = value("mean");
+    result.stddev = value("stddev");
+    result.sum = value("sum");
+    result.median = value("median");
+    result.lower_quartile = value("quantile", 0.25);
+    result.upper_quartile = value("quantile", 0.75);
+    return result;
+}
+
+} // namespace measure

@@ -1,0 +1,2 @@
+file(REMOVE_RECURSE ${STAGE}/moved)
+file(RENAME ${STAGE}/first ${STAGE}/moved)

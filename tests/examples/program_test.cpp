@@ -1,0 +1,131 @@
+#include <support/testdata.h>
+
+#include <cstdio>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Outcome {
+    int status;
+    std::string text; ///< standard output and standard error as they came
+};
+
+/// Run the program; `arguments` go through the shell.
+/// What the shell is told where only the messages are looked at.
+constexpr char errors[] = "2>&1 >/dev/null";
+
+Outcome RunMeasure(std::string const& arguments, char const* output = "2>&1")
+{
+    std::string const command = "'" MEASURE_PROGRAM "' " + arguments + " " + output;
+    std::FILE* const pipe = popen(command.c_str(), "r");
+    Outcome outcome{-1, ""};
+    for (int c = std::getc(pipe); c != EOF; c = std::getc(pipe))
+        outcome.text += static_cast<char>(c);
+    outcome.status = WEXITSTATUS(pclose(pipe));
+    return outcome;
+}
+
+class MeasureProgram : public testing::Test {
+protected:
+    MeasureProgram() { fs::create_directory(folder_); }
+    ~MeasureProgram() override { fs::remove_all(folder_); }
+
+    std::string File(std::string const& name, std::string const& contents) const
+    {
+        std::ofstream(folder_ / name, std::ios::binary) << contents;
+        return (folder_ / name).string();
+    }
+
+    fs::path const folder_ =
+        fs::temp_directory_path() / ("measure_test." + std::to_string(getpid()));
+};
+
+TEST_F(MeasureProgram, PrintsEachPageWithRawAndCookedValues)
+{
+    auto const path =
+        File("two.pgm", "P5 3 1 255\n\x03\x01\x02P5 # one pixel\n1 1\n65535\n\x01\x02");
+    auto const outcome = RunMeasure("--factor=0.5 " + path);
+    EXPECT_EQ(outcome.status, 0);
+    for (char const* line :
+         {"two.pgm, page 1, 3 x 1\n", "  element type    byte\n", "  length          3\n",
+          "  raw factor      0.5\n", "  minimum         1 at 1  (cooked 0.5)\n",
+          "  maximum         3 at 0  (cooked 1.5)\n", "  mean            2  (cooked 1)\n",
+          "two.pgm, page 2, 1 x 1\n", "  element type    unsigned short\n",
+          "  median          258  (cooked 129)\n"})
+        EXPECT_NE(outcome.text.find(line), std::string::npos) << line << "in\n" << outcome.text;
+}
+
+TEST_F(MeasureProgram, MeasuresAPictureOfItsOwnWithoutAFile)
+{
+    auto const outcome = RunMeasure("");
+    EXPECT_EQ(outcome.status, 0);
+    // 64 x 64 cells have 16 discs; the lowest background is 100, in the first pixel.
+    EXPECT_NE(outcome.text.find("minimum         100 at 0\n"), std::string::npos) << outcome.text;
+}
+
+TEST_F(MeasureProgram, ABadFileGetsOneLineAndTheOthersAreStillMeasured)
+{
+    std::string const png("\x89PNG\r\n\x1a\n\0\0\0\x0dIHDR", 16);
+    std::pair<std::string, std::string> const cases[] = {
+        {File("empty", ""), "is empty"},
+        {File("text", "hello, world"), "is no TIFF, PNG or binary PNM file"},
+        {File("cut.pgm", "P5 4 4 255\n123"),
+         "is cut off or damaged: 16 bytes of pixels in 3 bytes of file"},
+        {File("huge.pgm", "P5 99999999999 99999 255\n123"),
+         "is too large: 2147483647 x 99999 pixels"},
+        {File("none.pgm", "P5 0 4 255\n123"), "has no pixels"},
+        {File("header.pgm", "P5 4 x 255\n123"), "has a broken PNM header"},
+        {File("level.pgm", "P5 1 1 70000\n123"), "has a broken PNM header"},
+        {File("cut.png", png), "is cut off or damaged: "},
+        {File("cut.tif", std::string("II*\0\x08\0\0\0", 8)), "is cut off or damaged: "},
+        {(folder_ / "missing").string(), "No such file or directory"},
+        {folder_.string(), "Is a directory"},
+    };
+    auto const good = File("good.pgm", "P5 1 1 255\n\x05");
+    for (auto const& [path, reason] : cases) {
+        SCOPED_TRACE(path);
+        auto const outcome = RunMeasure(path + " " + good, errors);
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_EQ(outcome.text.find("measure: " + path + ": " + reason), 0u) << outcome.text;
+        EXPECT_EQ(outcome.text.find('\n'), outcome.text.size() - 1) << outcome.text;
+        EXPECT_NE(RunMeasure(path + " " + good).text.find("maximum         5 at 0"),
+                  std::string::npos);
+    }
+}
+
+TEST_F(MeasureProgram, ACallThatIsNotUnderstoodExitsWith2)
+{
+    for (char const* arguments :
+         {"--factor=0", "--factor", "--factor=-1", "--factor=x", "--nan=perhaps", "--colour=red"}) {
+        SCOPED_TRACE(arguments);
+        auto const outcome = RunMeasure(arguments);
+        EXPECT_EQ(outcome.status, 2);
+        EXPECT_NE(outcome.text.find("see measure --help"), std::string::npos) << outcome.text;
+    }
+}
+
+TEST_F(MeasureProgram, EveryCutOfARealFileFailsCleanly)
+{
+    NEED_TEST_DATA();
+    for (char const* name : {"mitotic_8.tif", "nuclei_dsb_8.png", "spheres_stack_8.pgm"}) {
+        auto const path = (folder_ / name).string();
+        fs::copy_file(TestData() / name, path);
+        for (double const share : {0.999, 0.5, 0.01}) {
+            fs::resize_file(path, static_cast<std::uintmax_t>(fs::file_size(path) * share));
+            auto const outcome = RunMeasure(path, errors);
+            SCOPED_TRACE(outcome.text);
+            EXPECT_EQ(outcome.status, 1);
+            EXPECT_EQ(outcome.text.find("measure: " + path + ": is cut off or damaged: "), 0u);
+            EXPECT_EQ(outcome.text.find('\n'), outcome.text.size() - 1);
+        }
+    }
+}
+
+} // namespace

@@ -1,0 +1,45 @@
+#ifndef MEMBLOCK_TESTS_EXAMPLES_TRUTH_H
+#define MEMBLOCK_TESTS_EXAMPLES_TRUTH_H
+
+#include <charconv>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+
+/// One row of truth/pictures.csv: column name to text.
+using TruthRow = std::map<std::string, std::string>;
+
+/// The rows by picture name, such as "mitotic_8", "retina_rgb_r" or "spheres_stack_8_z03".
+inline std::map<std::string, TruthRow> ReadTruth(std::filesystem::path const& file)
+{
+    auto const split = [](std::string const& line) {
+        std::vector<std::string> fields;
+        std::istringstream stream(line);
+        for (std::string field; std::getline(stream, field, ',');)
+            fields.push_back(field);
+        return fields;
+    };
+    std::ifstream stream(file);
+    std::string line;
+    std::getline(stream, line);
+    auto const names = split(line);
+    std::map<std::string, TruthRow> rows;
+    while (std::getline(stream, line)) {
+        auto const fields = split(line);
+        for (std::size_t i = 0; i < fields.size(); ++i)
+            rows[fields[0]][names[i]] = fields[i];
+    }
+    return rows;
+}
+
+/// Not by strtod: the suite also runs under a decimal comma.
+inline double Number(std::string const& text)
+{
+    double value = 0;
+    std::from_chars(text.data(), text.data() + text.size(), value);
+    return value;
+}
+
+#endif // MEMBLOCK_TESTS_EXAMPLES_TRUTH_H
