@@ -1,6 +1,7 @@
 #include <memblock/core/dataitem.h>
 
 #include <memblock/base/alloc.h>
+#include <memblock/core/longtext_internal.h>
 
 #include <array>
 #include <atomic>
@@ -95,7 +96,7 @@ DataItem::DataItem(char const* text)
     if (length <= max_inline)
         HoldInline(text, length);
     else
-        HoldLong(new safestring(text, length), nullptr);
+        HoldLong(new LongText(text, length), nullptr);
 }
 
 DataItem::DataItem(safestring const& text)
@@ -103,7 +104,7 @@ DataItem::DataItem(safestring const& text)
     if (text.size() <= max_inline)
         HoldInline(text.data(), text.size());
     else
-        HoldLong(new safestring(text), nullptr);
+        HoldLong(new LongText(text), nullptr);
 }
 
 DataItem::DataItem(safestring& text, UtfPosCache* cache)
@@ -113,7 +114,7 @@ DataItem::DataItem(safestring& text, UtfPosCache* cache)
         FreeUtfPosCache(cache);
         return;
     }
-    auto* own = new safestring;
+    auto* own = new LongText;
     own->swap(text);
     HoldLong(own, cache);
 }
@@ -146,7 +147,7 @@ void DataItem::CountOther()
         return Load<ThreadSharable*>()->Capture();
     if (bits_.type != it_string)
         throw "Never happens - DI259";
-    auto text = std::make_unique<safestring>(Long());
+    auto text = std::make_unique<LongText>(Long());
     Store(CopyCache(Cache()), cache_at);
     CountText(text->size());
     Store(text.release());
@@ -172,7 +173,7 @@ void DataItem::AssignOwner(DataItem const& o)
 void DataItem::DropOther()
 {
     if (bits_.type == it_string) {
-        delete &Long();
+        delete static_cast<LongText*>(&Long());
         FreeUtfPosCache(Cache());
     } else if (bits_.type == it_sharable) {
         Load<ThreadSharable*>()->Release();
@@ -200,7 +201,7 @@ void DataItem::AssignOrSwap(safestring& text)
 void DataItem::Swap(safestring& text, UtfPosCache*& cache)
 {
     if (bits_.type != it_string) {
-        auto own = std::make_unique<safestring>(GetString());
+        auto own = std::make_unique<LongText>(GetString());
         short const creator = bits_.creator;
         DataItem fresh;
         fresh.HoldLong(own.release(), nullptr);

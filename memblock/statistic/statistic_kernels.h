@@ -81,10 +81,10 @@ using Number = std::conditional_t<std::is_same_v<T, triple>, unsigned int, T>;
 
 namespace kernel {
 
-/// Lanes of an extreme floating value: so many that the widest registers are kept busy. The
-/// compiler splits a search among integers by itself; for floating values it may not.
+/// Lanes of an extreme value: so many that the widest registers are kept busy, as one lane waits for
+/// its own last comparison. A `triple` is no machine number and has one.
 template <class T>
-constexpr int lanes = std::is_floating_point_v<T> ? 256 / sizeof(T) : 1;
+constexpr int lanes = std::is_same_v<T, triple> ? 1 : 256 / sizeof(T);
 
 /// Take the lesser (or the greater) of `start` and every included value. NaN never wins.
 template <bool least, class T, class F>
@@ -94,13 +94,13 @@ MEMBLOCK_MULTIVERSION Number<T> extreme(T const* __restrict x, int n, Number<T> 
     auto const better = [filter](T v, V best) {
         V const value = filter.Value(v);
         bool const wins = least ? value < best : value > best;
-        return wins && filter.Passes(v) ? value : best;
+        return wins & filter.Passes(v) ? value : best; // `&`: a branch would part the lanes
     };
     V best[lanes<T>];
     for (V& lane : best)
         lane = start;
     int i = 0;
-    if constexpr (lanes < T >> 1)
+    if constexpr (lanes<T> > 1)
         for (; i + lanes<T> <= n; i += lanes<T>)
             for (int lane = 0; lane < lanes<T>; ++lane)
                 best[lane] = better(x[i + lane], best[lane]);
