@@ -26,7 +26,7 @@ namespace Ntarnwick {
 ///
 /// Thread-safe. Each function has one definition that is not inline, so that its address tells
 /// who owns a buffer. Builds with the address or thread sanitizer send all sizes to the C library,
-/// so that the sanitizer sees every block; MEMBLOCK_LARGE_BLOCKS=0 does it in any build (valgrind).
+/// so that the sanitizer sees every block; defining MEMBLOCK_LARGE_BLOCKS as 0 (for valgrind) too.
 MEMBLOCK_API void* mb_malloc(unsigned long size);
 /// Null also if count times size does not fit a number.
 MEMBLOCK_API void* mb_calloc(unsigned long count, unsigned long size);

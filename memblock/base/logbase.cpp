@@ -3,6 +3,7 @@
 #include <memblock/base/log_internal.h>
 
 #include <atomic>
+#include <cxxabi.h>
 
 namespace Ntarnwick {
 
@@ -42,6 +43,9 @@ void Log(LogBase::subsys_t subsys, int level, safestring const& message)
     inside_callback = true;
     try {
         sink->Log(subsys, level, message);
+    } catch (abi::__forced_unwind const&) { // the thread is being cancelled
+        inside_callback = false;
+        throw;
     } catch (...) {
     }
     inside_callback = false;

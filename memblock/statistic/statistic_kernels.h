@@ -81,8 +81,8 @@ using Number = std::conditional_t<std::is_same_v<T, triple>, unsigned int, T>;
 
 namespace kernel {
 
-/// Lanes of an extreme value: so many that the widest registers are kept busy, as one lane waits for
-/// its own last comparison. A `triple` is no machine number and has one.
+/// Lanes of an extreme value: so many that the widest registers are kept busy, as one lane waits
+/// for its own last comparison. A `triple` is no machine number and has one.
 template <class T>
 constexpr int lanes = std::is_same_v<T, triple> ? 1 : 256 / sizeof(T);
 
@@ -96,13 +96,14 @@ MEMBLOCK_MULTIVERSION Number<T> extreme(T const* __restrict x, int n, Number<T> 
         bool const wins = least ? value < best : value > best;
         return wins & filter.Passes(v) ? value : best; // `&`: a branch would part the lanes
     };
-    V best[lanes<T>];
+    constexpr int step = lanes<T>;
+    V best[step];
     for (V& lane : best)
         lane = start;
     int i = 0;
-    if constexpr (lanes<T> > 1)
-        for (; i + lanes<T> <= n; i += lanes<T>)
-            for (int lane = 0; lane < lanes<T>; ++lane)
+    if constexpr (step > 1)
+        for (; i + step <= n; i += step)
+            for (int lane = 0; lane < step; ++lane)
                 best[lane] = better(x[i + lane], best[lane]);
     V result = best[0];
     for (; i < n; ++i)

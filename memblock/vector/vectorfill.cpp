@@ -2,6 +2,7 @@
 
 #include <memblock/base/number.h>
 #include <memblock/vector/elemnumber_internal.h>
+#include <memblock/vector/valuetypes_internal.h>
 
 #include <algorithm>
 #include <cmath>
@@ -59,20 +60,7 @@ void fill_tmpl(void* buffer, int length, SafeValue const& value, T*)
 }
 
 #define MEMBLOCK_INSTANTIATE(T) template void fill_tmpl<T>(void*, int, SafeValue const&, T*);
-MEMBLOCK_INSTANTIATE(int)
-MEMBLOCK_INSTANTIATE(unsigned int)
-MEMBLOCK_INSTANTIATE(short)
-MEMBLOCK_INSTANTIATE(unsigned short)
-MEMBLOCK_INSTANTIATE(char)
-MEMBLOCK_INSTANTIATE(unsigned char)
-MEMBLOCK_INSTANTIATE(float)
-MEMBLOCK_INSTANTIATE(double)
-MEMBLOCK_INSTANTIATE(triple)
-MEMBLOCK_INSTANTIATE(PMemBlock)
-MEMBLOCK_INSTANTIATE(safestring)
-MEMBLOCK_INSTANTIATE(DataItem)
-MEMBLOCK_INSTANTIATE(long long)
-MEMBLOCK_INSTANTIATE(unsigned long long)
+MEMBLOCK_VALUE_TYPES(MEMBLOCK_INSTANTIATE)
 #undef MEMBLOCK_INSTANTIATE
 
 void Vector::Fill(DataItem const& item)

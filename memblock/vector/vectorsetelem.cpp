@@ -2,6 +2,7 @@
 
 #include <memblock/base/number.h>
 #include <memblock/vector/elemnumber_internal.h>
+#include <memblock/vector/valuetypes_internal.h>
 
 #include <cmath>
 #include <limits>
@@ -226,20 +227,7 @@ void Vector::SetElem(unsigned int i, DataItem const& item)
 #define MEMBLOCK_INSTANTIATE(T)                                                                    \
     template void SetElemInt64<T>(Vector&, unsigned int, long long);                               \
     template void SetElemUInt64<T>(Vector&, unsigned int, unsigned long long);
-MEMBLOCK_INSTANTIATE(int)
-MEMBLOCK_INSTANTIATE(unsigned int)
-MEMBLOCK_INSTANTIATE(short)
-MEMBLOCK_INSTANTIATE(unsigned short)
-MEMBLOCK_INSTANTIATE(char)
-MEMBLOCK_INSTANTIATE(unsigned char)
-MEMBLOCK_INSTANTIATE(float)
-MEMBLOCK_INSTANTIATE(double)
-MEMBLOCK_INSTANTIATE(triple)
-MEMBLOCK_INSTANTIATE(PMemBlock)
-MEMBLOCK_INSTANTIATE(safestring)
-MEMBLOCK_INSTANTIATE(DataItem)
-MEMBLOCK_INSTANTIATE(long long)
-MEMBLOCK_INSTANTIATE(unsigned long long)
+MEMBLOCK_VALUE_TYPES(MEMBLOCK_INSTANTIATE)
 #undef MEMBLOCK_INSTANTIATE
 
 } // namespace NKelmic

@@ -1,6 +1,8 @@
 #include <memblock/vector/vector.h>
 
 #include <memblock/base/raise.h>
+#include <memblock/core/memblock_internal.h>
+#include <memblock/vector/valuetypes_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
 #include <algorithm>
@@ -280,6 +282,7 @@ void Vector::SetFirstIndex(int n)
 
 void Vector::SetTypedChunk(TypedChunk const& chunk)
 {
+    KeepAlive const alive(*this); // the cached values that go may hold the last pointer to it
     if (chunk.Length() != chunk_.Length())
         CheckNewLength(chunk.Length());
     unsigned long const old_length = chunk_.Length();
@@ -327,19 +330,7 @@ MEMBLOCK_INSTANTIATE(DataItem)
 #undef MEMBLOCK_INSTANTIATE
 
 #define MEMBLOCK_INSTANTIATE(T) template void movebyone_tmpl<T>(T*, unsigned int, unsigned int);
-MEMBLOCK_INSTANTIATE(int)
-MEMBLOCK_INSTANTIATE(unsigned int)
-MEMBLOCK_INSTANTIATE(short)
-MEMBLOCK_INSTANTIATE(unsigned short)
-MEMBLOCK_INSTANTIATE(char)
-MEMBLOCK_INSTANTIATE(unsigned char)
-MEMBLOCK_INSTANTIATE(float)
-MEMBLOCK_INSTANTIATE(double)
-MEMBLOCK_INSTANTIATE(triple)
-MEMBLOCK_INSTANTIATE(safestring)
-MEMBLOCK_INSTANTIATE(DataItem)
-MEMBLOCK_INSTANTIATE(long long)
-MEMBLOCK_INSTANTIATE(unsigned long long)
+MEMBLOCK_VALUE_TYPES(MEMBLOCK_INSTANTIATE)
 #undef MEMBLOCK_INSTANTIATE
 
 } // namespace NKelmic
