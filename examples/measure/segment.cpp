@@ -22,8 +22,8 @@ unsigned long Root(std::vector<Run>& runs, unsigned long i)
 /// The first run of an object stays its root, so that objects are numbered by their first pixels.
 void Join(std::vector<Run>& runs, unsigned long a, unsigned long b)
 {
-    auto const [first, second] = std::minmax(Root(runs, a), Root(runs, b));
-    runs[second].parent = first;
+    unsigned long const x = Root(runs, a), y = Root(runs, b);
+    runs[std::max(x, y)].parent = std::min(x, y);
 }
 
 void AddRunsOfRow(std::span<unsigned char const> mask, unsigned long from, unsigned long to,

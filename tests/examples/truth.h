@@ -7,12 +7,13 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <vector>
 
-/// One row of truth/pictures.csv: column name to text.
+/// One row of a table: column name to text.
 using TruthRow = std::map<std::string, std::string>;
 
-/// The rows by picture name, such as "mitotic_8", "retina_rgb_r" or "spheres_stack_8_z03".
-inline std::map<std::string, TruthRow> ReadTruth(std::filesystem::path const& file)
+/// The rows of a table of the truth, in its order.
+inline std::vector<TruthRow> ReadRows(std::filesystem::path const& file)
 {
     auto const split = [](std::string const& line) {
         std::vector<std::string> fields;
@@ -25,12 +26,21 @@ inline std::map<std::string, TruthRow> ReadTruth(std::filesystem::path const& fi
     std::string line;
     std::getline(stream, line);
     auto const names = split(line);
-    std::map<std::string, TruthRow> rows;
+    std::vector<TruthRow> rows;
     while (std::getline(stream, line)) {
         auto const fields = split(line);
-        for (std::size_t i = 0; i < fields.size(); ++i)
-            rows[fields[0]][names[i]] = fields[i];
+        for (std::size_t i = rows.emplace_back().size(); i < fields.size(); ++i)
+            rows.back()[names[i]] = fields[i];
     }
+    return rows;
+}
+
+/// The rows by picture name, such as "mitotic_8", "retina_rgb_r" or "spheres_stack_8_z03".
+inline std::map<std::string, TruthRow> ReadTruth(std::filesystem::path const& file)
+{
+    std::map<std::string, TruthRow> rows;
+    for (auto const& row : ReadRows(file))
+        rows[row.at("picture")] = row;
     return rows;
 }
 
