@@ -99,7 +99,7 @@ K select_key(X const* x, std::size_t n, std::size_t k, int bits, KeyOf key)
         std::nth_element(keys.begin(), keys.begin() + static_cast<std::ptrdiff_t>(k), keys.end());
         return keys[k];
     }
-    int const width = bits <= 16 ? bits : 12;
+    int const width = std::min(bits, 16); // of a double: the exponent and four bits more
     int const shift = bits - width;
     std::size_t const bins = std::size_t{1} << width;
     std::vector<std::uint32_t> table(2 * bins);
@@ -122,7 +122,8 @@ template <class T>
 T Nth(T const* x, std::size_t n, std::size_t k)
 {
     using K = typename Key<T>::type;
-    return Key<T>::Back(select_key<K>(x, n, k, Key<T>::bits, Key<T>::Of));
+    auto const key = [](T v) { return Key<T>::Of(v); }; // a function pointer may stay one
+    return Key<T>::Back(select_key<K>(x, n, k, Key<T>::bits, key));
 }
 
 /// The element at place k - 1, where `at` is the one at place k > 0.
@@ -130,14 +131,22 @@ template <class T>
 MEMBLOCK_MULTIVERSION T Before(T const* __restrict x, std::size_t n, std::size_t k, T at)
 {
     using K = typename Key<T>::type;
+    constexpr std::size_t run = sizeof(K) == 1 ? 224 : 65504; // so many that a K can count
     K const limit = Key<T>::Of(at);
     K greatest = 0;
     std::size_t less = 0;
-    for (std::size_t i = 0; i < n; ++i) {
-        K const key = Key<T>::Of(x[i]);
-        K const below = key < limit ? key : K{0};
-        greatest = below > greatest ? below : greatest;
-        less += key < limit;
+    for (std::size_t start = 0; start < n; start += run) {
+        std::size_t const end = std::min(n, start + run);
+        K less_here = 0;
+        for (std::size_t i = start; i < end; ++i)
+            less_here = static_cast<K>(less_here + (Key<T>::Of(x[i]) < limit));
+        for (std::size_t i = start; i < end; ++i) {
+            K const key = Key<T>::Of(x[i]);
+            K const mask =
+                static_cast<K>(-static_cast<K>(key < limit)); // a choice would not vectorize
+            greatest = std::max(greatest, static_cast<K>(key & mask));
+        }
+        less += less_here;
     }
     return less < k ? at : Key<T>::Back(greatest);
 }

@@ -51,7 +51,7 @@ template <class T>
 double Sum(T const* data, unsigned int n)
 {
     if constexpr (is_small_integer<T>)
-        return static_cast<double>(SumExactly(data, n).first);
+        return static_cast<double>(SumExactly<false>(data, n).first);
     else if constexpr (!std::is_floating_point_v<T> && !is_64bit_integer<T>)
         return static_cast<double>(SumWide(data, n));
     else
@@ -84,9 +84,6 @@ double NotBelowZero(double variance)
 template <class T>
 double Variance(T const* data, unsigned int n, double mean)
 {
-    if constexpr (is_small_integer<T>)
-        if (n > ordered)
-            return NotBelowZero(ExactVariance(data, n));
     Sums const sums = SumAbout<true>(data, n, mean);
     if (sums.infinities + sums.nans > 0)
         Warning(err_value,
@@ -229,6 +226,9 @@ DataItem CSINV(T const* data, unsigned int n, int key, MemBlockImpl* impl, bool&
     case key_histogram:
         return Histogram(impl, handler);
     case key_variance:
+        if constexpr (is_small_integer<T>)
+            if (n > ordered)
+                return DataItem(NotBelowZero(ExactVariance(data, n)));
         return DataItem(Variance(data, n, OtherKey(data, n, key_mean, impl, handler)));
     case key_max:
     case key_min:

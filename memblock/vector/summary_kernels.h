@@ -135,41 +135,79 @@ struct Sums {
     std::size_t nans = 0;
 };
 
+/// Where sums grow: element i of the lanes goes to lane i modulo their number.
+struct SumLanes {
+    double first[sum_lanes] = {};
+    double second[sum_lanes] = {};
+
+    bool AreFinite() const
+    {
+        double total = 0; // infinities and NaN do not go away again
+        for (std::size_t lane = 0; lane < sum_lanes; ++lane)
+            total += (first[lane] - first[lane]) + (second[lane] - second[lane]);
+        return total == 0;
+    }
+};
+
+/// Add whole rows of lanes that are all finite.
+template <bool squares, class T>
+MEMBLOCK_INLINE_LOOP void AddFinite(T const* __restrict x, std::size_t n, double centre,
+                                    SumLanes& lanes)
+{
+    for (std::size_t i = 0; i < n; i += sum_lanes)
+        for (std::size_t lane = 0; lane < sum_lanes; ++lane) {
+            double const d = static_cast<double>(static_cast<Number<T>>(x[i + lane])) - centre;
+            lanes.first[lane] += d;
+            if constexpr (squares)
+                lanes.second[lane] += d * d;
+        }
+}
+
+/// Add elements from lane 0 on, passing over what is not finite, which is counted.
+template <bool squares, class T>
+void AddWithTest(T const* x, std::size_t n, double centre, SumLanes& lanes, Sums& sums,
+                 std::size_t width)
+{
+    for (std::size_t i = 0; i < n; ++i) {
+        Number<T> const v = x[i];
+        if (!IsFinite(v)) {
+            ++(v == v ? sums.infinities : sums.nans);
+            continue;
+        }
+        double const d = static_cast<double>(v) - centre;
+        lanes.first[i % width] += d;
+        if constexpr (squares)
+            lanes.second[i % width] += d * d;
+    }
+}
+
 /// Sum v - centre, and its squares where asked for, over the finite elements.
+///
+/// Blocks go without a test of each element. A sum that is not finite behind one tells that the
+/// block has to be done again with it; the same additions in the same lanes then leave out what is
+/// not finite.
 template <bool squares, class T>
 MEMBLOCK_MULTIVERSION Sums SumAbout(T const* __restrict x, std::size_t n, double centre)
 {
-    double first[sum_lanes] = {};
-    double second[sum_lanes] = {};
-    std::size_t finite = 0;
-    std::size_t nans = 0;
-    auto const take = [&](T element, double& a, double& b) {
-        Number<T> const v = element;
-        bool const counts = IsFinite(v);
-        double const d = counts ? static_cast<double>(v) - centre : 0.0;
-        a += d;
-        if constexpr (squares)
-            b += d * d;
-        if constexpr (std::is_floating_point_v<T>) {
-            finite += counts;
-            nans += v != v;
-        }
-    };
-    std::size_t i = 0;
-    if (n > ordered)
-        for (; i + sum_lanes <= n; i += sum_lanes)
-            for (std::size_t lane = 0; lane < sum_lanes; ++lane)
-                take(x[i + lane], first[lane], second[lane]);
-    for (; i < n; ++i)
-        take(x[i], first[0], second[0]);
+    constexpr std::size_t run = 64 * sum_lanes;
     Sums sums;
-    for (std::size_t lane = 0; lane < sum_lanes; ++lane) {
-        sums.first += first[lane];
-        sums.second += second[lane];
+    SumLanes lanes;
+    std::size_t i = 0;
+    for (std::size_t size; n > ordered && i + sum_lanes <= n; i += size) {
+        size = std::min(run, (n - i) / sum_lanes * sum_lanes);
+        SumLanes const before = lanes;
+        AddFinite<squares>(x + i, size, centre, lanes);
+        if (std::is_floating_point_v<T> && !lanes.AreFinite()) {
+            lanes = before;
+            AddWithTest<squares>(x + i, size, centre, lanes, sums, sum_lanes);
+        }
     }
-    sums.count = std::is_floating_point_v<T> ? finite : n;
-    sums.nans = nans;
-    sums.infinities = n - sums.count - nans;
+    AddWithTest<squares>(x + i, n - i, centre, lanes, sums, 1); // what is left goes to lane 0
+    for (std::size_t lane = 0; lane < sum_lanes; ++lane) {
+        sums.first += lanes.first[lane];
+        sums.second += lanes.second[lane];
+    }
+    sums.count = n - sums.nans - sums.infinities;
     return sums;
 }
 
@@ -179,25 +217,42 @@ struct ExactSums {
     unsigned long long second = 0;
 };
 
-template <class T>
+/// Sums of a short run: so short that a sum of bytes fits 16 bits, one of 16-bit numbers 32.
+template <bool squares, class T>
+MEMBLOCK_INLINE_LOOP void AddExactly(T const* __restrict x, std::size_t n, ExactSums& sums)
+{
+    using Sum =
+        std::conditional_t<sizeof(T) == 1,
+                           std::conditional_t<std::is_signed_v<T>, short, unsigned short>, int>;
+    using Squares = std::conditional_t<sizeof(T) == 1, int, unsigned long long>;
+    Sum first = 0;
+    Squares second = 0;
+    for (std::size_t i = 0; i < n; ++i)
+        first = static_cast<Sum>(first + x[i]);
+    if constexpr (squares)
+        for (std::size_t i = 0; i < n; ++i) {
+            if constexpr (sizeof(T) == 1) {
+                short const v = x[i]; // as 16 bits: pairs of them are multiplied and added at once
+                second += v * v;
+            } else {
+                int const v = x[i];
+                second += static_cast<unsigned int>(v) * static_cast<unsigned int>(v);
+            }
+        }
+    sums.first += first;
+    sums.second += static_cast<unsigned long long>(second);
+}
+
+template <bool squares, class T>
 MEMBLOCK_MULTIVERSION ExactSums SumExactly(T const* __restrict x, std::size_t n)
 {
     static_assert(std::is_integral_v<T> && sizeof(T) <= 2);
-    constexpr std::size_t run = sizeof(T) == 1 ? 32768 : 8192; // nothing overflows 32 (64) bits
-    using Squares = std::conditional_t<sizeof(T) == 1, unsigned int, unsigned long long>;
+    constexpr std::size_t run = sizeof(T) == 1 ? 256 : 8192;
     ExactSums sums;
-    for (std::size_t start = 0; start < n; start += run) {
-        std::size_t const end = std::min(n, start + run);
-        int first = 0;
-        Squares second = 0;
-        for (std::size_t i = start; i < end; ++i) {
-            int const v = x[i];
-            first += v;
-            second += static_cast<unsigned int>(v) * static_cast<unsigned int>(v);
-        }
-        sums.first += first;
-        sums.second += second;
-    }
+    std::size_t start = 0;
+    for (; start + run <= n; start += run)
+        AddExactly<squares>(x + start, run, sums);
+    AddExactly<squares>(x + start, n - start, sums);
     return sums;
 }
 
@@ -212,7 +267,7 @@ __extension__ typedef __int128 int128;
 template <class T>
 double ExactVariance(T const* x, std::size_t n)
 {
-    ExactSums const sums = SumExactly(x, n);
+    ExactSums const sums = SumExactly<true>(x, n);
     auto const first = static_cast<int128>(sums.first);
     int128 const numerator = static_cast<int128>(sums.second) * static_cast<int128>(n);
     auto const count = static_cast<double>(n);
