@@ -9,6 +9,7 @@
 namespace NKelmic {
 
 class ContainerImpl;
+class ContainerWalk;
 class OrderedImpl;
 
 /// Items in the order of their names, letters folded. The spelling that came first stays.
@@ -62,6 +63,8 @@ public:
     char const* ClassDescription() const override;
 
 protected:
+    /// The same items, objects shared.
+    Container(Container const& o);
     /// 2 shares the items; 1 and 0 clone the objects among them, with shared or own payload.
     PMemBlock DoClone(int mode) const override;
 
@@ -121,6 +124,8 @@ public:
     /// The object under a name, null for anything else. With a class name only one that conforms,
     /// or the vector or image of an attribute object that does.
     PMemBlock GetMemory(safestring const& name, char const* classname) const;
+    /// The text by which a macro makes the items: "cnt(...)", or "ocnt(...)" by position.
+    safestring GetExpression() const;
     /// Append the names, quoted and joined by ", ", by position.
     void ListItems(safestring& list) const;
     /// Write the names, by position, to `Count()` strings.
@@ -181,7 +186,10 @@ public:
 private:
     friend class ContainerWalk;
 
+    ContainerIterator FindItem(safestring const& name_or_position) const;
+    unsigned int PlaceOf(safestring const& key, safestring::size_type colon) const;
     void CheckPosition(unsigned int pos, unsigned int count) const;
+    void MergeItem(safestring const& name, SafeValue const& value);
 
     ContainerImpl* impl_; // owned
 };

@@ -1,0 +1,425 @@
+#include <memblock/collections/container.h>
+
+#include <memblock/base/raise.h>
+#include <memblock/base/text.h>
+#include <memblock/collections/containerimpl_internal.h>
+#include <memblock/core/deepstack_internal.h>
+#include <memblock/core/visitor.h>
+
+#include <utility>
+
+namespace NKelmic {
+namespace {
+
+constexpr char const* missing_name_text = "Missing item name.";
+constexpr char const* out_of_range_text = "Container element index %u is out of range for: %s.";
+
+} // namespace
+
+ItemVisitor::~ItemVisitor() {}
+
+// ---- life
+
+Container::Container(bool ordered)
+    : impl_(ordered ? static_cast<ContainerImpl*>(new OrderedImpl) : new ContainerImpl)
+{
+}
+
+Container::Container(ContainerImpl* impl) : impl_(impl) {}
+
+Container::Container(Container const& o) : MemBlock(o), impl_(o.impl_->Clone()) {}
+
+Container::~Container()
+{
+    delete impl_;
+}
+
+DerivedPointer<Container> Container::Create()
+{
+    return DerivedPointer<Container>(new Container(false));
+}
+
+DerivedPointer<Container> Container::CreateOrdered()
+{
+    return DerivedPointer<Container>(new Container(true));
+}
+
+PMemBlock Container::DoClone(int mode) const
+{
+    DerivedPointer<Container> const clone(new Container(*this));
+    if (mode > 1)
+        return clone;
+    ContainerWalk walk(*clone);
+    while (auto* const item = walk.Next()) {
+        SafeValue& value = item->second;
+        if (value.GetType() == it_memblock && value.MemoryRef())
+            WithEnoughStack([&] { value.MemoryRef() = value.MemoryRef()->Clone(mode == 1); });
+        else if (value.GetType() == it_sharable)
+            value = SafeValue(DataItem(value.GetSharable()->DoClone()));
+    }
+    return clone;
+}
+
+// ---- items by name
+
+void Container::Put(SafeValue const& value, safestring const& name)
+{
+    if (name.empty())
+        Raise(err_precondition, missing_name_text);
+    KeepAlive const alive(*this);
+    impl_->Put(name, value);
+    ContentHasBeenChanged();
+}
+
+bool Container::Delete(safestring const& name)
+{
+    KeepAlive const alive(*this);
+    bool const deleted = impl_->Delete(name);
+    if (deleted)
+        ContentHasBeenChanged();
+    return deleted;
+}
+
+void Container::erase(ContainerIterator item)
+{
+    KeepAlive const alive(*this);
+    impl_->Delete(item);
+    ContentHasBeenChanged();
+}
+
+void Container::clear()
+{
+    KeepAlive const alive(*this);
+    impl_->Clear();
+    ContentHasBeenChanged();
+}
+
+void Container::Swap(Container& other)
+{
+    std::swap(impl_, other.impl_);
+    ContentHasBeenChanged();
+    other.ContentHasBeenChanged();
+}
+
+void Container::MoveInto(safestring const& name, SafeValue& value)
+{
+    ContainerMap& map = impl_->Map();
+    auto item = map.lower_bound(name);
+    if (item == map.end() || name < item->first)
+        item = map.emplace_hint(item, name, SafeValue());
+    item->second.swap(value);
+    ContentHasBeenChanged();
+}
+
+unsigned int Container::Count() const
+{
+    return impl_->Count();
+}
+
+bool Container::exists(safestring const& name) const
+{
+    return impl_->Map().contains(name);
+}
+
+ContainerIterator Container::begin()
+{
+    return impl_->Map().begin();
+}
+
+ContainerIterator Container::end()
+{
+    return impl_->Map().end();
+}
+
+ContainerConstIterator Container::begin() const
+{
+    return impl_->Map().begin();
+}
+
+ContainerConstIterator Container::end() const
+{
+    return impl_->Map().end();
+}
+
+ContainerIterator Container::find(safestring const& name)
+{
+    return impl_->Map().find(name);
+}
+
+ContainerConstIterator Container::find(safestring const& name) const
+{
+    return impl_->Map().find(name);
+}
+
+// ---- items by position
+
+bool Container::IsOrdered() const
+{
+    return impl_->IsOrdered();
+}
+
+void Container::SetOrdered(bool ordered)
+{
+    if (ordered == IsOrdered())
+        return;
+    ContainerImpl* fresh;
+    if (ordered) {
+        fresh = OrderedImpl::CreateFrom(*impl_);
+    } else {
+        fresh = new ContainerImpl;
+        fresh->TakeItems(*impl_);
+    }
+    delete std::exchange(impl_, fresh);
+    ContentHasBeenChanged();
+}
+
+OrderedImpl* Container::GetOrderedImplIfOrdered() const
+{
+    return dynamic_cast<OrderedImpl*>(impl_);
+}
+
+OrderedImpl* Container::GetOrderedImpl()
+{
+    SetOrdered(true);
+    return GetOrderedImplIfOrdered();
+}
+
+unsigned int Container::GetPos(ContainerConstIterator item) const
+{
+    return impl_->GetPos(item);
+}
+
+void Container::CheckPosition(unsigned int pos, unsigned int count) const
+{
+    if (pos >= count)
+        Raise(err_precondition, out_of_range_text, pos, *this);
+}
+
+SafeValue Container::GetAt(unsigned int pos) const
+{
+    CheckPosition(pos, Count());
+    auto const item = impl_->GetAt(pos);
+    return item == impl_->Map().end() ? SafeValue() : item->second; // fewer positions than items
+}
+
+safestring Container::GetNameByPos(int pos) const
+{
+    auto const item = pos < 0 ? impl_->Map().end() : impl_->GetAt(static_cast<unsigned int>(pos));
+    return item == impl_->Map().end() ? safestring() : item->first;
+}
+
+ContainerIterator Container::InsertAt(unsigned int pos, safestring const& name,
+                                      SafeValue const& value)
+{
+    if (name.empty())
+        Raise(err_precondition, missing_name_text);
+    KeepAlive const alive(*this);
+    auto const item = GetOrderedImpl()->InsertAt(pos, name, value);
+    ContentHasBeenChanged();
+    return item;
+}
+
+void Container::ReplaceAt(unsigned int pos, safestring const& name, SafeValue const& value)
+{
+    CheckPosition(pos, Count());
+    KeepAlive const alive(*this);
+    OrderedImpl& ordered = *GetOrderedImpl();
+    CheckPosition(pos, static_cast<unsigned int>(ordered.Positions().size()));
+    safestring const own_name = name; // it may be that of the item which goes
+    bool const replaced = ordered.ReplaceAt(pos, name, value);
+    ContentHasBeenChanged();
+    if (!replaced)
+        Raise(err_precondition,
+              "Cannot replace element %u of an ordered container, because an item with the same "
+              "name already exists in the container: %s",
+              pos, own_name);
+}
+
+void Container::ReplaceValueAt(unsigned int pos, SafeValue const& value)
+{
+    CheckPosition(pos, Count());
+    KeepAlive const alive(*this);
+    OrderedImpl& ordered = *GetOrderedImpl();
+    CheckPosition(pos, static_cast<unsigned int>(ordered.Positions().size()));
+    ordered.GetAt(pos)->second = value;
+    ContentHasBeenChanged();
+}
+
+// ---- lists
+
+void Container::ListItems(safestring& list) const
+{
+    bool first = true;
+    ForEachListed(*this, [&](ContainerMap::value_type const& item) {
+        if (!std::exchange(first, false))
+            list += ", ";
+        safestring name = item.first;
+        QuoteName(name);
+        list += name;
+    });
+}
+
+void Container::ListItems(safestring* names) const
+{
+    ForEachListed(*this, [&](ContainerMap::value_type const& item) { *names++ = item.first; });
+}
+
+int Container::List(safestringlist& names) const
+{
+    for (auto const& item : *this)
+        names.push_back(item.first);
+    return static_cast<int>(Count());
+}
+
+safestring Container::DoGetDescription() const
+{
+    safestring text = Text(
+        IsOrdered() ? "Ordered container: %d elements: " : "Container: %d elements: ", Count());
+    ForEachListed(*this, [&text](ContainerMap::value_type const& item) {
+        text += item.first;
+        text += ", ";
+    });
+    text.replace(text.size() - 2, 2, ".");
+    return text;
+}
+
+// ---- walks
+
+void Container::ScanItems(ItemVisitor& v) const
+{
+    ContainerWalk walk(*this);
+    while (auto const* const item = walk.Next())
+        v.Visit(item->first, item->second);
+}
+
+void Container::ScanItems(MemBlockVisitor& v, char const* classname)
+{
+    ContainerWalk walk(*this);
+    bool changed = false;
+    while (auto* const item = walk.Next()) {
+        SafeValue& value = item->second;
+        if (value.GetType() != it_memblock || (classname && !value.MemoryRef().Conforms(classname)))
+            continue;
+        MemBlock const* const before = value.MemoryRef().Pointer();
+        v.Visit(item->first, value.MemoryRef());
+        if (walk.HasGone() || value.GetType() != it_memblock)
+            continue;
+        changed |= value.MemoryRef().Pointer() != before;
+        if (!value.MemoryRef())
+            value = SafeValue();
+    }
+    if (changed)
+        ContentHasBeenChanged();
+}
+
+void Container::ScanItems(MemBlockVisitor& v, char const* classname) const
+{
+    const_cast<Container*>(this)->ScanItems(v, classname);
+}
+
+namespace {
+
+// False ends the walk. In a traversal all that is no object is a value of the container itself.
+bool EntertainValue(DataItem& value, MemBlockVisitor& v, safestring const& path,
+                    MemBlock::entertainmode_t mode)
+{
+    if (mode == MemBlock::em_traverse)
+        return v.Visit(path, value) != MemBlockVisitor::stop;
+    if (value.GetType() != it_sharable)
+        return true;
+    auto const sharable = value.GetSharable();
+    DataItem const answer =
+        sharable->DoVerb("entertain", SafeValue(static_cast<void*>(&v)), SafeValue(path));
+    return answer.GetType() != it_int || answer.GetInt() != 0;
+}
+
+} // namespace
+
+bool Container::Entertain(MemBlockVisitor& v, safestring const& path, entertainmode_t mode)
+{
+    KeepAlive const alive(*this);
+    if (!MemBlock::Entertain(v, path, mode))
+        return false;
+    if (mode == em_no_attr)
+        return true;
+    ContainerWalk walk(*this);
+    safestring const prefix = path.empty() ? path : path + ".";
+    while (auto* const item = walk.Next()) {
+        SafeValue& value = item->second;
+        bool const go_on = value.GetType() == it_memblock
+                               ? EntertainChild(value.MemoryRef(), v, prefix + item->first, mode)
+                               : EntertainValue(value, v, prefix + item->first, mode);
+        if (!go_on)
+            return false;
+    }
+    return true;
+}
+
+bool Container::Consistent(safestring& message, bool deep) const
+{
+    bool ok = true;
+    ContainerWalk walk(*this);
+    while (auto* const item = walk.Next()) {
+        if (item->second.GetType() != it_memblock || !item->second.MemoryRef())
+            continue;
+        safestring found;
+        bool good = true;
+        WithEnoughStack([&] { good = item->second.MemoryRef()->Consistent(found, deep); });
+        if (good)
+            continue;
+        message += Text("{%s: %s}", item->first, found);
+        ok = false;
+    }
+    return ok;
+}
+
+bool Container::Equals(MemBlock const& other) const
+{
+    auto const* const container = MemCast<Container>(&other);
+    if (!container || Count() != container->Count())
+        return false;
+    bool equal = true;
+    auto theirs = container->begin();
+    for (auto mine = begin(); equal && mine != end(); ++mine, ++theirs)
+        WithEnoughStack([&] { equal = mine->second == theirs->second; });
+    return equal;
+}
+
+// ---- the class
+
+char const* Container::Class() const
+{
+    return "container";
+}
+
+bool Container::Conforms(char const* classname) const
+{
+    return SameName(classname, "container") || MemBlock::Conforms(classname);
+}
+
+char const* Container::ClassDescription() const
+{
+    return "Container - containes any number of polytype values, named or unnamed.\n"
+           "Derived from: MemBlock\n"
+           "Subkeys:\n"
+           "\tlength - return the number of objects in the container\n"
+           "\tkeys   - return a vector containing item names\n"
+           "\t[index] - return reference to the contained item by zero-based index\n"
+           "\tname (any other string than \"length\") - return reference to the named contained "
+           "item\n";
+}
+
+bool Container::AddConvertArg(safestring const& key, DataItem const& value, ConvertOptions& options,
+                              ThrowHandlerFunc handler) const
+{
+    return MemBlock::AddConvertArg(key, value, options, handler);
+}
+
+PMemBlock Container::ConvertFrom(PMemBlock source, ConvertOptions const& options) const
+{
+    if (!source || source.Conforms("container"))
+        return source;
+    return Cnt(options.GetValue("itemname", "x").GetString(), DataItem(source));
+}
+
+} // namespace NKelmic
