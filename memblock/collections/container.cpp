@@ -103,11 +103,7 @@ void Container::Swap(Container& other)
 
 void Container::MoveInto(safestring const& name, SafeValue& value)
 {
-    ContainerMap& map = impl_->Map();
-    auto item = map.lower_bound(name);
-    if (item == map.end() || name < item->first)
-        item = map.emplace_hint(item, name, SafeValue());
-    item->second.swap(value);
+    impl_->Add(name).first->second.swap(value);
     ContentHasBeenChanged();
 }
 
@@ -118,7 +114,7 @@ unsigned int Container::Count() const
 
 bool Container::exists(safestring const& name) const
 {
-    return impl_->Map().contains(name);
+    return find(name) != end();
 }
 
 ContainerIterator Container::begin()
@@ -143,12 +139,12 @@ ContainerConstIterator Container::end() const
 
 ContainerIterator Container::find(safestring const& name)
 {
-    return impl_->Map().find(name);
+    return impl_->Find(name);
 }
 
 ContainerConstIterator Container::find(safestring const& name) const
 {
-    return impl_->Map().find(name);
+    return impl_->Find(name);
 }
 
 // ---- items by position

@@ -21,10 +21,18 @@ ContainerImpl* ContainerImpl::Clone() const
 
 ContainerIterator ContainerImpl::Put(safestring const& name, SafeValue const& value)
 {
-    auto const [item, is_new] = map_.try_emplace(name, value);
-    if (!is_new)
-        item->second = value;
+    SafeValue incoming(value); // then holds what was stored before, and goes last
+    auto const item = Add(name).first;
+    item->second.swap(incoming);
     return item;
+}
+
+std::pair<ContainerIterator, bool> ContainerImpl::Add(safestring const& name)
+{
+    auto const result = map_.try_emplace(name);
+    if (result.second)
+        index_.Added(result.first);
+    return result;
 }
 
 unsigned int ContainerImpl::GetPos(ContainerConstIterator item) const
@@ -39,7 +47,7 @@ ContainerIterator ContainerImpl::GetAt(unsigned int pos)
 
 bool ContainerImpl::Delete(safestring const& name)
 {
-    auto const item = map_.find(name);
+    auto const item = Find(name);
     if (item == map_.end())
         return false;
     Delete(item);
@@ -58,6 +66,7 @@ bool ContainerImpl::IsOrdered() const
 
 void ContainerImpl::Clear()
 {
+    index_.Drop();
     ContainerMap dropped;
     dropped.swap(map_);
     for (ContainerWalk* walk = walks_; walk; walk = walk->outer_) {
@@ -74,6 +83,7 @@ ContainerMap::node_type ContainerImpl::Unlink(ContainerIterator item)
         ++walk->item_;
         walk->gone_ = true;
     }
+    index_.Removed(item);
     return map_.extract(item);
 }
 
@@ -85,6 +95,8 @@ void ContainerImpl::TakeItems(ContainerImpl& other)
         if (walk->item_ == other.map_.end())
             walk->item_ = map_.end();
     }
+    index_.Drop();
+    other.index_.Drop();
     map_.swap(other.map_); // nodes stay where they are
 }
 
@@ -101,11 +113,11 @@ ContainerImpl* OrderedImpl::Clone() const
 ContainerIterator OrderedImpl::Put(safestring const& name, SafeValue const& value)
 {
     MakeRoom();
-    auto const [item, is_new] = map_.try_emplace(name, value);
+    SafeValue incoming(value);
+    auto const [item, is_new] = Add(name);
+    item->second.swap(incoming);
     if (is_new)
         positions_.push_back(item);
-    else
-        item->second = value;
     return item;
 }
 
@@ -162,8 +174,8 @@ ContainerIterator OrderedImpl::InsertAt(unsigned int pos, safestring const& name
                                         SafeValue const& value)
 {
     MakeRoom();
-    SafeValue incoming(value); // then holds what was stored before, and goes last
-    auto const [item, is_new] = map_.try_emplace(name);
+    SafeValue incoming(value);
+    auto const [item, is_new] = Add(name);
     item->second.swap(incoming);
     unsigned int const old = is_new ? Count() : GetPos(item);
     auto const size = static_cast<unsigned int>(positions_.size());
@@ -193,10 +205,12 @@ bool OrderedImpl::ReplaceAt(unsigned int pos, safestring const& name, SafeValue 
     // Goes last: the name and the value that came in may be those of the item that goes.
     auto const dropped = Unlink(positions_[pos]);
     auto const result = map_.insert(fresh.extract(fresh.begin()));
-    if (result.inserted)
+    if (result.inserted) {
+        index_.Added(result.position);
         positions_[pos] = result.position;
-    else
+    } else {
         positions_.erase(positions_.begin() + pos);
+    }
     return result.inserted;
 }
 

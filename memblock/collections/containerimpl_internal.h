@@ -1,7 +1,7 @@
 #ifndef MEMBLOCK_COLLECTIONS_CONTAINERIMPL_INTERNAL_H
 #define MEMBLOCK_COLLECTIONS_CONTAINERIMPL_INTERNAL_H
 
-#include <memblock/collections/container.h>
+#include <memblock/collections/nameindex_internal.h>
 #include <memblock/core/memblock_internal.h>
 
 #include <vector>
@@ -29,8 +29,10 @@ public:
     /// Append the expression that makes these items.
     virtual void GetExpression(safestring& expression) const;
 
-    ContainerMap& Map() { return map_; }
-    ContainerMap const& Map() const { return map_; }
+    ContainerMap& Map() { return map_; } ///< to look at and to change values in
+    ContainerIterator Find(safestring const& name) { return index_.Find(name); }
+    /// The item of a name; a new one is undefined, and true is told. It gets no position.
+    std::pair<ContainerIterator, bool> Add(safestring const& name);
     unsigned int Count() const { return static_cast<unsigned int>(map_.size()); }
     /// Take over all items of another one, and the walks over them; this one is empty yet.
     void TakeItems(ContainerImpl& other);
@@ -40,6 +42,7 @@ protected:
     ContainerMap::node_type Unlink(ContainerIterator item);
 
     ContainerMap map_;
+    NameIndex index_{map_};
 
 private:
     friend class ContainerWalk;

@@ -100,7 +100,7 @@ DataItem Container::DoVerb(char const* verb, int argc, SafeValue* argv)
 ContainerIterator Container::FindItem(safestring const& name_or_position) const
 {
     if (!IsPosition(name_or_position))
-        return impl_->Map().find(name_or_position);
+        return impl_->Find(name_or_position);
     bool ok = true;
     CheckOk check(ok);
     unsigned int const pos = StringToUInt()(name_or_position, check);
@@ -125,13 +125,13 @@ SafeValue Container::Get(safestring const& key) const
         auto const item = FindItem(head);
         return item == none ? SafeValue(-1) : SafeValue(GetPos(item));
     }
-    auto const item = impl_->Map().find(head);
+    auto const item = impl_->Find(head);
     return item == none ? SafeValue() : item->second;
 }
 
 PMemBlock Container::GetMemory(safestring const& name, char const* classname) const
 {
-    auto const item = impl_->Map().find(name);
+    auto const item = impl_->Find(name);
     if (item == impl_->Map().end() || item->second.GetType() != it_memblock)
         return {};
     PMemBlock const block = item->second.DataItem::GetMemory();

@@ -29,6 +29,26 @@ TEST(Container, ANameIsOneItemInAnyLetterCaseAndKeepsItsFirstSpelling)
     EXPECT_FALSE(c->IsOrdered()) << "a refused item changes nothing";
 }
 
+TEST(Container, ManyItemsAreFoundByNameWhateverComesAndGoes)
+{
+    auto const c = Container::CreateOrdered();
+    std::map<std::string, int> expected;
+    auto const name = [](unsigned i) { return std::string(1 + i % 23, 'n') + std::to_string(i); };
+    for (unsigned i = 1; i < 20000; ++i) {
+        std::string const added = name(i * 7919 % 1000), removed = name(i * 104729 % 1000);
+        c->Put(static_cast<int>(i), added.c_str());
+        expected[added] = static_cast<int>(i);
+        EXPECT_EQ(c->Delete(removed.c_str()), expected.erase(removed) == 1);
+        if (i % 5000 == 0) // the items change their owner
+            c->SetOrdered(!c->IsOrdered());
+        std::string const asked = name(i * 31 % 1000);
+        auto const found = expected.find(asked);
+        ASSERT_EQ(c->Get(asked.c_str()).DataItem::GetInt(),
+                  found == expected.end() ? 0 : found->second);
+    }
+    EXPECT_EQ(c->Count(), expected.size());
+}
+
 TEST(Container, APositionMakesItOrderedInNameOrder)
 {
     std::pair<char const*, std::function<void(Container&)>> const touches[] = {
