@@ -131,10 +131,7 @@ void AppendPlainItems(Container const& container, safestring const& path, safest
             Warning(err_request,
                     Text("Serializing of raw pointers not supported: %s.%s", path, item->first));
         } else if (kind == it_string || IsNumber(kind)) {
-            output += item->first;
-            output += '=';
-            output += item->second.GetExpression(digits);
-            output += ',';
+            output += Text("%s=%s,", item->first, item->second.GetExpression(digits));
         }
     }
 }

@@ -1,6 +1,5 @@
 #include "container_fixture.h"
 
-#include <memblock/base/text.h>
 #include <memblock/core/subitem.h>
 #include <memblock/serial/factory.h>
 #include <memblock/vector/vector.h>
@@ -13,26 +12,24 @@ using namespace NKelmic;
 
 TEST(ContainerKeys, AKeyTellsThePlaceOfAnInsertion)
 {
-    std::pair<char const*, char const*> const cases[] = {
-        {"x", "a=0 b=1 c=2 x=9"},
-        {"B", "a=0 b=9 c=2"},
-        {"1", "a=0 b=9 c=2"},
-        {"+1.6", "a=0 b=1 c=9"},
-        {"x:@first", "x=9 a=0 b=1 c=2"},
-        {"x:@LAST", "a=0 b=1 c=2 x=9"},
-        {"c:@first", "c=9 a=0 b=1"},
-        {"a:@last", "b=1 c=2 a=9"},
-        {"x:@before:b", "a=0 x=9 b=1 c=2"},
-        {"x:@before:nothing", "a=0 b=1 c=2 x=9"},
-        {"x:@after:nothing", "a=0 b=1 c=2 x=9"},
-        {"x:@after:0", "a=0 x=9 b=1 c=2"},
-        {"x:@after:4294967295", "a=0 b=1 c=2 x=9"},
-        {"a:@after:C", "b=1 c=2 a=9"},
-        {"c:@before:0", "c=9 a=0 b=1"},
-        {"x:@before:b:c", "a=0 b=1 c=2 x=9"}, // the anchor is "b:c", which is not there
-        {"1:@first", "1=9 a=0 b=1 c=2"},      // a name, whatever it looks like
-        {"", "=9 a=0 b=1 c=2"},
-    };
+    std::pair<char const*, char const*> const cases[] = {{"x", "a=0 b=1 c=2 x=9"},
+                                                         {"B", "a=0 b=9 c=2"},
+                                                         {"1", "a=0 b=9 c=2"},
+                                                         {"+1.6", "a=0 b=1 c=9"},
+                                                         {"x:@first", "x=9 a=0 b=1 c=2"},
+                                                         {"x:@LAST", "a=0 b=1 c=2 x=9"},
+                                                         {"c:@first", "c=9 a=0 b=1"},
+                                                         {"a:@last", "b=1 c=2 a=9"},
+                                                         {"x:@before:b", "a=0 x=9 b=1 c=2"},
+                                                         {"x:@before:nothing", "a=0 b=1 c=2 x=9"},
+                                                         {"x:@after:nothing", "a=0 b=1 c=2 x=9"},
+                                                         {"x:@after:0", "a=0 x=9 b=1 c=2"},
+                                                         {"x:@after:4294967295", "a=0 b=1 c=2 x=9"},
+                                                         {"a:@after:C", "b=1 c=2 a=9"},
+                                                         {"c:@before:0", "c=9 a=0 b=1"},
+                                                         {"x:@before:b:c", "a=0 b=1 c=2 x=9"},
+                                                         {"1:@first", "1=9 a=0 b=1 c=2"},
+                                                         {"", "=9 a=0 b=1 c=2"}};
     for (auto const& [key, listed] : cases) {
         for (bool const ordered : {false, true}) {
             if (ordered && *key == '\0')
@@ -60,8 +57,7 @@ TEST(ContainerKeys, ABadPlaceIsRefusedAndChangesNothing)
         {"3", 32, "Container element index 3 is out of range for: Container: 2 elements: a, b.."},
         {"-1", 512, "Cannot convert negative number into an unsigned type: -1"},
         {"1e30", 512, "Number does not fit in the destination data type range: 1e30"},
-        {"x:@before:-1", 512, "Cannot convert negative number into an unsigned type: -1"},
-    };
+        {"x:@before:-1", 512, "Cannot convert negative number into an unsigned type: -1"}};
     for (auto const& [key, code, text] : cases) {
         SCOPED_TRACE(key);
         auto const c = Cnt("a", 0, "b", 1);
@@ -82,8 +78,7 @@ TEST(ContainerKeys, AKeyReadsByNameByPositionAndAsksForPlaceAndSpelling)
         {"b:@pos", 2},      {"2:@pos", 2},    {"9:@pos", -1}, {"none:@pos", -1},  {"9:@name", ""},
         {"none:@name", ""}, {"-1:@pos", -1},  {"a:bar", 1},   {"a:", 1},          {"a:@pos:x", 1},
         {"5:bar", 7},       {"none:bar", {}}, {"5", {}},      {"4294967296", {}}, {"-1", {}},
-        {"1e99", {}},       {"", {}},         {":", {}},      {":@pos", -1},
-    };
+        {"1e99", {}},       {"", {}},         {":", {}},      {":@pos", -1}};
     for (auto const& [key, expected] : cases) {
         SCOPED_TRACE(key);
         SafeValue const value = c->Get(key);
@@ -114,8 +109,7 @@ TEST(ContainerKeys, KeysOfTheContainerComeFirstThenItemsThenThoseOfEveryObject)
         {"@my name@", "quoted"},
         {"keys.@class", "vector"},
         {"_.b", "0"},
-        {"@sticky.@length", "0"},
-    };
+        {"@sticky.@length", "0"}};
     for (auto const& [key, text] : cases) {
         SCOPED_TRACE(key);
         EXPECT_EQ(c->GetSubItem(key, throw_always).GetString(), text);
@@ -162,20 +156,6 @@ TEST(ContainerKeys, AWriteMakesTheMissingLevelsAndKeepsOtherOwnersOut)
     CollectThrowMessage handler(true); // asks to create
     EXPECT_TRUE(root->GetSubItem("fresh", handler).GetMemory().Conforms("container"));
     EXPECT_TRUE(root->exists("fresh"));
-}
-
-TEST(ContainerKeys, EveryNameOfTheListsCanBeRead)
-{
-    auto const c = Cnt("a", 1, "my name", "text");
-    for (char const* list : {"@subkeys", "@subobjects"}) {
-        auto const names = c->GetSubItemVector(list, throw_always, nullptr, "");
-        for (int i = 0; i < static_cast<int>(names->Length()); ++i) {
-            safestring name = names->GetString(i);
-            if (safestring(list) == "@subobjects")
-                UnquoteName(name);
-            EXPECT_TRUE(c->GetSubItem(name, throw_always).IsDefined()) << name.c_str();
-        }
-    }
 }
 
 TEST(ContainerKeys, AttributeContainersComeIntoBeingWhenTheyAreAskedFor)
