@@ -194,7 +194,7 @@ private:
     ContainerImpl* impl_; // owned
 };
 
-namespace detail {
+namespace NCnt {
 inline void PutPairs(Container&) {}
 
 template <class... Rest>
@@ -204,7 +204,7 @@ void PutPairs(Container& container, safestring const& name, SafeValue const& val
     container.Put(value, name);
     PutPairs(container, rest...);
 }
-} // namespace detail
+} // namespace NCnt
 
 /// Make a plain container of one to ten pairs of name and value.
 template <class... Rest>
@@ -212,7 +212,7 @@ DerivedPointer<Container> Cnt(safestring const& name, SafeValue const& value, Re
 {
     static_assert(sizeof...(Rest) % 2 == 0 && sizeof...(Rest) <= 18, "one to ten pairs");
     DerivedPointer<Container> container = Container::Create();
-    detail::PutPairs(*container, name, value, rest...);
+    NCnt::PutPairs(*container, name, value, rest...);
     return container;
 }
 

@@ -1,11 +1,39 @@
 #ifndef MEMBLOCK_TESTS_COLLECTIONS_CONTAINER_FIXTURE_H
 #define MEMBLOCK_TESTS_COLLECTIONS_CONTAINER_FIXTURE_H
 
+#include <memblock/base/raise.h>
 #include <memblock/collections/container.h>
 
 #include <string>
 
 namespace NKelmic {
+
+/// A sharable that answers verbs as it is told and writes "{name format path}".
+class NamedSharable : public ThreadSharable {
+public:
+    explicit NamedSharable(safestring const& text) : name(text) {}
+    safestring GetDescription() const override { return name; }
+    ThreadSharablePointer<ThreadSharable> DoClone() const override
+    {
+        return new NamedSharable(name + "'");
+    }
+    void DoSerialize(int format, SerializeVisitor&, safestring const& path, Formatter const&,
+                     safestring& output) const override
+    {
+        output += Text("{%s %d %s}", name, format, path);
+    }
+    DataItem DoVerb(char const* verb, SafeValue const& a, SafeValue const& b) override
+    {
+        asked = std::string(verb) + ' ' + (b.IsDefined() ? b.GetString().c_str() : "");
+        argument = a;
+        return answer;
+    }
+
+    safestring name;
+    DataItem answer;    ///< to every verb
+    std::string asked;  ///< the last verb and its second argument
+    SafeValue argument; ///< the first one
+};
 
 /// Names and values in the order that lists go by, as "a=1 b=text".
 inline std::string Listed(DerivedPointer<Container> const& c)

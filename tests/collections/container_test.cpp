@@ -1,6 +1,6 @@
 #include "container_fixture.h"
 
-#include <memblock/core/memblockimpl.h>
+#include <memblock/base/number.h>
 #include <memblock/vector/vector.h>
 #include <support/logsink.h>
 #include <support/raises.h>
@@ -17,13 +17,8 @@ TEST(Container, ANameIsOneItemInAnyLetterCaseAndKeepsItsFirstSpelling)
     EXPECT_EQ(Listed(c), "\xC4=5 ALPHA=2 Alphabet=4 beta=1 _x=3")
         << "bytes above ASCII stand first";
     c->Put("new", "alpha");
-    EXPECT_EQ(c->find("Alpha")->first.compare(0, 5, "ALPHA"), 0);
     EXPECT_STREQ(c->find("Alpha")->first.c_str(), "ALPHA");
     EXPECT_EQ(c->Get("aLPHA").GetString(), "new");
-    EXPECT_TRUE(c->exists("BETA"));
-    EXPECT_EQ(c->Count(), 5u);
-    EXPECT_TRUE(c->Delete("Beta"));
-    EXPECT_FALSE(c->Delete("Beta"));
     EXPECT_RAISES(c->Put(1, ""), 32, "Missing item name.");
     EXPECT_RAISES(c->InsertAt(0, "", 1), 32, "Missing item name.");
     EXPECT_FALSE(c->IsOrdered()) << "a refused item changes nothing";
@@ -32,43 +27,37 @@ TEST(Container, ANameIsOneItemInAnyLetterCaseAndKeepsItsFirstSpelling)
 TEST(Container, ManyItemsAreFoundByNameWhateverComesAndGoes)
 {
     auto const c = Container::CreateOrdered();
-    std::map<std::string, int> expected;
-    auto const name = [](unsigned i) { return std::string(1 + i % 23, 'n') + std::to_string(i); };
-    for (unsigned i = 1; i < 20000; ++i) {
-        std::string const added = name(i * 7919 % 1000), removed = name(i * 104729 % 1000);
-        c->Put(static_cast<int>(i), added.c_str());
-        expected[added] = static_cast<int>(i);
-        EXPECT_EQ(c->Delete(removed.c_str()), expected.erase(removed) == 1);
-        if (i % 5000 == 0) // the items change their owner
-            c->SetOrdered(!c->IsOrdered());
-        std::string const asked = name(i * 31 % 1000);
-        auto const found = expected.find(asked);
-        ASSERT_EQ(c->Get(asked.c_str()).DataItem::GetInt(),
-                  found == expected.end() ? 0 : found->second);
+    std::map<safestring, int> expected;
+    auto const name = [](int i) { return safestring(1 + i % 23, 'n') + str(i); };
+    for (int i = 1; i < 10000; ++i) {
+        safestring const added = name(i * 7919 % 1000), removed = name(i * 7727 % 1000);
+        c->Put(i, added);
+        expected[added] = i;
+        EXPECT_EQ(c->Delete(removed), expected.erase(removed) == 1);
+        if (i % 1000 == 0) { // the items change their owner
+            c->SetOrdered(false);
+            expected.erase(c->GetNameByPos(0));
+            c->ReplaceAt(0, name(1000 + i), expected[name(1000 + i)] = i);
+        }
+        for (safestring const& asked : {name(i * 31 % 1000), name(1000 + i)}) {
+            auto const found = expected.find(asked);
+            ASSERT_EQ(c->Get(asked).DataItem::GetInt(),
+                      found == expected.end() ? 0 : found->second);
+        }
     }
     EXPECT_EQ(c->Count(), expected.size());
 }
 
 TEST(Container, APositionMakesItOrderedInNameOrder)
 {
-    std::pair<char const*, std::function<void(Container&)>> const touches[] = {
-        {"a=1 b=2 c=9", [](Container& c) { c.ReplaceValueAt(2, 9); }},
-        {"x=9 b=2 c=3", [](Container& c) { c.ReplaceAt(0, "x", 9); }},
-        {"a=1 x=9 b=2 c=3", [](Container& c) { c.InsertAt(1, "x", 9); }},
-        {"a=1 b=2 c=3 0x=9", [](Container& c) { c.Insert("0x:@last", 9); }}};
-    for (auto const& [listed, touch] : touches) {
-        SCOPED_TRACE(listed);
-        auto const c = Cnt("c", 3, "a", 1, "b", 2);
-        EXPECT_EQ(c->GetOrderedImplIfOrdered(), nullptr);
-        touch(*c);
-        EXPECT_TRUE(c->IsOrdered());
-        EXPECT_EQ(Listed(c), listed);
-    }
     auto const c = Ordered("cab");
     auto const item = c->find("a");
     c->SetOrdered(false);
     EXPECT_EQ(Listed(c), "a=1 b=2 c=0");
-    c->SetOrdered(true);
+    EXPECT_EQ(c->GetOrderedImplIfOrdered(), nullptr);
+    c->ReplaceAt(1, "x", 9);
+    EXPECT_TRUE(c->IsOrdered());
+    EXPECT_EQ(Listed(c), "a=1 x=9 c=0");
     EXPECT_EQ(c->GetPos(item), 0u);
 }
 

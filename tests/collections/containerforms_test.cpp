@@ -2,7 +2,6 @@
 
 #include <memblock/serial/serializer.h>
 #include <support/raises.h>
-#include <support/sharables.h>
 #include <support/testblock.h>
 #include <support/warnings.h>
 

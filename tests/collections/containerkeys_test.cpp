@@ -37,8 +37,6 @@ TEST(ContainerKeys, AKeyTellsThePlaceOfAnInsertion)
             SCOPED_TRACE(Text("\"%s\" %d", key, int(ordered)).c_str());
             auto const c = Cnt("a", 0, "b", 1, "c", 2);
             c->SetOrdered(ordered);
-            EXPECT_TRUE(c->SetSubItem("old", 1, throw_always));
-            EXPECT_TRUE(c->SetSubItem("old", SafeValue(), throw_always)); // undefined deletes
             c->Insert(key, 9);
             EXPECT_EQ(Listed(c), listed);
         }
@@ -134,6 +132,8 @@ TEST(ContainerKeys, SystemKeysAreWrittenAndOtherKeysAreItems)
     EXPECT_TRUE(c->SetSubItem("@unknown", 3, throw_always));
     EXPECT_TRUE(c->SetSubItem("@a name@", 4, throw_always));
     EXPECT_EQ(Listed(c), "a=1 @unknown=3 @a name@=4");
+    EXPECT_TRUE(c->SetSubItem("a", SafeValue(), throw_always)); // undefined deletes
+    EXPECT_FALSE(c->exists("a"));
 }
 
 TEST(ContainerKeys, AWriteMakesTheMissingLevelsAndKeepsOtherOwnersOut)
