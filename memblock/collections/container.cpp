@@ -3,8 +3,6 @@
 #include <memblock/base/raise.h>
 #include <memblock/base/text.h>
 #include <memblock/collections/containerimpl_internal.h>
-#include <memblock/core/deepstack_internal.h>
-#include <memblock/core/visitor.h>
 
 #include <utility>
 
@@ -15,8 +13,6 @@ constexpr char const* missing_name_text = "Missing item name.";
 constexpr char const* out_of_range_text = "Container element index %u is out of range for: %s.";
 
 } // namespace
-
-ItemVisitor::~ItemVisitor() {}
 
 // ---- life
 
@@ -42,22 +38,6 @@ DerivedPointer<Container> Container::Create()
 DerivedPointer<Container> Container::CreateOrdered()
 {
     return DerivedPointer<Container>(new Container(true));
-}
-
-PMemBlock Container::DoClone(int mode) const
-{
-    DerivedPointer<Container> const clone(new Container(*this));
-    if (mode > 1)
-        return clone;
-    ContainerWalk walk(*clone);
-    while (auto* const item = walk.Next()) {
-        SafeValue& value = item->second;
-        if (value.GetType() == it_memblock && value.MemoryRef())
-            WithEnoughStack([&] { value.MemoryRef() = value.MemoryRef()->Clone(mode == 1); });
-        else if (value.GetType() == it_sharable)
-            value = SafeValue(DataItem(value.GetSharable()->DoClone()));
-    }
-    return clone;
 }
 
 // ---- items by name
@@ -277,108 +257,6 @@ safestring Container::DoGetDescription() const
     });
     text.replace(text.size() - 2, 2, ".");
     return text;
-}
-
-// ---- walks
-
-void Container::ScanItems(ItemVisitor& v) const
-{
-    ContainerWalk walk(*this);
-    while (auto const* const item = walk.Next())
-        v.Visit(item->first, item->second);
-}
-
-void Container::ScanItems(MemBlockVisitor& v, char const* classname)
-{
-    ContainerWalk walk(*this);
-    bool changed = false;
-    while (auto* const item = walk.Next()) {
-        SafeValue& value = item->second;
-        if (value.GetType() != it_memblock || (classname && !value.MemoryRef().Conforms(classname)))
-            continue;
-        MemBlock const* const before = value.MemoryRef().Pointer();
-        v.Visit(item->first, value.MemoryRef());
-        if (walk.HasGone() || value.GetType() != it_memblock)
-            continue;
-        changed |= value.MemoryRef().Pointer() != before;
-        if (!value.MemoryRef())
-            value = SafeValue();
-    }
-    if (changed)
-        ContentHasBeenChanged();
-}
-
-void Container::ScanItems(MemBlockVisitor& v, char const* classname) const
-{
-    const_cast<Container*>(this)->ScanItems(v, classname);
-}
-
-namespace {
-
-// False ends the walk. In a traversal all that is no object is a value of the container itself.
-bool EntertainValue(DataItem& value, MemBlockVisitor& v, safestring const& path,
-                    MemBlock::entertainmode_t mode)
-{
-    if (mode == MemBlock::em_traverse)
-        return v.Visit(path, value) != MemBlockVisitor::stop;
-    if (value.GetType() != it_sharable)
-        return true;
-    auto const sharable = value.GetSharable();
-    DataItem const answer =
-        sharable->DoVerb("entertain", SafeValue(static_cast<void*>(&v)), SafeValue(path));
-    return answer.GetType() != it_int || answer.GetInt() != 0;
-}
-
-} // namespace
-
-bool Container::Entertain(MemBlockVisitor& v, safestring const& path, entertainmode_t mode)
-{
-    KeepAlive const alive(*this);
-    if (!MemBlock::Entertain(v, path, mode))
-        return false;
-    if (mode == em_no_attr)
-        return true;
-    ContainerWalk walk(*this);
-    safestring const prefix = path.empty() ? path : path + ".";
-    while (auto* const item = walk.Next()) {
-        SafeValue& value = item->second;
-        bool const go_on = value.GetType() == it_memblock
-                               ? EntertainChild(value.MemoryRef(), v, prefix + item->first, mode)
-                               : EntertainValue(value, v, prefix + item->first, mode);
-        if (!go_on)
-            return false;
-    }
-    return true;
-}
-
-bool Container::Consistent(safestring& message, bool deep) const
-{
-    bool ok = true;
-    ContainerWalk walk(*this);
-    while (auto* const item = walk.Next()) {
-        if (item->second.GetType() != it_memblock || !item->second.MemoryRef())
-            continue;
-        safestring found;
-        bool good = true;
-        WithEnoughStack([&] { good = item->second.MemoryRef()->Consistent(found, deep); });
-        if (good)
-            continue;
-        message += Text("{%s: %s}", item->first, found);
-        ok = false;
-    }
-    return ok;
-}
-
-bool Container::Equals(MemBlock const& other) const
-{
-    auto const* const container = MemCast<Container>(&other);
-    if (!container || Count() != container->Count())
-        return false;
-    bool equal = true;
-    auto theirs = container->begin();
-    for (auto mine = begin(); equal && mine != end(); ++mine, ++theirs)
-        WithEnoughStack([&] { equal = mine->second == theirs->second; });
-    return equal;
 }
 
 // ---- the class

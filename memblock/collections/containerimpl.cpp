@@ -214,25 +214,4 @@ bool OrderedImpl::ReplaceAt(unsigned int pos, safestring const& name, SafeValue 
     return result.inserted;
 }
 
-ContainerWalk::ContainerWalk(Container const& container)
-    : alive_(container), impl_(container.impl_), outer_(std::exchange(impl_->walks_, this)),
-      item_(impl_->map_.begin())
-{
-}
-
-ContainerWalk::~ContainerWalk()
-{
-    if (impl_)
-        impl_->walks_ = outer_;
-}
-
-ContainerMap::value_type* ContainerWalk::Next()
-{
-    if (!impl_)
-        return nullptr;
-    if (!std::exchange(gone_, false))
-        ++item_;
-    return item_ == impl_->map_.end() ? nullptr : &*item_;
-}
-
 } // namespace NKelmic
