@@ -1,7 +1,7 @@
 #include <memblock/core/md5.h>
 
 #include <memblock/base/raise.h>
-#include <memblock/core/dataitem.h>
+#include <memblock/collections/container.h>
 #include <memblock/vector/vector.h>
 
 #include <algorithm>
@@ -13,9 +13,11 @@ int g_debug_md5_log = 0;
 
 namespace {
 
-/// Fed for an array without elements, so that it differs from no array. Hashes are compared
-/// between installations: never change it.
+/// Fed for an array without elements and for a container without items, so that they differ from
+/// no array and no container. Hashes are compared between installations: never change them.
 constexpr char empty_array_text[] = "4e1d0c7a93f2568bb0d6e3a1c97f2e48";
+constexpr char empty_container_text[] = "qv7xk20915lmzt[]hgrpn-=-bcsa#%$!@&";
+constexpr char undefined_text[] = "undef\xff";
 
 void Feed(MD5Context& context, void const* data, unsigned long size)
 {
@@ -69,6 +71,53 @@ void FeedElements(MD5Context& context, Vector const& vector, bool needs_valid_da
     }
 }
 
+template <class T>
+void FeedBytes(MD5Context& context, T word)
+{
+    Feed(context, &word, sizeof word);
+}
+
+void FeedSharable(MD5Context& context, ThreadSharable& sharable)
+{
+    DataItem const answer =
+        sharable.DoVerb("md5", SafeValue(static_cast<void*>(&context)), SafeValue());
+    if (answer.IsUndefined()) // it has not fed itself
+        FeedWithNul(context, sharable.GetDescription());
+}
+
+void FeedValue(MD5Context& context, DataItem const& value)
+{
+    switch (value.GetType()) {
+    case it_shortstring:
+    case it_string: {
+        safestring const text = value.GetString();
+        return Feed(context, text.data(), text.size());
+    }
+    case it_int:
+        return FeedBytes(context, value.GetInt());
+    case it_double:
+        return FeedBytes(context, value.GetDouble());
+    case it_int64:
+        return FeedBytes(context, value.GetInt64());
+    case it_undefined:
+        return Feed(context, undefined_text, sizeof undefined_text - 1);
+    case it_sharable:
+        return FeedSharable(context, *value.GetSharable());
+    default:
+        return; // objects are children
+    }
+}
+
+void FeedItems(MD5Context& context, Container const& container)
+{
+    if (container.Count() == 0)
+        return Feed(context, empty_container_text, sizeof empty_container_text - 1);
+    for (auto const& [name, value] : container) {
+        FeedWithNul(context, name);
+        FeedValue(context, value);
+    }
+}
+
 } // namespace
 
 int md5_visitor::Visit(safestring const& path, PMemBlock& block)
@@ -84,6 +133,16 @@ void Md5UpdateThisObject(MemBlockVisitor* visitor, safestring const&, PMemBlock 
     FeedWithNul(digest, item.GetDescription());
     if (Vector const* const vector = MemCast<Vector>(item))
         FeedElements(digest, *vector, visitor->NeedsValidData());
+    else if (Container const* const container = MemCast<Container>(item))
+        FeedItems(digest, *container);
+}
+
+void UpdateMD5(Container& container, void* visitor)
+{
+    constexpr int line = 204; // the place that callers know this failure by
+    if (!visitor)
+        ThrowAssertException("memblockimpl", line, "visitor");
+    container.Entertain(*static_cast<MemBlockVisitor*>(visitor), safestring(), MemBlock::em_all);
 }
 
 void MemBlock::CheckSum(safestring const&, ThrowHandlerFunc) const {}

@@ -48,11 +48,17 @@ MEMBLOCK_API safestring md5_hash(void const* data, unsigned int size);
 /// First comes its description with the NUL, so a class keeps in its description only what
 /// defines the object. Of a vector the elements follow: the bytes of numbers, the texts of
 /// strings without NUL, the descriptions of polytype values with it. An array without elements
-/// gives a fixed text, so that it differs from no array.
+/// gives a fixed text, so that it differs from no array. Of a container the names follow with the
+/// NUL, each with its value unless that is an object; an empty one gives a fixed text, too.
 /// context: an `MD5Context`.
 /// Throws: 128 "Cannot cast data array into requested type: %s".
 MEMBLOCK_API void Md5UpdateThisObject(MemBlockVisitor* visitor, safestring const& path,
                                       PMemBlock const& item, void* context);
+
+/// Pass a `MemBlockVisitor`, given by its address, over a container and what hangs below it.
+///
+/// Throws an assertion for null.
+MEMBLOCK_API void UpdateMD5(Container& container, void* visitor);
 
 /// A digest as 32 lower-case hexadecimal digits.
 MEMBLOCK_API safestring Md5ToText(unsigned char const digest[16]);

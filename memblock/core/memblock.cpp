@@ -1,6 +1,7 @@
 #include <memblock/core/memblock.h>
 
 #include <memblock/base/raise.h>
+#include <memblock/collections/container.h>
 #include <memblock/core/memblock_internal.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/logging/logger.h>
@@ -284,9 +285,8 @@ PMemBlock MemBlock::GetAttr(bool sticky) const
     DataItem stored;
     if (ExistsSecondaryItem(key, stored))
         return stored.GetMemory();
-    PMemBlock const container = Factory().GetInstance("container");
-    if (container)
-        SetSecondaryItem(key, DataItem(container));
+    PMemBlock const container = Container::Create();
+    SetSecondaryItem(key, DataItem(container));
     return container;
 }
 

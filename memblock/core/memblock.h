@@ -211,7 +211,7 @@ public:
     /// The attribute container of this object, made and kept in the cache at the first access.
     ///
     /// sticky: the one that survives changes and clones; otherwise the one that the next change
-    /// of the content drops. Null while no class "container" is registered.
+    /// of the content drops.
     PMemBlock GetAttr(bool sticky) const;
     /// Say on standard error if another thread's id is recorded for this object, or none at all.
     ///

@@ -1,3 +1,4 @@
+#include <memblock/collections/container.h>
 #include <memblock/serial/loader_internal.h>
 #include <memblock/vector/vector.h>
 
@@ -8,6 +9,7 @@ namespace {
 // The classes of this library, in the order in which they are told. A new class gets a row here
 // and nothing else.
 constexpr auto classes = std::to_array<ClassInfo>({
+    {"container", []() -> PMemBlock { return Container::Create(); }},
     {"vector", []() -> PMemBlock { return Vector::Create(); }},
 });
 } // namespace

@@ -1,6 +1,9 @@
 #include <memblock/vector/convert.h>
 
+#include <memblock/collections/containerimpl_internal.h>
 #include <memblock/vector/convert_internal.h>
+
+#include <vector>
 
 namespace NKelmic {
 
@@ -83,8 +86,50 @@ DataType FindDataType(ConvertOptions const& options)
     return type;
 }
 
+namespace {
+
+// One kind of item gives its own type; numbers go together, and all else is kept as it is.
+DataType TypeForKinds(unsigned kinds)
+{
+    auto const only = [kinds](unsigned allowed) { return (kinds & ~allowed) == 0; };
+    constexpr unsigned texts = 1U << it_shortstring | 1U << it_string;
+    constexpr unsigned whole = 1U << it_int | 1U << it_int64;
+    if (only(1U << it_int))
+        return Vector::Int;
+    if (only(whole))
+        return Vector::Int64;
+    if (only(whole | 1U << it_double))
+        return Vector::Double;
+    if (only(texts))
+        return Vector::String;
+    return only(1U << it_memblock) ? Vector::PMemory : Vector::PolyType;
+}
+
+/// The items as elements, in the order in which lists name them.
+DerivedPointer<Vector> VectorOfItems(Container const& container)
+{
+    unsigned kinds = 0;
+    std::vector<DataItem const*> items;
+    ForEachListed(container, [&](ContainerMap::value_type const& item) {
+        ItemType const type = item.second.GetType();
+        if (type == it_pointer || type == it_sharable || type == it_undefined)
+            Raise(err_kind, "Converting container into a vector not supported for item type: %s",
+                  type == it_undefined ? "undefined" : Type2XmlType(type));
+        kinds |= 1U << type;
+        items.push_back(&item.second);
+    });
+    auto const vector = Vector::Create(items.size(), TypeForKinds(kinds), true, 0, 1.0);
+    for (unsigned int i = 0; i < vector->Length(); ++i)
+        vector->SetElem(i, *items[i]);
+    return vector;
+}
+
+} // namespace
+
 PMemBlock Vector::ConvertFrom(PMemBlock source, ConvertOptions const& options) const
 {
+    if (auto const* const container = MemCast<Container>(source.Pointer()))
+        source = VectorOfItems(*container);
     auto const* vector = MemCast<Vector>(source.Pointer());
     if (!vector)
         return nullptr;

@@ -1,0 +1,177 @@
+#include <memblock/collections/container.h>
+
+#include <memblock/base/number.h>
+#include <memblock/base/raise.h>
+#include <memblock/base/text.h>
+#include <memblock/collections/containerimpl_internal.h>
+#include <memblock/core/deepstack_internal.h>
+#include <memblock/serial/serializer.h>
+#include <memblock/serial/warning.h>
+
+namespace NKelmic {
+namespace {
+
+constexpr int digits = 18; // of a double in both forms
+
+/// The type of a value, with the two kinds of text as one.
+ItemType KindOf(DataItem const& value)
+{
+    return value.GetType() == it_shortstring ? it_string : value.GetType();
+}
+
+bool IsNumber(ItemType kind)
+{
+    return kind == it_int || kind == it_double || kind == it_int64;
+}
+
+/// An object or a sharable that has a form of its own.
+bool IsNested(DataItem& value)
+{
+    return value.GetType() == it_sharable || (value.GetType() == it_memblock && value.MemoryRef());
+}
+
+void Descend(DataItem const& value, int format, SerializeVisitor& v, safestring const& path,
+             Formatter const& formatter, safestring& output)
+{
+    WithEnoughStack([&] { v.Descend(value, format, path, formatter, output); });
+}
+
+/// Append `name=value` for each item, with commas between.
+class ExpressionList {
+public:
+    explicit ExpressionList(safestring& text) : text_(text) {}
+    void Add(ContainerMap::value_type const& item)
+    {
+        if (!first_)
+            text_ += ',';
+        first_ = false;
+        safestring name = item.first;
+        QuoteName(name);
+        text_ += name;
+        text_ += '=';
+        WithEnoughStack([&] { text_ += item.second.GetExpression(); });
+    }
+
+private:
+    safestring& text_;
+    bool first_ = true;
+};
+
+} // namespace
+
+void ContainerImpl::GetExpression(safestring& expression) const
+{
+    expression += "cnt(";
+    ExpressionList list(expression);
+    for (auto const& item : map_)
+        list.Add(item);
+    expression += ')';
+}
+
+void OrderedImpl::GetExpression(safestring& expression) const
+{
+    expression += "ocnt(";
+    ExpressionList list(expression);
+    for (ContainerIterator const item : positions_)
+        list.Add(*item);
+    expression += ')';
+}
+
+safestring Container::GetExpression() const
+{
+    safestring expression;
+    impl_->GetExpression(expression);
+    return expression;
+}
+
+void SerializeContainer2Xml(Container const& container, SerializeVisitor& v, safestring const& path,
+                            Formatter const& formatter, safestring& output)
+{
+    safestring text;
+    ContainerWalk walk(container);
+    while (auto* const item = walk.Next()) {
+        SafeValue& value = item->second;
+        ItemType const kind = KindOf(value);
+        bool const nested = IsNested(value);
+        if (!nested && kind != it_string && !IsNumber(kind))
+            continue;
+        text += "<a n=\"";
+        text += item->first;
+        text += "\" t=\"";
+        text += Type2XmlType(kind);
+        text += '"';
+        if (kind == it_memblock) {
+            text += " c=\"";
+            text += value.MemoryRef()->Class();
+            text += '"';
+        }
+        text += '>';
+        if (nested) {
+            Descend(value, Formatter::ser_xml, v, path + "." + item->first, formatter, output);
+        } else if (kind == it_string) {
+            safestring const content = value.DataItem::GetString();
+            EncodeXmlEntities(content.data(), static_cast<int>(content.size()), text);
+        } else {
+            text += value.GetExpression(digits);
+        }
+        text += "</a>\n";
+    }
+    output += text;
+}
+
+namespace {
+
+/// The values that a script writes as they are. Objects follow in scripts of their own.
+void AppendPlainItems(Container const& container, safestring const& path, safestring& output)
+{
+    ContainerWalk walk(container);
+    while (auto const* const item = walk.Next()) {
+        ItemType const kind = KindOf(item->second);
+        if (kind == it_pointer) {
+            Warning(err_request,
+                    Text("Serializing of raw pointers not supported: %s.%s", path, item->first));
+        } else if (kind == it_string || IsNumber(kind)) {
+            output += Text("%s=%s,", item->first, item->second.GetExpression(digits));
+        }
+    }
+}
+
+} // namespace
+
+void Container::SerializeMorvane(SerializeVisitor& v, safestring const& path,
+                                 Formatter const& formatter, safestring& output) const
+{
+    auto const start = output.size();
+    try {
+        safestring const variable =
+            is_alphanumeric(path) ? path : v.name_prefix_ + str(++v.counter_);
+        output += Text("set(%s=cnt(", variable);
+        AppendPlainItems(*this, path, output);
+        output += "))\n";
+        ContainerWalk walk(*this);
+        while (auto* const item = walk.Next())
+            if (IsNested(item->second))
+                Descend(item->second, Formatter::ser_morvane, v, path + "." + item->first,
+                        formatter, output);
+        if (path != variable)
+            output += Text("Set(%s=%s)\nDelete(%s)\n", path, variable, variable);
+    } catch (...) {
+        output.resize(start);
+        throw;
+    }
+}
+
+void Container::DoSerialize(int format, SerializeVisitor& v, safestring const& path,
+                            Formatter const& formatter, safestring& output) const
+{
+    switch (format) {
+    case Formatter::ser_xml:
+        return SerializeContainer2Xml(*this, v, path, formatter, output);
+    case Formatter::ser_morvane:
+        return SerializeMorvane(v, path, formatter, output);
+    default:
+        Raise(err_request, "Serialization format %d not supported for: %s", format, *this);
+    }
+}
+
+} // namespace NKelmic

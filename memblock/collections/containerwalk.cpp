@@ -1,0 +1,153 @@
+#include <memblock/collections/container.h>
+
+#include <memblock/base/raise.h>
+#include <memblock/collections/containerimpl_internal.h>
+#include <memblock/core/deepstack_internal.h>
+#include <memblock/core/visitor.h>
+
+#include <utility>
+
+namespace NKelmic {
+
+ContainerWalk::ContainerWalk(Container const& container)
+    : alive_(container), impl_(container.impl_), outer_(std::exchange(impl_->walks_, this)),
+      item_(impl_->map_.begin())
+{
+}
+
+ContainerWalk::~ContainerWalk()
+{
+    if (impl_)
+        impl_->walks_ = outer_;
+}
+
+ContainerMap::value_type* ContainerWalk::Next()
+{
+    if (!impl_)
+        return nullptr;
+    if (!std::exchange(gone_, false))
+        ++item_;
+    return item_ == impl_->map_.end() ? nullptr : &*item_;
+}
+
+ItemVisitor::~ItemVisitor() {}
+
+void Container::ScanItems(ItemVisitor& v) const
+{
+    ContainerWalk walk(*this);
+    while (auto const* const item = walk.Next())
+        v.Visit(item->first, item->second);
+}
+
+void Container::ScanItems(MemBlockVisitor& v, char const* classname)
+{
+    ContainerWalk walk(*this);
+    bool changed = false;
+    while (auto* const item = walk.Next()) {
+        SafeValue& value = item->second;
+        if (value.GetType() != it_memblock)
+            continue;
+        MemBlock const* const before = value.MemoryRef().Pointer();
+        if (classname && !value.MemoryRef().Conforms(classname)) // which may convert it
+            continue;
+        v.Visit(item->first, value.MemoryRef());
+        if (walk.HasGone() || value.GetType() != it_memblock)
+            continue;
+        changed |= value.MemoryRef().Pointer() != before;
+        if (!value.MemoryRef())
+            value = SafeValue();
+    }
+    if (changed)
+        ContentHasBeenChanged();
+}
+
+void Container::ScanItems(MemBlockVisitor& v, char const* classname) const
+{
+    const_cast<Container*>(this)->ScanItems(v, classname);
+}
+
+namespace {
+
+// False ends the walk. In a traversal all that is no object is a value of the container itself.
+bool EntertainValue(DataItem& value, MemBlockVisitor& v, safestring const& path,
+                    MemBlock::entertainmode_t mode)
+{
+    if (mode == MemBlock::em_traverse)
+        return v.Visit(path, value) != MemBlockVisitor::stop;
+    if (value.GetType() != it_sharable)
+        return true;
+    auto const sharable = value.GetSharable();
+    DataItem const answer =
+        sharable->DoVerb("entertain", SafeValue(static_cast<void*>(&v)), SafeValue(path));
+    return answer.GetType() != it_int || answer.GetInt() != 0;
+}
+
+} // namespace
+
+bool Container::Entertain(MemBlockVisitor& v, safestring const& path, entertainmode_t mode)
+{
+    KeepAlive const alive(*this);
+    if (!MemBlock::Entertain(v, path, mode))
+        return false;
+    if (mode == em_no_attr)
+        return true;
+    ContainerWalk walk(*this);
+    safestring const prefix = path.empty() ? path : path + ".";
+    while (auto* const item = walk.Next()) {
+        SafeValue& value = item->second;
+        bool const go_on = value.GetType() == it_memblock
+                               ? EntertainChild(value.MemoryRef(), v, prefix + item->first, mode)
+                               : EntertainValue(value, v, prefix + item->first, mode);
+        if (!go_on)
+            return false;
+    }
+    return true;
+}
+
+bool Container::Consistent(safestring& message, bool deep) const
+{
+    bool ok = true;
+    ContainerWalk walk(*this);
+    while (auto* const item = walk.Next()) {
+        if (item->second.GetType() != it_memblock || !item->second.MemoryRef())
+            continue;
+        safestring found;
+        bool good = true;
+        WithEnoughStack([&] { good = item->second.MemoryRef()->Consistent(found, deep); });
+        if (good)
+            continue;
+        message += Text("{%s: %s}", item->first, found);
+        ok = false;
+    }
+    return ok;
+}
+
+bool Container::Equals(MemBlock const& other) const
+{
+    auto const* const container = MemCast<Container>(&other);
+    if (!container || Count() != container->Count())
+        return false;
+    bool equal = true;
+    auto theirs = container->begin();
+    for (auto mine = begin(); equal && mine != end(); ++mine, ++theirs)
+        WithEnoughStack([&] { equal = mine->second == theirs->second; });
+    return equal;
+}
+
+PMemBlock Container::DoClone(int mode) const
+{
+    DerivedPointer<Container> const clone(new Container(*this));
+    if (mode > 1)
+        return clone;
+    ContainerWalk walk(*clone);
+    while (auto* const item = walk.Next()) {
+        SafeValue& value = item->second;
+        if (value.GetType() == it_memblock && value.MemoryRef())
+            WithEnoughStack([&] { value.MemoryRef() = value.MemoryRef()->Clone(mode == 1); });
+        else if (value.GetType() == it_sharable)
+            value = SafeValue(DataItem(value.GetSharable()->DoClone()));
+    }
+    return clone;
+}
+
+} // namespace NKelmic
