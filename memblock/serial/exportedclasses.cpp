@@ -1,3 +1,8 @@
+#include <memblock/imaging/datacube.h>
+#include <memblock/imaging/image.h>
+#include <memblock/imaging/indexvector.h>
+#include <memblock/imaging/numrange.h>
+#include <memblock/imaging/point.h>
 #include <memblock/serial/loader_internal.h>
 #include <memblock/vector/vector.h>
 
@@ -8,7 +13,12 @@ namespace {
 // The classes of this library, in the order in which they are told. A new class gets a row here
 // and nothing else.
 constexpr auto classes = std::to_array<ClassInfo>({
+    {"image", []() -> PMemBlock { return Image::Create(1, 1, Vector::Byte, 1.0); }},
     {"vector", []() -> PMemBlock { return Vector::Create(); }},
+    {"indexvector", []() -> PMemBlock { return IndexVector::Create(); }},
+    {"point", []() -> PMemBlock { return Point::Create(); }},
+    {"numrange", []() -> PMemBlock { return NumRange::Create(); }},
+    {"datacube", []() -> PMemBlock { return DataCube::Create(); }},
 });
 } // namespace
 
