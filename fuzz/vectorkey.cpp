@@ -46,11 +46,11 @@ void FuzzOne(std::string const& input)
     for (auto const& v : {numbers, values}) {
         Ignore([&] {
             DataItem const item = v->ResolveSubItem(key, throw_always);
-            if (auto const* found = MemCast<Vector>(item.GetMemory()))
+            PMemBlock const object = item.GetMemory();
+            if (auto const* found = MemCast<Vector>(object))
                 MustBeConsistent(*found);
         });
         v->ResolveSubItem(key, throw_never);
-        // A length may be anything that memory allows: kept small here.
         Ignore([&] { v->SetSubItem(key, DataItem(7), throw_always); });
         Ignore([&] { v->SetSubItem(key, DataItem("2,3"), throw_always); });
         Ignore([&] {
