@@ -7,9 +7,8 @@
 
 #include <benchmark/benchmark.h>
 
-#if __has_include(<openssl/evp.h>) && defined(MEMBLOCK_HAVE_OPENSSL)
+#ifdef MEMBLOCK_HAVE_OPENSSL
 #include <openssl/evp.h>
-#define HAVE_EVP
 #endif
 
 #include <cstdio>
@@ -75,7 +74,7 @@ void Base64(benchmark::State& state)
     state.SetBytesProcessed(static_cast<long>(state.iterations() * Bytes().size()));
 }
 
-#ifdef HAVE_EVP
+#ifdef MEMBLOCK_HAVE_OPENSSL
 void EvpEncodeBlock(benchmark::State& state)
 {
     for (auto _ : state) {
