@@ -1,4 +1,9 @@
 #include <memblock/collections/container.h>
+#include <memblock/imaging/datacube.h>
+#include <memblock/imaging/image.h>
+#include <memblock/imaging/indexvector.h>
+#include <memblock/imaging/numrange.h>
+#include <memblock/imaging/point.h>
 #include <memblock/serial/loader_internal.h>
 #include <memblock/vector/vector.h>
 
@@ -10,7 +15,12 @@ namespace {
 // and nothing else.
 constexpr auto classes = std::to_array<ClassInfo>({
     {"container", []() -> PMemBlock { return Container::Create(); }},
+    {"image", []() -> PMemBlock { return Image::Create(1, 1, Vector::Byte, 1.0); }},
     {"vector", []() -> PMemBlock { return Vector::Create(); }},
+    {"indexvector", []() -> PMemBlock { return IndexVector::Create(); }},
+    {"point", []() -> PMemBlock { return Point::Create(); }},
+    {"numrange", []() -> PMemBlock { return NumRange::Create(); }},
+    {"datacube", []() -> PMemBlock { return DataCube::Create(); }},
 });
 } // namespace
 

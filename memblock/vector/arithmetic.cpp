@@ -1,5 +1,7 @@
 #include <memblock/vector/op.h>
 
+#include <memblock/imaging/elemtypechange_internal.h>
+#include <memblock/imaging/indexvector.h>
 #include <memblock/vector/op_kernels.h>
 #include <memblock/vector/operand_internal.h>
 #include <memblock/vector/optypes_internal.h>
@@ -495,10 +497,9 @@ PMemBlock VectorOperation::Finish()
         SetResultFactor();
     if (op_ == 'p') {
         CheckPoints();
-        // A list of pixels is an index vector; without that class the request has no answer.
-        Raise(err_request,
-              "The class \"%s\" has not been registered, unable to convert object to that class.",
-              "indexvector");
+        return IndexVector::Create(
+            result_, static_cast<unsigned int>(options_.GetValue("image_width", 0).GetInt()),
+            static_cast<unsigned int>(options_.GetValue("image_height", 0).GetInt()));
     }
     bool const on_request = requested_ != no_request;
     DataType const wanted = on_request ? requested_ : by_operator_;
@@ -508,7 +509,7 @@ PMemBlock VectorOperation::Finish()
         result_->SetFactor(1.0);
     if (op_ == '!' && from_stencil_ && result_->Conforms("image"))
         result_->SetLgType("mask");
-    return result_;
+    return PlainUnlessOwnType(result_);
 }
 
 /// The element-wise binary operator. See VectorOperation for the steps.

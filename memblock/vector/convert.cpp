@@ -1,5 +1,6 @@
 #include <memblock/vector/convert.h>
 
+#include <memblock/imaging/elemtypechange_internal.h>
 #include <memblock/vector/convert_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
@@ -11,6 +12,13 @@ namespace NKelmic {
 namespace {
 
 std::atomic<void (*)(bool)> performance_callback{nullptr};
+
+/// The factor under which elements are left open; an image that turns Triple must have 1.0, and
+/// there is nothing yet to bring there.
+double FactorOfOpen(Vector const& v, DataType type)
+{
+    return type == Vector::Triple && v.Conforms("image") ? 1.0 : v.Factor();
+}
 
 } // namespace
 
@@ -81,7 +89,10 @@ DerivedPointer<Vector> Vector::ConvertElemsToType(DataType type, bool contents,
     if (!IsInSet<AllTypes>(type))
         Raise(err_kind, "Conversion not supported: %s", *this);
     if (!contents || Length() == 0)
-        return CloneWith(OpenChunk(Length(), type), factor_);
+        return CloneWith(OpenChunk(Length(), type), FactorOfOpen(*this, type));
+    if (type == Byte && !keep_factor)
+        if (DerivedPointer<Vector> bytes = ImageAsBytes(*this))
+            return bytes;
     Converted const result = ConvertContents(*this, type, keep_factor);
     return CloneWith(result.chunk, result.factor);
 }
@@ -127,14 +138,16 @@ void Vector::InstallConverted(TypedChunk const& chunk, double factor)
     NotifyElemType(chunk.Type());
     if (factor != factor_)
         CheckFactor(factor);
+    ElemTypeChange change(*this);
     chunk_ = chunk;
     factor_ = factor;
     ResetPimpl();
+    change.Finish();
 }
 
 void Vector::Retype(DataType type)
 {
-    InstallConverted(OpenChunk(Length(), type), factor_);
+    InstallConverted(OpenChunk(Length(), type), FactorOfOpen(*this, type));
 }
 
 } // namespace NKelmic

@@ -43,9 +43,10 @@ TypedChunk CopyOfRange(TypedChunk const& source, unsigned long from, unsigned lo
 {
     source.DelayedInitialize();
     TypedChunk copy = OpenChunk(count, source.Type());
-    TypedChunk::Copy_Buffer(copy.Data(),
-                            static_cast<char const*>(source.Data()) + from * source.ElemSize(),
-                            count, source.Type());
+    if (count > 0)
+        TypedChunk::Copy_Buffer(copy.Data(),
+                                static_cast<char const*>(source.Data()) + from * source.ElemSize(),
+                                count, source.Type());
     return copy;
 }
 

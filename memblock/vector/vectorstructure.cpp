@@ -2,6 +2,7 @@
 
 #include <memblock/base/raise.h>
 #include <memblock/core/memblock_internal.h>
+#include <memblock/imaging/elemtypechange_internal.h>
 #include <memblock/vector/valuetypes_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
@@ -61,6 +62,8 @@ void Gather(T* __restrict dst, T const* __restrict src, int const* __restrict id
 void Vector::CheckNewLength(unsigned long n) const
 {
     CheckLength(n);
+    if (n != Length())
+        CheckLengthIsFree(*this);
     unsigned long remaining = n;
     for (int i = GetRank() - 2; i >= 0; --i) { // all but the outermost
         unsigned int const size = GetDimSize(i);
@@ -255,11 +258,7 @@ DerivedPointer<Vector> Vector::CloneSlice(unsigned int from, unsigned int to) co
         if (from < end)
             return DoCloneSlice(from, end);
     }
-    if (typeid(*this) == typeid(Vector))
-        return CloneWith(NewChunk(0, ElemType()), factor_);
-    DerivedPointer<Vector> empty(Clone(true));
-    empty->ResizeVector(0, false, true);
-    return empty;
+    return DoCloneSlice(0, 0);
 }
 
 DerivedPointer<Vector> Vector::DoCloneSlice(unsigned int from, unsigned int to) const

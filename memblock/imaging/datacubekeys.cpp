@@ -1,0 +1,129 @@
+#include <memblock/imaging/datacube.h>
+
+#include <memblock/core/keytable.h>
+#include <memblock/imaging/image.h>
+#include <memblock/imaging/indexvector.h>
+#include <memblock/imaging/shape_internal.h>
+
+#include <algorithm>
+
+namespace NKelmic {
+
+namespace {
+
+constexpr KeyTable cube_keys{std::to_array<Key<DataCube>>({
+    {"width", [](DataCube const& cube, ThrowHandlerFunc) -> DataItem { return cube.width(); }},
+    {"height", [](DataCube const& cube, ThrowHandlerFunc) -> DataItem { return cube.height(); }},
+    {"depth", [](DataCube const& cube, ThrowHandlerFunc) -> DataItem { return cube.depth(); }},
+    {"mask",
+     [](DataCube const& cube, ThrowHandlerFunc) -> DataItem { return cube.GetMaskVector(1); }},
+})};
+
+/// A coordinate that is too large for any cube stays so as an int.
+int AsInt(unsigned long coordinate)
+{
+    return static_cast<int>(std::min(coordinate, Coordinates::beyond - 1));
+}
+
+void Write(DataCube& cube, Coordinates const& point, SafeValue const& value)
+{
+    if (point.count == 1)
+        return cube.ReplacePlane(AsInt(point.at[0]), DerivedPointer<Image>(value.GetMemory()));
+    if (point.count == 2)
+        return cube.ReplaceZVector(AsInt(point.at[0]), AsInt(point.at[1]),
+                                   DerivedPointer<Vector>(value.GetMemory()));
+    unsigned long const row =
+        std::min(point.at[1] + cube.height() * point.at[2], Coordinates::beyond);
+    unsigned long const index = point.at[0] + cube.width() * row;
+    cube.SetElem(static_cast<unsigned int>(std::min(index, Coordinates::beyond)),
+                 value.GetFloating());
+}
+
+// ---- verbs
+
+DataItem CreateVerb(DataCube&, int argc, SafeValue const* argv)
+{
+    if (argc != 4 || !argv[3].IsString())
+        Raise(err_kind, "Incorrect parameters for DataCube creation. Syntax: create(\"datacube\", "
+                        "width, height, depth, \"datatype\")");
+    return DataCube::Create(argv[0].GetInt(), argv[1].GetInt(), argv[2].GetInt(),
+                            Vector::String2Type(argv[3].GetString(), throw_always), 1.0);
+}
+
+DataItem GetRankVerb(DataCube& cube, int, SafeValue const*)
+{
+    return cube.GetRank();
+}
+
+/// Settled: the count of the arguments is the number of the dimension, whatever they are.
+DataItem GetDimSizeVerb(DataCube& cube, int argc, SafeValue const*)
+{
+    if (argc < 0 || argc > 2)
+        Raise(err_kind, "No such dimension in DataCube: %d", argc);
+    return cube.GetDimSize(argc);
+}
+
+DataItem SetDimSizesVerb(DataCube& cube, int argc, SafeValue const* argv)
+{
+    unsigned int sizes[] = {cube.width(), cube.height(), cube.depth()};
+    for (int i = 0; i < std::min(argc, 3); ++i)
+        sizes[i] = static_cast<unsigned int>(argv[i].GetInt());
+    cube.ChangeDimSizes(sizes, 3);
+    return 1;
+}
+
+constexpr KeyTable cube_verbs{std::to_array<Verb<DataCube>>({
+    {"create", 4, CreateVerb},
+    {"GetRank", 0, GetRankVerb},
+    {"GetDimSize", 0, GetDimSizeVerb},
+    {"SetDimSizes", 0, SetDimSizesVerb},
+})};
+
+} // namespace
+
+DataItem DataCube::ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) const
+{
+    if (auto const* row = cube_keys.Find(key))
+        return row->read(*this, handler);
+    if (key.empty() || key == "!")
+        return "width,height,depth,mask," + Vector::ResolveSubItem(key, handler).GetString();
+    if (key == "*")
+        return "width,height,depth," + Vector::ResolveSubItem(key, handler).GetString();
+    Coordinates const point = ReadCoordinates(key.c_str(), key.size());
+    switch (point.count) {
+    case 1:
+        return GetPlane(AsInt(point.at[0]));
+    case 2:
+        return GetZVector(AsInt(point.at[0]), AsInt(point.at[1]));
+    case 3:
+        return Vector::ResolveSubItem(IndexKey(point, width(), height()), handler);
+    default:
+        return Vector::ResolveSubItem(key, handler);
+    }
+}
+
+bool DataCube::DoSetSubItem(safestring const& key, SafeValue const& value,
+                            safestring const& full_path, ThrowHandlerFunc handler)
+{
+    Coordinates const point = ReadCoordinates(key.c_str(), key.size());
+    if (point.count == 0)
+        return Vector::DoSetSubItem(key, value, full_path, handler);
+    try {
+        Write(*this, point, value);
+        return true;
+    } catch (Exception const& e) {
+        Throw(e, handler);
+        return false;
+    }
+}
+
+DataItem DataCube::DoVerb(char const* verb, int argc, SafeValue* argv)
+{
+    if (auto const* row = cube_verbs.Find(verb))
+        return row->run(*this, argc, argv);
+    if (SameName(verb, "notif_elmtyp_chng") && argc > 0)
+        CheckElemTypeSupported(static_cast<DataType>(argv[0].GetInt()));
+    return Vector::DoVerb(verb, argc, argv);
+}
+
+} // namespace NKelmic

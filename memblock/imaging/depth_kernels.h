@@ -1,0 +1,93 @@
+#ifndef MEMBLOCK_IMAGING_DEPTH_KERNELS_H
+#define MEMBLOCK_IMAGING_DEPTH_KERNELS_H
+
+#include <memblock/base/multiversion.h>
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <type_traits>
+
+/// Loops that take pixels to one byte.
+namespace NKelmic::depth {
+
+template <int bytes>
+MEMBLOCK_MULTIVERSION void AverageBytes(unsigned char const* __restrict src, unsigned int n,
+                                        unsigned char* __restrict dst)
+{
+    for (unsigned int i = 0; i < n; ++i, src += bytes) {
+        int sum = (bytes + 1) / 2;
+        for (int byte = 0; byte < bytes; ++byte)
+            sum += src[byte];
+        dst[i] = static_cast<unsigned char>(sum / bytes);
+    }
+}
+
+/// The greatest pixel that is finite; 0 if none is above 0.
+template <class T>
+MEMBLOCK_MULTIVERSION double FiniteMaximum(T const* __restrict src, unsigned int n)
+{
+    T greatest = 0;
+    for (unsigned int i = 0; i < n; ++i) {
+        bool counts = src[i] > greatest;
+        if constexpr (std::is_floating_point_v<T>)
+            counts = counts && src[i] <= std::numeric_limits<T>::max();
+        greatest = counts ? src[i] : greatest;
+    }
+    return static_cast<double>(greatest);
+}
+
+/// Truncate; what a byte can't hold, and NaN, becomes 0.
+inline unsigned char ToByte(double v)
+{
+    return v > -1.0 && v < 256.0 ? static_cast<unsigned char>(static_cast<int>(v)) : 0;
+}
+
+template <class T>
+MEMBLOCK_MULTIVERSION void CutToBytes(T const* __restrict src, unsigned int n,
+                                      unsigned char* __restrict dst)
+{
+    for (unsigned int i = 0; i < n; ++i)
+        if constexpr (std::is_floating_point_v<T>)
+            dst[i] = ToByte(static_cast<double>(src[i]));
+        else
+            dst[i] = src[i] <= 255 ? static_cast<unsigned char>(src[i]) : 0;
+}
+
+/// One scaled pixel, rounded half away from 0.
+template <class T>
+unsigned char Scaled(T pixel, double scale)
+{
+    double const v = static_cast<double>(pixel) * scale;
+    return ToByte(v > 0 ? v + 0.5 : v - 0.5);
+}
+
+template <class T>
+MEMBLOCK_MULTIVERSION void ScaleEach(T const* __restrict src, unsigned int n,
+                                     unsigned char* __restrict dst, double scale)
+{
+    for (unsigned int i = 0; i < n; ++i)
+        dst[i] = Scaled(src[i], scale);
+}
+
+/// Narrow pixels come again and again: a table of all of them costs less than their scaling.
+template <class T>
+void ScaleToBytes(T const* src, unsigned int n, unsigned char* dst, double scale)
+{
+    if constexpr (std::is_integral_v<T> && sizeof(T) <= 2) {
+        constexpr unsigned int values = std::numeric_limits<T>::max() + 1U;
+        if (n > values) {
+            std::array<unsigned char, values> table;
+            for (unsigned int v = 0; v < values; ++v)
+                table[v] = Scaled(v, scale);
+            for (unsigned int i = 0; i < n; ++i)
+                dst[i] = table[src[i]];
+            return;
+        }
+    }
+    ScaleEach(src, n, dst, scale);
+}
+
+} // namespace NKelmic::depth
+
+#endif // MEMBLOCK_IMAGING_DEPTH_KERNELS_H

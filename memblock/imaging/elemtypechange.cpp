@@ -1,0 +1,62 @@
+#include <memblock/imaging/elemtypechange_internal.h>
+
+#include <memblock/core/memblockimpl.h>
+#include <memblock/imaging/image.h>
+#include <memblock/imaging/indexvector.h>
+#include <memblock/imaging/numrange.h>
+#include <memblock/imaging/point.h>
+
+namespace NKelmic {
+
+ElemTypeChange::ElemTypeChange(Vector& v) : image_(dynamic_cast<Image*>(&v))
+{
+    if (!image_ || !image_->PimplIfAny())
+        return;
+    image_->ExistsSecondaryItem(Image::key_stencil_count, stencil_count_);
+    image_->ExistsSecondaryItem(Image::key_edge_width, edge_width_);
+}
+
+void ElemTypeChange::Finish()
+{
+    if (!image_)
+        return;
+    if (edge_width_.IsDefined())
+        image_->SetSecondaryItem(Image::key_edge_width, edge_width_);
+    if (stencil_count_.IsDefined() && image_->Type() == Image::stencil)
+        image_->SetSecondaryItem(Image::key_stencil_count, stencil_count_);
+    if (image_->ElemType() != Vector::Triple)
+        return;
+    image_->EnsureFactor(1.0);
+    image_->DoSetLgType(Image::visual);
+}
+
+DerivedPointer<Vector> ImageAsBytes(Vector const& v)
+{
+    auto const* image = dynamic_cast<Image const*>(&v);
+    if (!image || !IsInSet<IntegerTypes>(v.ElemType()))
+        return nullptr;
+    DerivedPointer<Image> bytes(image->Clone(true));
+    bytes->Depth8();
+    return bytes;
+}
+
+DerivedPointer<Vector> PlainUnlessOwnType(DerivedPointer<Vector> const& v)
+{
+    Vector const* const object = v.Pointer();
+    DataType own = Vector::NoType;
+    if (dynamic_cast<IndexVector const*>(object))
+        own = Vector::UnsignedInt;
+    else if (dynamic_cast<Point const*>(object) || dynamic_cast<NumRange const*>(object))
+        own = Vector::Int;
+    if (own == Vector::NoType || (object->ElemType() == own && object->Factor() == 1.0))
+        return v;
+    return Vector::Create(object->Chunk(), object->Factor());
+}
+
+void CheckLengthIsFree(Vector const& v)
+{
+    if (dynamic_cast<Point const*>(&v))
+        Raise(err_kind, Point::refusal_to_resize);
+}
+
+} // namespace NKelmic

@@ -1,0 +1,37 @@
+#ifndef MEMBLOCK_IMAGING_ELEMTYPECHANGE_INTERNAL_H
+#define MEMBLOCK_IMAGING_ELEMTYPECHANGE_INTERNAL_H
+
+#include <memblock/core/dataitem.h>
+#include <memblock/vector/vector.h>
+
+namespace NKelmic {
+
+class Image;
+
+/// Stands around a change of the element type, which drops the cache with all that is recorded in
+/// it. What an image says of itself there is put back, and its class follows the type. Does nothing
+/// for other objects.
+class ElemTypeChange {
+public:
+    explicit ElemTypeChange(Vector& v);
+    void Finish();
+
+private:
+    Image* image_;
+    DataItem stencil_count_;
+    DataItem edge_width_;
+};
+
+/// The one-byte form of an image of integers; null for any other object.
+DerivedPointer<Vector> ImageAsBytes(Vector const& v);
+
+/// The vector itself; but if its class demands an element type (or factor 1.0) that it no longer
+/// has, a plain vector on the same chunk.
+DerivedPointer<Vector> PlainUnlessOwnType(DerivedPointer<Vector> const& v);
+
+/// Throw if the class of the vector has a length that never changes.
+void CheckLengthIsFree(Vector const& v);
+
+} // namespace NKelmic
+
+#endif // MEMBLOCK_IMAGING_ELEMTYPECHANGE_INTERNAL_H

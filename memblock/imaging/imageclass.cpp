@@ -1,0 +1,160 @@
+#include <memblock/imaging/image.h>
+
+#include <memblock/core/subitem_internal.h>
+#include <memblock/imaging/elemtypechange_internal.h>
+#include <memblock/imaging/pixel_kernels.h>
+#include <memblock/serial/warning.h>
+#include <memblock/vector/vectorchunk_internal.h>
+
+namespace NKelmic {
+
+namespace {
+
+bool BordersClear(Image& image, bool clear)
+{
+    void* const data = static_cast<Vector&>(image).Pointer();
+    unsigned int const w = image.width();
+    unsigned int const h = image.height();
+    auto const check = [&]<class P>(P* pixels) {
+        if (clear)
+            pixels::ClearFrame(pixels, w, h);
+        return clear || pixels::FrameIsClear(pixels, w, h);
+    };
+    bool result = false;
+    switch (image.IsObject(image.ElemType()) ? 0 : image.ElemSize()) {
+    case 1:
+        result = check(static_cast<unsigned char*>(data));
+        break;
+    case 2:
+        result = check(static_cast<unsigned short*>(data));
+        break;
+    case 3:
+        result = check(static_cast<triple*>(data));
+        break;
+    case 4:
+        result = check(static_cast<unsigned int*>(data));
+        break;
+    case 8:
+        result = check(static_cast<double*>(data));
+        break;
+    default:
+        Raise(err_kind, "Image border clearing not supported for: %s", image);
+    }
+    if (clear)
+        image.ContentHasBeenChanged();
+    return result;
+}
+
+} // namespace
+
+bool check_image_borders_clear(DerivedPointer<Image> image, bool clear)
+{
+    return BordersClear(*image, clear);
+}
+
+template <class T>
+void downconvert(T const* src, unsigned char* dst, unsigned int n)
+{
+    pixels::NonZeroBytes(src, dst, n);
+}
+
+void Image::CheckWritable() const
+{
+    if (Flags() & mem_const)
+        Raise(err_kind, "Possible illegal modification of input image: %s", *this);
+}
+
+void Image::DoSetLgType(int lg_type)
+{
+    if (lg_type == stencil)
+        PrepareStencil();
+    else if (lg_type == mask)
+        PrepareMask();
+    if (lg_type != data && lg_type != stencil)
+        DropFactor(lg_type);
+    MemBlock::DoSetLgType(lg_type);
+    if (lg_type != stencil)
+        return SetStencilCount(-1);
+    int count = 0;
+    if (!RecordedStencilCount(count) || count < 0)
+        RecordStencilCount(RawMaximum());
+}
+
+void Image::PrepareStencil()
+{
+    bool const fits = (ElemSize() == 2 || ElemSize() == 4) && IsInSet<NumericTypes>(ElemType());
+    if (!fits)
+        Raise(err_kind, "Attempt to declare a non-16, non-32 bpp image to be a stencil: %s", *this);
+    if (Type() == stencil)
+        return;
+    if (!BordersClear(*this, false)) {
+        CheckWritable();
+        Warning(err_value,
+                "Setting image.type to \"stencil\": image borders are not cleared, clearing. This "
+                "may change other data items referring to this image. Use the ClearBorders() "
+                "module to avoid this warning.");
+        BordersClear(*this, true);
+    }
+    if (Factor() != 1.0)
+        SetFactor(1.0);
+}
+
+void Image::PrepareMask()
+{
+    if (ElemSize() == 1)
+        return;
+    CheckWritable();
+    TypedChunk bytes = OpenChunk(Length(), Byte);
+    WithElemType<NumericTypes>(
+        ElemType(), "Function downconvert not implemented for data type '%s'",
+        [&]<class T>(NKelmic::Elem<T>) {
+            downconvert(std::as_const(*this).TypedPointer<T>(),
+                        static_cast<unsigned char*>(bytes.Data()), Length());
+        },
+        err_request);
+    ElemTypeChange change(*this);
+    SetTypedChunk(bytes);
+    change.Finish();
+}
+
+void Image::DropFactor(int lg_type)
+{
+    if (Factor() == 1.0)
+        return;
+    CheckWritable();
+    Warning(err_kind, Text("Ignoring existing raw factor %g when converting image type to \"%s\": "
+                           "%s",
+                           Factor(), LgType2String(lg_type), *this));
+    SetFactor(1.0);
+}
+
+void Image::SetElemType(DataType type, bool contents, bool keep_factor)
+{
+    if (IsObject(type))
+        Raise(
+            err_kind,
+            "Cannot change image element type to \"%s\", this type is supported for vectors only.",
+            TypeToString(type));
+    if (type == ElemType() || type == NoType)
+        return;
+    ElemTypeChange change(*this);
+    Vector::SetElemType(type, contents, keep_factor);
+    change.Finish();
+}
+
+#define MEMBLOCK_INSTANTIATE(T)                                                                    \
+    template MEMBLOCK_API void downconvert<T>(T const*, unsigned char*, unsigned int);
+MEMBLOCK_INSTANTIATE(int)
+MEMBLOCK_INSTANTIATE(unsigned int)
+MEMBLOCK_INSTANTIATE(short)
+MEMBLOCK_INSTANTIATE(unsigned short)
+MEMBLOCK_INSTANTIATE(char)
+MEMBLOCK_INSTANTIATE(unsigned char)
+MEMBLOCK_INSTANTIATE(float)
+MEMBLOCK_INSTANTIATE(double)
+MEMBLOCK_INSTANTIATE(triple)
+MEMBLOCK_INSTANTIATE(long long)
+MEMBLOCK_INSTANTIATE(unsigned long long)
+#undef MEMBLOCK_INSTANTIATE
+
+} // namespace NKelmic

@@ -1,0 +1,88 @@
+#include <memblock/imaging/image.h>
+
+#include <memblock/imaging/indexvector.h>
+#include <memblock/vector/convert.h>
+
+#include <utility>
+
+namespace NKelmic {
+
+namespace {
+
+PMemBlock AsList(Image const& image)
+{
+    switch (image.Type()) {
+    case Image::mask:
+        return image.GetMaskVector();
+    case Image::stencil:
+        return image.GetStencilVector();
+    default:
+        return Vector::Create(image.Chunk(), image.Factor());
+    }
+}
+
+/// Grey values as colours: the same byte in all three channels.
+DerivedPointer<Vector> AsGreyTriples(Vector const& source)
+{
+    DerivedPointer<Vector> v = source.ConvertElemsToType(Vector::Byte, true, false);
+    v = cref(v).ConvertElemsToType(Vector::Triple, true, false);
+    triple* const pixels = v->TriplePointer();
+    for (unsigned int i = 0; i < v->Length(); ++i)
+        pixels[i].b[1] = pixels[i].b[2] = pixels[i].b[0];
+    v->ContentHasBeenChanged();
+    return v;
+}
+
+} // namespace
+
+bool Image::AddConvertArg(safestring const& key, DataItem const& value, ConvertOptions& options,
+                          ThrowHandlerFunc handler) const
+{
+    for (int const bits : {8, 16, 24, 32})
+        if (key == Text("%dbpp", bits)) {
+            options.SetValue("bpp", DataItem(bits));
+            options.SetValue("sign", DataItem(0));
+            return true;
+        }
+    for (char const* form : {"image", "vector"})
+        if (SameName(form, key.c_str())) {
+            options.SetValue("lgclass", DataItem(form));
+            return true;
+        }
+    for (char const* flag : {"clearedborders", "replicate"})
+        if (SameName(flag, key.c_str())) {
+            options.SetFlag(flag, true);
+            return true;
+        }
+    return Vector::AddConvertArg(key, value, options, handler);
+}
+
+PMemBlock Image::ConvertFrom(PMemBlock source, ConvertOptions const& options) const
+{
+    auto const* vector = MemCast<Vector>(source);
+    auto const* image = MemCast<Image>(source);
+    if (options.GetValue("lgclass", "image").GetString() == "vector")
+        return image ? AsList(*image) : PMemBlock();
+    if (!vector)
+        return nullptr;
+    if (IsObject(vector->ElemType()))
+        return ConstructImageFromColorPlanes(DerivedPointer<Vector>(vector));
+
+    DataType const type = FindDataType(options);
+    DerivedPointer<Vector> outcome(vector);
+    if (type != NoType)
+        outcome = options.GetFlag("replicate", false)
+                      ? AsGreyTriples(*vector)
+                      : vector->ConvertElemsToType(type, true, false);
+    if (!MemCast<Image>(outcome))
+        outcome = Create(cref(outcome).Chunk(), image ? image->width() : vector->Length(),
+                         image ? image->height() : 1, outcome->Factor());
+    if (options.GetFlag("clearedborders", false)) {
+        if (outcome.Pointer() == vector)
+            outcome = DerivedPointer<Vector>(vector->Clone(true));
+        check_image_borders_clear(DerivedPointer<Image>(outcome), true);
+    }
+    return outcome;
+}
+
+} // namespace NKelmic

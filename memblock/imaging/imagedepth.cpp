@@ -1,0 +1,180 @@
+#include <memblock/imaging/image.h>
+
+#include <memblock/base/number.h>
+#include <memblock/imaging/depth_kernels.h>
+#include <memblock/imaging/elemtypechange_internal.h>
+#include <memblock/vector/summary.h>
+#include <memblock/vector/vectorchunk_internal.h>
+
+#include <cmath>
+#include <utility>
+
+namespace NKelmic {
+
+void AverageTo8bpp(unsigned char const* src, int bytes_per_pixel, unsigned int pixels,
+                   unsigned char* dst)
+{
+    if (bytes_per_pixel == 3)
+        return depth::AverageBytes<3>(src, pixels, dst);
+    if (bytes_per_pixel == 1) {
+        std::copy_n(src, pixels, dst);
+        return;
+    }
+    for (unsigned int i = 0; i < pixels; ++i) {
+        int sum = (bytes_per_pixel + 1) / 2;
+        for (int byte = 0; byte < bytes_per_pixel; ++byte)
+            sum += *src++;
+        dst[i] = static_cast<unsigned char>(sum / bytes_per_pixel);
+    }
+}
+
+template <class T>
+void DivideTo8bpp(T const* src, unsigned int n, unsigned char* dst, double* divisor)
+{
+    bool const told = divisor && *divisor > 0;
+    double const x = told ? *divisor : depth::FiniteMaximum(src, n) / 255.0;
+    double const used = x <= 1.0 ? 1.0 : x == std::floor(x) ? x : std::floor(x) + 1;
+    if (used == 1.0)
+        depth::CutToBytes(src, n, dst);
+    else
+        depth::ScaleToBytes(src, n, dst, 1.0 / used);
+    if (divisor)
+        *divisor = used;
+}
+
+void Image::Depth8()
+{
+    bool const readable = Length() > 0 && IsInSet<NumericTypes>(ElemType());
+    if (readable && SecondaryDouble(key_min, throw_always) < 0)
+        Raise(err_kind, "Conversion to 8bpp not supported for negative pixel values: %s", *this);
+    if (ElemType() == Byte || ElemType() == Char)
+        return SetElemType(Byte, false, true);
+
+    TypedChunk bytes = OpenChunk(Length(), Byte);
+    auto* const dst = static_cast<unsigned char*>(bytes.Data());
+    void const* const src = std::as_const(*this).Pointer();
+    double divisor = 0;
+    auto const divide = [&]<class T>(NKelmic::Elem<T>) {
+        if constexpr (std::is_same_v<T, triple>) {
+            divisor = 1.0;
+            AverageTo8bpp(static_cast<unsigned char const*>(src), 3, Length(), dst);
+        } else if constexpr (std::is_integral_v<T>) { // none is negative
+            using Unsigned = std::make_unsigned_t<T>;
+            DivideTo8bpp(static_cast<Unsigned const*>(src), Length(), dst, &divisor);
+        } else {
+            DivideTo8bpp(static_cast<T const*>(src), Length(), dst, &divisor);
+        }
+    };
+    using Divided = TypeSet<int, unsigned int, short, unsigned short, float, double, triple>;
+    WithElemTypeOr<Divided>(
+        ElemType(), [&] { Raise(err_kind, "Conversion to 1 Bpp not implemented for: %s", *this); },
+        divide);
+
+    ElemTypeChange change(*this);
+    if (Type() == stencil || Type() == mask)
+        DoSetLgType(data);
+    SetTypedChunk(bytes);
+    change.Finish();
+    if (divisor != 1.0 && Type() != visual) // a visual image has no factor
+        SetFactor(Factor() * divisor);
+}
+
+namespace {
+
+/// What a plane of T is divided by on its way to a byte.
+template <class T>
+struct cifcp_divisor {
+    static constexpr T value = 1;
+};
+template <>
+struct cifcp_divisor<short> {
+    static constexpr short value = 127;
+};
+template <>
+struct cifcp_divisor<unsigned short> {
+    static constexpr unsigned short value = 255;
+};
+template <>
+struct cifcp_divisor<int> {
+    static constexpr int value = 8388607;
+};
+template <>
+struct cifcp_divisor<unsigned int> {
+    static constexpr unsigned int value = 16777215;
+};
+template <>
+struct cifcp_divisor<triple> {
+    static constexpr unsigned int value = 65535;
+};
+template <>
+struct cifcp_divisor<long long> {
+    static constexpr long long value = (1LL << 55) - 1;
+};
+template <>
+struct cifcp_divisor<unsigned long long> {
+    static constexpr unsigned long long value = (1ULL << 56) - 1;
+};
+
+/// What is added before the division: half of the divisor, so that it rounds.
+template <class T>
+constexpr auto
+    cifcp_roundadd = static_cast<decltype(cifcp_divisor<T>::value)>(cifcp_divisor<T>::value / 2);
+
+template <class T>
+unsigned char PlaneByte(T pixel)
+{
+    if constexpr (std::is_floating_point_v<T>) {
+        return pixel > 0 ? static_cast<unsigned char>(std::min<T>(pixel, 255)) : 0; // NaN: 0
+    } else {
+        using Wide = std::conditional_t<std::is_signed_v<T>, long long, unsigned long long>;
+        constexpr Wide divisor = cifcp_divisor<T>::value;
+        Wide const v =
+            static_cast<std::conditional_t<std::is_same_v<T, triple>, unsigned, T>>(pixel);
+        if (v <= 0)
+            return 0;
+        if (v >= 255 * divisor) // ahead of the sum, which could overflow
+            return 255;
+        return static_cast<unsigned char>((v + cifcp_roundadd<T>) / divisor);
+    }
+}
+
+template <class T>
+void ConstructImageFromColorPlanes_tmpl(PMemBlock const* planes, unsigned int n, unsigned char* dst)
+{
+    for (int channel = 0; channel < 3; ++channel) {
+        T const* const src = MemCast<Vector const>(planes[channel].Pointer())->TypedPointer<T>();
+        for (unsigned long i = 0; i < n; ++i)
+            dst[3 * i + static_cast<unsigned long>(channel)] = PlaneByte(src[i]);
+    }
+}
+
+} // namespace
+
+DerivedPointer<Image> ConstructImageFromColorPlanes(DerivedPointer<Vector> const& v)
+{
+    if (!IsVectorOfColorPlanes(v))
+        Raise(err_value, "Cannot convert into image: %s", v);
+    PMemBlock const* const planes = cref(v).PMemoryPointer();
+    auto const* const first = MemCast<Vector const>(planes[0].Pointer());
+    DerivedPointer<Image> image =
+        Image::Create(first->GetDimSize(0), first->GetDimSize(1), Vector::Triple, first->Factor());
+    auto* const dst = static_cast<unsigned char*>(static_cast<Vector&>(*image).Pointer());
+    WithElemType<NumericTypes>(
+        first->ElemType(),
+        "Function ConstructImageFromColorPlanes_tmpl not implemented for data type '%s'",
+        [&]<class T>(Elem<T>) {
+            ConstructImageFromColorPlanes_tmpl<T>(planes, first->Length(), dst);
+        });
+    return image;
+}
+
+#define MEMBLOCK_INSTANTIATE(T)                                                                    \
+    template MEMBLOCK_API void DivideTo8bpp<T>(T const*, unsigned int, unsigned char*, double*);
+MEMBLOCK_INSTANTIATE(unsigned char)
+MEMBLOCK_INSTANTIATE(unsigned short)
+MEMBLOCK_INSTANTIATE(unsigned int)
+MEMBLOCK_INSTANTIATE(float)
+MEMBLOCK_INSTANTIATE(double)
+#undef MEMBLOCK_INSTANTIATE
+
+} // namespace NKelmic
