@@ -1,0 +1,46 @@
+#include <memblock/vector/vectorforms_internal.h>
+
+#include <memblock/core/deepstack_internal.h>
+
+namespace NKelmic {
+
+thread_local constinit BeingWritten* BeingWritten::top_ = nullptr;
+
+bool BeingWritten::Is(Vector const& v)
+{
+    for (BeingWritten const* level = top_; level; level = level->outer_)
+        if (level->vector_ == &v)
+            return true;
+    return false;
+}
+
+safestring ElementExpressions(Vector const& v)
+{
+    safestring text;
+    for (unsigned int i = 0; i < v.Length(); ++i) {
+        if (i > 0)
+            text += ',';
+        DataItem const item = v.GetDataItemWithFactor(static_cast<int>(i));
+        bool const null_object = v.ElemType() == Vector::PMemory && item.IsUndefined();
+        text += null_object ? safestring("none") : item.GetExpression();
+    }
+    return text;
+}
+
+safestring VectorExpression(Vector const& v)
+{
+    if (BeingWritten::Is(v)) // as objects without an expression of their own
+        return v.MemBlock::ResolveSubItem("@expression", throw_always).GetString();
+    BeingWritten const mark(v);
+    safestring text = "vec(";
+    WithEnoughStack([&] { text += ElementExpressions(v); });
+    text += ')';
+    return text;
+}
+
+safestring ElementName(unsigned int i)
+{
+    return Text("[%u]", i);
+}
+
+} // namespace NKelmic
