@@ -1,4 +1,5 @@
 #include <memblock/collections/container.h>
+#include <memblock/collections/table.h>
 #include <memblock/serial/loader_internal.h>
 #include <memblock/vector/vector.h>
 
@@ -10,6 +11,7 @@ namespace {
 // and nothing else.
 constexpr auto classes = std::to_array<ClassInfo>({
     {"container", []() -> PMemBlock { return Container::Create(); }},
+    {"table", []() -> PMemBlock { return Table::Create(); }},
     {"vector", []() -> PMemBlock { return Vector::Create(); }},
 });
 } // namespace
