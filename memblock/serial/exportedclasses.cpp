@@ -1,26 +1,38 @@
 #include <memblock/collections/container.h>
+#include <memblock/collections/table.h>
 #include <memblock/imaging/datacube.h>
 #include <memblock/imaging/image.h>
 #include <memblock/imaging/indexvector.h>
+#include <memblock/imaging/intervalvector.h>
+#include <memblock/imaging/mask.h>
 #include <memblock/imaging/numrange.h>
 #include <memblock/imaging/point.h>
+#include <memblock/imaging/stencil.h>
 #include <memblock/serial/loader_internal.h>
-#include <memblock/vector/vector.h>
 
 #include <array>
 
 namespace NKelmic {
 namespace {
-// The classes of this library, in the order in which they are told. A new class gets a row here
-// and nothing else.
+template <class T>
+PMemBlock CreateEmpty()
+{
+    return T::Create();
+}
+
+// The classes of this library, in the order in which they are told.
 constexpr auto classes = std::to_array<ClassInfo>({
-    {"container", []() -> PMemBlock { return Container::Create(); }},
     {"image", []() -> PMemBlock { return Image::Create(1, 1, Vector::Byte, 1.0); }},
-    {"vector", []() -> PMemBlock { return Vector::Create(); }},
-    {"indexvector", []() -> PMemBlock { return IndexVector::Create(); }},
-    {"point", []() -> PMemBlock { return Point::Create(); }},
-    {"numrange", []() -> PMemBlock { return NumRange::Create(); }},
-    {"datacube", []() -> PMemBlock { return DataCube::Create(); }},
+    {"container", CreateEmpty<Container>},
+    {"vector", CreateEmpty<Vector>},
+    {"indexvector", CreateEmpty<IndexVector>},
+    {"intervalvector", CreateEmpty<IntervalVector>},
+    {"table", CreateEmpty<Table>},
+    {"point", CreateEmpty<Point>},
+    {"numrange", CreateEmpty<NumRange>},
+    {"mask", CreateEmpty<Mask>},
+    {"stencil", CreateEmpty<Stencil>},
+    {"datacube", CreateEmpty<DataCube>},
 });
 } // namespace
 

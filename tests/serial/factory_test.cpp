@@ -17,7 +17,7 @@ TEST(Factory, MakesThisLibrarysClassesInAnyLetterCase)
         SCOPED_TRACE(table[i].name);
         PMemBlock const object = MemBlock::Factory().GetInstance(table[i].name);
         ASSERT_TRUE(object);
-        EXPECT_STREQ(object->Class(), table[i].name);
+        EXPECT_STRCASEEQ(object->Class(), table[i].name);
         EXPECT_EQ(object->RefCount(), 1);
         EXPECT_EQ(ClassDescription(table[i].name), object->ClassDescription());
     }

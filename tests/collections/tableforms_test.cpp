@@ -1,0 +1,107 @@
+#include <memblock/collections/table.h>
+
+#include <memblock/serial/serializer.h>
+#include <support/raises.h>
+#include <support/vectors.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <limits>
+#include <unistd.h>
+
+using namespace NKelmic;
+
+namespace {
+
+safestring Form(Table const& t, char const* words)
+{
+    Formatter formatter;
+    formatter.Init(safestringlist(words, ';'), throw_always);
+    SerializeVisitor visitor;
+    safestring text = "before|";
+    t.Serialize(formatter.FormatNumber(), visitor, "t", formatter, text);
+    return text;
+}
+
+DerivedPointer<Table> Sample()
+{
+    double const nan = std::numeric_limits<double>::quiet_NaN();
+    return Table::Create("count", UInt64s({0, 18446744073709551615ULL}), "byte", Chars({-1, 2}),
+                         "gray", UShorts({1, 3}, 0.5), "real", Doubles({-3, 1.0 / 3}), "odd",
+                         Floats({1e20F, static_cast<float>(nan)}), "a <b>",
+                         Texts({"say \"hi\" & <go>", ""}));
+}
+
+constexpr char const* html_form =
+    "before|<table class=\"nowrap\" border=1 rules=all style=\"border-collapse:collapse\">\n"
+    "<colgroup><col style=\"white-space:nowrap\"/><col style=\"white-space:nowrap\"/></colgroup>\n"
+    "<tr><th>count</th><th>@a &lt;b&gt;@</th></tr>\n"
+    "<tr><td>0</td><td>say &quot;hi&quot; &amp; &lt;go&gt;</td></tr>\n"
+    "<tr><td>18446744073709551615</td><td></td></tr>\n"
+    "</table>\n";
+
+/// Reads a page with a parser of its own and prints the cells, a row a line.
+constexpr char const* reader = R"(
+import sys, html.parser
+class Reader(html.parser.HTMLParser):
+    rows, cell = [], None
+    def handle_starttag(self, tag, attrs):
+        if tag == 'tr': self.rows.append([])
+        if tag in ('th', 'td'): self.cell = ''
+    def handle_endtag(self, tag):
+        if tag in ('th', 'td'): self.rows[-1].append(self.cell); self.cell = None
+    def handle_data(self, data):
+        if self.cell is not None: self.cell += data
+reader = Reader()
+reader.feed(open(sys.argv[1], encoding='utf-8').read())
+for row in reader.rows: print('|'.join(row))
+)";
+
+} // namespace
+
+TEST(TableForms, TextHasARowALineWithTabsBetween)
+{
+    EXPECT_STREQ(Form(*Sample(), "ascii;precision=3").c_str(),
+                 "before|0\t-1\t0.5\t-3.0\t1e+20\t\"say \"\"hi\"\" & <go>\"\n"
+                 "18446744073709551615\t2\t1.5\t0.333\tnan\t\"\"\n");
+    EXPECT_STREQ(Form(*Sample(), "ascii;columns=real, byte").c_str(),
+                 "before|-3.0\t-1\n0.333333\t2\n");
+    EXPECT_STREQ(Form(*Table::Create(), "ascii").c_str(), "before|");
+    auto const objects = Table::Create("o", Objects({Ints({1})}));
+    EXPECT_RAISES(Form(*objects, "ascii"), 128,
+                  "Column type not supported: Vector of 1 elements of type memblock");
+}
+
+TEST(TableForms, HtmlIsWrittenByteByByteAndReadByAnotherParser)
+{
+    auto const t = Sample();
+    SetTableColumnOrder(t, "count");
+    t->Erase(1, 4);
+    safestring const page = Form(*t, "html");
+    EXPECT_STREQ(page.c_str(), html_form);
+
+    std::string const folder = testing::TempDir() + "table_" + std::to_string(::getpid());
+    std::string const script = folder + ".py", html = folder + ".html";
+    std::ofstream(script) << reader;
+    std::ofstream(html) << page.c_str();
+    FILE* const pipe = ::popen(("python3 " + script + " " + html).c_str(), "r");
+    ASSERT_TRUE(pipe);
+    std::string cells;
+    for (int c; (c = std::fgetc(pipe)) != EOF;)
+        cells += static_cast<char>(c);
+    EXPECT_EQ(::pclose(pipe), 0);
+    EXPECT_EQ(cells, "count|@a <b>@\n0|say \"hi\" & <go>\n18446744073709551615|\n");
+    std::remove(script.c_str());
+    std::remove(html.c_str());
+}
+
+TEST(TableForms, HtmlDescribesObjects)
+{
+    auto const t = Table::Create("o", Objects({Ints({1})}), "p", Items({DataItem(2.5)}));
+    safestring const page = Form(*t, "html");
+    EXPECT_NE(page.find("<td>Vector of 1 elements of type signed int</td><td>2.5</td>"),
+              safestring::npos)
+        << page.c_str();
+}
