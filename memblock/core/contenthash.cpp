@@ -2,7 +2,7 @@
 
 #include <memblock/base/raise.h>
 #include <memblock/collections/container.h>
-#include <memblock/vector/vector.h>
+#include <memblock/imaging/intervalvector.h>
 
 #include <algorithm>
 #include <limits>
@@ -131,6 +131,8 @@ void Md5UpdateThisObject(MemBlockVisitor* visitor, safestring const&, PMemBlock 
 {
     auto& digest = *static_cast<MD5Context*>(context);
     FeedWithNul(digest, item.GetDescription());
+    if (IntervalVector const* const intervals = MemCast<IntervalVector>(item))
+        intervals->EnsureStartAndEnd(); // both forms of the limits have one hash
     if (Vector const* const vector = MemCast<Vector>(item))
         FeedElements(digest, *vector, visitor->NeedsValidData());
     else if (Container const* const container = MemCast<Container>(item))

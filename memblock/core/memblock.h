@@ -398,6 +398,10 @@ public:
     DerivedPointer(DerivedPointer<D> const& o) : PMemBlock(o)
     {
     }
+    template <class D, class = std::enable_if_t<is_upcast<D>>>
+    DerivedPointer(DerivedPointer<D>&& o) noexcept : PMemBlock(std::move(o))
+    {
+    }
     DerivedPointer(PMemBlock const& p) : PMemBlock(NCast::CastOrNull<T>(p)) {}
     DerivedPointer(PMemBlock const& p, char const* classname)
         : PMemBlock(NCast::CastForAssignment<T>(p, classname))

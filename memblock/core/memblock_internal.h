@@ -5,6 +5,10 @@
 
 namespace NKelmic {
 
+/// Make the object behind a pointer one that nobody else sees and that may be written: by a clone
+/// in its place if it has other owners. Its cached values go.
+void MakeExclusive(PMemBlock const& block);
+
 /// Keeps an object alive for the length of a call that takes and drops pointers on it.
 ///
 /// Unlike with a `PMemBlock`, an object that nobody owns yet, fresh or on the stack, is not

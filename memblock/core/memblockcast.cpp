@@ -1,6 +1,7 @@
 #include <memblock/core/memblock.h>
 
 #include <memblock/base/raise.h>
+#include <memblock/core/memblock_internal.h>
 #include <memblock/core/memblockimpl.h>
 
 namespace NKelmic {
@@ -13,8 +14,8 @@ struct OldLogicClass {
     int lg_type;
 };
 constexpr OldLogicClass old_logic_classes[] = {{"stencil", 3, 13}, {"mask", 5, 12}};
+} // namespace
 
-/// Make the object one that nobody else sees, by a clone if it has other owners.
 void MakeExclusive(PMemBlock const& block)
 {
     if (block->RefCount() < 2) {
@@ -24,8 +25,6 @@ void MakeExclusive(PMemBlock const& block)
         block.Assign(block->Clone(true).Pointer());
     }
 }
-
-} // namespace
 
 bool PMemBlock::MakeBackwardCompatAutoConversionsToConform(char const* classname) const
 {

@@ -118,9 +118,7 @@ public:
     /// List the pixels that are not 0, in ascending order. Two passes over bytes; wider pixels go
     /// through a byte copy.
     DerivedPointer<IndexVector> GetMaskVector() const;
-    /// List the pixels object by object.
-    ///
-    /// Throws: 4096 as long as the class of such lists is not there.
+    /// List the pixels object by object, with as many objects as `GetStencilCount` tells.
     DerivedPointer<IntervalVector> GetStencilVector() const;
     /// Exchange rows and columns, into a new image.
     DerivedPointer<Image> Transposed() const;

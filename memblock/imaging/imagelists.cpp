@@ -2,7 +2,7 @@
 
 #include <memblock/base/alloc.h>
 #include <memblock/base/number.h>
-#include <memblock/imaging/indexvector.h>
+#include <memblock/imaging/intervalvector.h>
 #include <memblock/imaging/pixel_kernels.h>
 #include <memblock/imaging/stencillists_internal.h>
 #include <memblock/vector/summary.h>
@@ -121,9 +121,8 @@ StencilLists ListStencil(Image const& image)
 
 DerivedPointer<IntervalVector> Image::GetStencilVector() const
 {
-    Raise(err_request,
-          "The class \"%s\" has not been registered, unable to convert object to that class.",
-          "intervalvector");
+    StencilLists lists = ListStencil(*this);
+    return IntervalVector::Create(lists.count, 1, lists.start.release(), mb_free, lists.pixels);
 }
 
 #define MEMBLOCK_INSTANTIATE(T)                                                                    \

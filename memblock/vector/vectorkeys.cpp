@@ -4,13 +4,10 @@
 #include <memblock/base/text.h>
 #include <memblock/core/keytable.h>
 #include <memblock/core/memblockimpl.h>
+#include <memblock/imaging/numrange.h>
 #include <memblock/serial/warning.h>
 #include <memblock/vector/summary.h>
 #include <memblock/vector/vectorforms_internal.h>
-
-#if __has_include(<memblock/imaging/numrange.h>)
-#include <memblock/imaging/numrange.h>
-#endif
 
 #include <climits>
 #include <cstdlib>
@@ -56,13 +53,9 @@ DataItem Length(Vector const& v, ThrowHandlerFunc)
     return CountItem(v.Length());
 }
 
-DataItem Range([[maybe_unused]] Vector const& v, ThrowHandlerFunc)
+DataItem Range(Vector const& v, ThrowHandlerFunc)
 {
-#if __has_include(<memblock/imaging/numrange.h>)
     return NumRange::Create(0, static_cast<int>(v.Length()), true);
-#else
-    return {};
-#endif
 }
 
 /// A summary value times the factor. A value that is stored already costs one look-up.

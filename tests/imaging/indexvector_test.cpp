@@ -241,9 +241,10 @@ TEST(IndexVector, GroupsPixelsByTheirLabels)
         check(narrow, 0);
     }
     auto const stencil = Picture<unsigned int>(1, 1, {2000000000u});
-    EXPECT_RAISES(stencil->GetStencilVector(), 4096,
-                  "The class \"intervalvector\" has not been registered, unable to convert object "
-                  "to that class.");
+    EXPECT_RAISES(
+        stencil->GetStencilVector(), 256,
+        "Too many objects (2000000000) for a list of the pixels of: Data image 1x1, 32bpp "
+        "(unsigned int), raw factor 1");
 }
 
 TEST(Point, HasItsCoordinatesAndNoOtherLength)

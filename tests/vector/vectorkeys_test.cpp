@@ -8,9 +8,6 @@
 #include "support/vectors.h"
 #include "support/warnings.h"
 
-#if __has_include(<memblock/imaging/numrange.h>)
-#define HAVE_RANGE
-#endif
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/lsan_interface.h>
 #endif
@@ -115,9 +112,7 @@ TEST(VectorKeys, FactsAndSummaryValuesAreReadByName)
     EXPECT_TRUE(Bytes({})->ResolveSubItem("max", throw_never).IsUndefined()) << "not 0";
     EXPECT_RAISES(Read(Bytes({}), "max"), err_value,
                   "Vector has zero length, cannot calculate subkey: max");
-#ifdef HAVE_RANGE
     EXPECT_EQ(Read(v, "range").GetMemory()->GetDescription(), "[0..4)");
-#endif
 }
 
 TEST(VectorKeys, PositionsAndSlices)

@@ -1,0 +1,348 @@
+#include <memblock/base/raise.h>
+#include <memblock/core/keytable.h>
+#include <memblock/core/visitor.h>
+#include <memblock/imaging/image.h>
+#include <memblock/imaging/intervalparts_internal.h>
+#include <memblock/vector/convert.h>
+
+namespace NKelmic {
+
+namespace {
+
+// ---- What can be read
+
+DataItem Mask(IntervalVector const& v, ThrowHandlerFunc handler)
+{
+    if (PixelList(v.Target()))
+        return DataItem(v.MergedIndexVector());
+    Report(handler, err_kind, "Intervalvector target not supported: %s", v.Target());
+    return {};
+}
+
+DataItem FlatTarget(IntervalVector const& v, ThrowHandlerFunc)
+{
+    if (v.LgType() == IntervalVector::subnum)
+        return DataItem(v.MergedVector());
+    if (Layer(v.Target()))
+        return DataItem(v.MergedTarget());
+    return DataItem(v.MergedIndexVector());
+}
+
+DataItem Area(IntervalVector const& v, ThrowHandlerFunc)
+{
+    DerivedPointer<IndexVector> const self{static_cast<IndexVector const*>(&v)};
+    return DataItem(static_cast<int>(find_area_rec(self, 0, v.IntervalCount())));
+}
+
+// ---- What can be set: a structure is rebuilt from its layers, in any order of keys
+
+/// The vector in a value, or null after a report with `refusal`, whose one %s is the value.
+DerivedPointer<Vector> VectorIn(SafeValue const& value, char const* refusal,
+                                ThrowHandlerFunc handler)
+{
+    PMemBlock const object = value.GetType() == it_memblock ? value.GetMemory() : PMemBlock();
+    Vector* const vector = MemCast<Vector>(object);
+    if (!vector)
+        Report(handler, err_kind, refusal, value.GetDescription());
+    return DerivedPointer<Vector>(vector);
+}
+
+/// The elements as limits: unsigned int, factor 1.0.
+TypedChunk AsLimits(DerivedPointer<Vector> const& vector)
+{
+    auto limits = cref(vector).ConvertElemsToType(Vector::UnsignedInt, true, false);
+    if (cref(limits).Factor() != 1.0) {
+        limits = PrivateCopy(std::move(limits));
+        limits->EnsureFactor(1.0);
+    }
+    cref(limits).Pointer(); // what was put off must be done now
+    return cref(limits).Chunk();
+}
+
+bool SetCount(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc handler)
+{
+    int const count = value.GetInt();
+    if (count < 0) {
+        Report(handler, err_kind, "Cannot set intervalcount to %d in %d-element vector", count,
+               v.Length());
+        return false;
+    }
+    unsigned int const* const limits = v.StartAndEnd(0, false, true, nullptr);
+    unsigned int const old_count = v.IntervalCount(), last = limits[old_count];
+    v.ResizeVector(static_cast<unsigned long>(count) + 1, true, true);
+    if (v.IntervalCount() > old_count)
+        std::fill(v.Start(0) + old_count, v.Start(0) + v.IntervalCount() + 1, last);
+    v.ContentHasBeenChanged();
+    return true;
+}
+
+bool SetType(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc)
+{
+    v.SetLgType(value.GetString());
+    return true;
+}
+
+bool SetInnerIndexArray(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc handler)
+{
+    auto const vector = VectorIn(
+        value, "IntervalVector::set(\"inner_index_array\"): this is not a vector: %s", handler);
+    if (!vector)
+        return false;
+    PMemBlock pixels(PixelList(vector));
+    if (!pixels) {
+        auto const present = v.GetFinalIndexVectorTarget();
+        pixels = IndexVector::Create(vector, present ? cref(present).GetTargetData()
+                                                     : IndexVector::TargetData());
+    }
+    IntervalVector* layer = &v;
+    while (Layer(layer->Target()))
+        layer = Layer(IntervalParts::OwnTarget(*layer));
+    if (!PixelList(layer->Target())) {
+        Report(handler, err_kind,
+               "Cannot set as inner_index_array, does not match current IntervalVector structure: "
+               "%s: %s",
+               vector, v);
+        return false;
+    }
+    IntervalParts::ReplaceTarget(*layer, pixels);
+    v.UpdateType();
+    v.ContentHasBeenChanged();
+    return true;
+}
+
+bool SetInnerVector(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc handler)
+{
+    auto const vector =
+        VectorIn(value, "IntervalVector::set(\"inner_vector\"): this is not a vector: %s", handler);
+    if (!vector)
+        return false;
+    IntervalVector* layer = &v;
+    while (Layer(layer->Target()))
+        layer = Layer(IntervalParts::OwnTarget(*layer));
+    layer->SetTarget(vector);
+    v.UpdateType();
+    v.ContentHasBeenChanged();
+    return true;
+}
+
+bool SetOuterIndexArray(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc handler)
+{
+    auto const vector = VectorIn(
+        value, "IntervalVector::set(\"outer_index_array\"): this is not a vector: %s", handler);
+    if (vector)
+        IntervalParts::Install(v, AsLimits(vector), v.Target());
+    return static_cast<bool>(vector);
+}
+
+bool SetMediumIndexArray(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc handler)
+{
+    auto const vector = VectorIn(
+        value, "IntervalVector::set(\"medium_index_array\"): this is not a vector: %s", handler);
+    if (!vector)
+        return false;
+    DerivedPointer<IntervalVector> const medium(
+        Layer(v.Target())
+            ? v.Target()->Clone(true)
+            : PMemBlock(IntervalVector::Create(0, DerivedPointer<Vector>(v.Target()))));
+    IntervalParts::Install(*medium, AsLimits(vector), medium->Target());
+    v.SetTarget(medium);
+    return true;
+}
+
+bool SetTargetKey(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc handler)
+{
+    auto const vector =
+        VectorIn(value, "IntervalVector::set(\"target\"): this is not a vector: %s", handler);
+    if (vector)
+        v.SetTarget(vector);
+    return static_cast<bool>(vector);
+}
+
+/// The shape that an index vector speaks of, or that another vector has.
+IndexVector::TargetData ShapeOf(Vector const& vector)
+{
+    if (auto const* const indices = dynamic_cast<IndexVector const*>(&vector))
+        return indices->GetTargetData();
+    IndexVector::TargetData shape;
+    shape.descr = vector.GetDescription();
+    for (int i = 0; i < vector.GetRank(); ++i)
+        shape.dims.push_back(vector.GetDimSize(i));
+    return shape;
+}
+
+/// The innermost index vector, or null after a report.
+DerivedPointer<IndexVector> FinalTarget(IntervalVector& v, ThrowHandlerFunc handler)
+{
+    auto const final = IntervalParts::OwnFinalTarget(v);
+    if (!final)
+        Report(handler, err_kind, "Setting target_data: no IndexVector object here: %s", v);
+    return final;
+}
+
+bool SetIndexVectorTarget(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc handler)
+{
+    auto const vector = VectorIn(
+        value, "IntervalVector::set(\"indexvector_target\"): this is not a vector: %s", handler);
+    if (!vector)
+        return false;
+    auto const final = FinalTarget(v, handler);
+    if (!final)
+        return false;
+    final->SetTargetData(ShapeOf(cref(vector)));
+    v.UpdateType();
+    v.ContentHasBeenChanged();
+    return true;
+}
+
+bool SetTargetData(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc handler)
+{
+    auto const final = FinalTarget(v, handler);
+    if (!final || !final->SetSubItem("target_data", value, handler))
+        return false;
+    v.UpdateType();
+    v.ContentHasBeenChanged();
+    return true;
+}
+
+constexpr KeyTable interval_keys{std::to_array<Key<IntervalVector>>({
+    {"area", Area},
+    {"itemcount", [](IntervalVector const& v,
+                     ThrowHandlerFunc) { return DataItem(static_cast<int>(v.IntervalCount())); }},
+    {"mask", Mask},
+    {"x", [](IntervalVector const& v, ThrowHandlerFunc) { return DataItem(v.GetXYVector('x')); }},
+    {"y", [](IntervalVector const& v, ThrowHandlerFunc) { return DataItem(v.GetXYVector('y')); }},
+    {"rawtarget", [](IntervalVector const& v, ThrowHandlerFunc) { return DataItem(v.Target()); }},
+    {"target", FlatTarget, SetTargetKey},
+    {"interval_count", nullptr, SetCount},
+    {"type", nullptr, SetType},
+    {"inner_index_array", nullptr, SetInnerIndexArray},
+    {"inner_vector", nullptr, SetInnerVector},
+    {"outer_index_array", nullptr, SetOuterIndexArray},
+    {"medium_index_array", nullptr, SetMediumIndexArray},
+    {"indexvector_target", nullptr, SetIndexVectorTarget},
+    {"target_data", nullptr, SetTargetData},
+})};
+constexpr char const* interval_list = "itemcount,mask,target,%rawtarget,";
+constexpr char const* interval_short_list = "itemcount,";
+
+} // namespace
+
+DataItem IntervalVector::ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) const
+{
+    if (auto const* const row = interval_keys.Find(key); row && row->read)
+        return row->read(*this, handler);
+    DataItem const below = IndexVector::ResolveSubItem(key, handler);
+    if (key == "!" || key.empty())
+        return DataItem(interval_list + below.GetString());
+    if (key == "*")
+        return DataItem(interval_short_list + below.GetString());
+    return below;
+}
+
+bool IntervalVector::DoSetSubItem(safestring const& key, SafeValue const& value,
+                                  safestring const& full_path, ThrowHandlerFunc handler)
+{
+    if (auto const* const row = interval_keys.Find(key); row && row->write)
+        return row->write(*this, value, handler);
+    return IndexVector::DoSetSubItem(key, value, full_path, handler);
+}
+
+bool IntervalVector::Entertain(MemBlockVisitor& v, safestring const& path, entertainmode_t mode)
+{
+    if (!IndexVector::Entertain(v, path, mode))
+        return false;
+    if (mode == em_no_attr)
+        return true;
+    TraverseNode const node(path);
+    if (mode == em_traverse) {
+        DataItem target(Target_), count(static_cast<int>(IntervalCount_));
+        v.Visit(TraverseNode(node, "target").Path(), target);
+        v.Visit(TraverseNode(node, "interval_count").Path(), count);
+        return true;
+    }
+    if (Target_ && !EntertainChild(Target_, v, TraverseNode(node, "target").Path(), mode))
+        return false;
+    return !EndArray_ || EntertainChild(EndArray_, v, TraverseNode(node, "endarray").Path(), mode);
+}
+
+// ---- Verbs
+
+namespace {
+
+DataItem SetDimSizes(IntervalVector& v, int, SafeValue const* argv)
+{
+    int const n = argv[0].GetInt();
+    if (n <= 0 || static_cast<unsigned int>(n) > v.Length())
+        Raise(err_kind, "Cannot set intervalcount to %d in %d-element vector", n, v.Length());
+    v.SetIntervalCount(static_cast<unsigned int>(n));
+    return DataItem(1);
+}
+
+/// The type that holds the elements of all rows.
+DataType CoverOfRows(Vector const& rows)
+{
+    DataType cover = Vector::NoType;
+    PMemBlock const* const elements =
+        rows.ElemType() == Vector::PMemory ? rows.PMemoryPointer() : nullptr;
+    for (unsigned int k = 0; elements && k < rows.Length(); ++k)
+        if (Vector const* const row = MemCast<Vector>(elements[k]); row && row->Length() > 0) {
+            DataType const type = row->Factor() == 1.0 ? row->ElemType() : Vector::Double;
+            cover = cover == Vector::NoType ? type : ChooseCoverType(cover, type);
+        }
+    return cover == Vector::NoType ? Vector::Double : cover;
+}
+
+bool AllAreRegions(Vector const& rows)
+{
+    if (rows.ElemType() != Vector::PMemory)
+        return false;
+    PMemBlock const* const elements = rows.PMemoryPointer();
+    return std::all_of(elements, elements + rows.Length(), [](PMemBlock const& element) {
+        return PixelList(element) || MemCast<Image>(element);
+    });
+}
+
+DataItem ConvertFromRows(IntervalVector&, int argc, SafeValue const* argv)
+{
+    if (argc < 2)
+        Raise(err_kind, "vector of vectors as \"numeric\" or \"geometric\" attribute");
+    DerivedPointer<Vector> const rows(argv[0].GetMemory());
+    safestring const word = argv[1].GetString();
+    if (word == "numeric")
+        return DataItem(IntervalVector::CreateFromVectorOfVectors(rows, CoverOfRows(cref(rows))));
+    if (word != "geometric")
+        Raise(err_kind, "Representation must be \"numeric\" or \"geometric\"");
+    if (AllAreRegions(cref(rows)))
+        return DataItem(pmemory_vector_to_intervalvector(rows));
+    Image const* const frame = argc > 2 ? MemCast<Image>(argv[2].GetMemory()) : nullptr;
+    if (!frame)
+        Raise(err_kind, "For creating a stencil the extra parameter must be an image providing "
+                        "correct dimensions.");
+    return DataItem(IntervalVector::CreateFromVectorOfVectors(
+        rows, IndexVector::TargetData(2, frame->width(), frame->height())));
+}
+
+constexpr KeyTable interval_verbs{std::to_array<Verb<IntervalVector>>({
+    {"SetDimSizes", 1, SetDimSizes},
+    {"ConvertFrom", 1, ConvertFromRows},
+})};
+
+} // namespace
+
+DataItem IntervalVector::DoVerb(char const* verb, int argc, SafeValue* argv)
+{
+    if (auto const* const row = interval_verbs.Find(verb); row && argc >= row->argument_count)
+        return row->run(*this, argc, argv);
+    return Vector::DoVerb(verb, argc, argv);
+}
+
+PMemBlock IntervalVector::ConvertTo(safestring const& classname) const
+{
+    if (classname == "image")
+        return GetMaskImage();
+    if (classname == "mask")
+        return MergedIndexVector();
+    return IndexVector::ConvertTo(classname);
+}
+
+} // namespace NKelmic

@@ -1,0 +1,206 @@
+#include <memblock/base/alloc.h>
+#include <memblock/base/raise.h>
+#include <memblock/imaging/image.h>
+#include <memblock/imaging/intervalparts_internal.h>
+#include <memblock/vector/vectorchunk_internal.h>
+
+#include <cstdio>
+
+namespace NKelmic {
+
+// ---- Flattening
+
+DerivedPointer<IntervalVector> IntervalVector::MergedTarget() const
+{
+    if (!Layer(Target_))
+        Raise(err_kind, "Intervalvector target not supported: %s", Target_);
+    EnsureStartAndEnd(); // this may put another layer there
+    IntervalVector const* const medium = Layer(Target_);
+    medium->EnsureStartAndEnd();
+    unsigned int const zones = medium->IntervalCount_;
+    unsigned int const* const outer = Start(0);
+    unsigned int const* const inner = medium->Start(0);
+    LimitArray limits(IntervalCount_ + 1UL);
+    for (unsigned int k = 0; k <= IntervalCount_; ++k)
+        limits[k] = IntervalCount_ > 0 && zones > 0 ? inner[std::min(outer[k], zones)] : 0;
+    return Create(IntervalCount_, LimitArray::base, limits.Take(), mb_free,
+                  DerivedPointer<Vector>(medium->Target_->Clone(true)));
+}
+
+DerivedPointer<Vector> IntervalVector::MergedVector() const
+{
+    if (Layer(Target_))
+        return MergedTarget()->MergedVector();
+    if (!Target_ || !SameName(Target_->Class(), "vector"))
+        Raise(err_kind, "IntervalVector::MergedVector(): target not supported: %s", *this);
+    DerivedPointer<IntervalVector> packed(Clone(true)); // this object keeps its form
+    packed->EnsureStartAndEnd();
+    Intervals const intervals(cref(packed));
+    Vector const& values = *MemCast<Vector>(packed->Target_);
+    if (intervals.Count() == 0)
+        return values.CloneSlice(0, 0);
+    unsigned int const from = intervals.From(0), to = intervals.To(intervals.Count() - 1);
+    return from == to ? values.CloneSlice(0, 0) : values.CloneSlice(from, to);
+}
+
+DerivedPointer<IndexVector> IntervalVector::MergedIndexVector() const
+{
+    if (Layer(Target_))
+        return MergedTarget()->MergedIndexVector();
+    IndexVector const* const pixels = PixelList(Target_);
+    if (!pixels)
+        Raise(err_kind, "Intervalvector target not supported: %s", Target_);
+    Intervals const intervals(*this);
+    bool const tile = intervals.Tile();
+    if (tile && intervals.Count() > 0 && intervals.From(0) > 0)
+        std::fprintf(stderr,
+                     "%s(%d): IntervalVector::MergedIndexVector() probably doesn't work for a=%d\n",
+                     __FILE__, __LINE__, static_cast<int>(intervals.From(0)));
+    if (tile && intervals.Total() == pixels->Length()) // all of them, as they stand
+        return DerivedPointer<IndexVector>(pixels->Clone(true));
+    auto merged = OpenIndexVector(intervals.Total(), pixels->GetTargetData());
+    unsigned int const* const source = pixels->UnsignedIntPointer();
+    unsigned int* out = merged->UnsignedIntPointer();
+    for (unsigned int k = 0; k < intervals.Count(); ++k)
+        out = std::copy(source + intervals.From(k), source + intervals.To(k), out);
+    return merged;
+}
+
+DerivedPointer<IntervalVector> IntervalVector::GetXYVector(char c) const
+{
+    if (c != 'x' && c != 'y')
+        Raise(err_kind, "IntervalVector::GetXYVector(): invalid parameter: %c", c);
+    if (!GetFinalIndexVectorTarget())
+        Raise(err_kind, "Cannot apply .%c subkey to: %s", c, *this);
+    IndexVector const* const pixels = PixelList(Target_);
+    DerivedPointer<Vector> const coordinates =
+        !pixels    ? DerivedPointer<Vector>(Layer(Target_)->GetXYVector(c))
+        : c == 'x' ? pixels->GetXVector()
+                   : pixels->GetYVector();
+    DerivedPointer<IntervalVector> numbers(Clone(true)); // the limits are shared until written
+    numbers->SetTarget(coordinates);
+    return numbers;
+}
+
+namespace {
+
+unsigned int AreaBelow(IndexVector const& v, unsigned int first, unsigned int last, int depth)
+{
+    IntervalVector const* const layer = dynamic_cast<IntervalVector const*>(&v);
+    if (!layer || depth == most_layers)
+        return last - first;
+    Intervals const intervals(*layer);
+    last = std::min(last, intervals.Count());
+    IndexVector const* const below = MemCast<IndexVector>(layer->Target());
+    unsigned int area = 0;
+    for (unsigned int k = first; k < last; ++k)
+        area += Layer(layer->Target())
+                    ? AreaBelow(*below, intervals.From(k), intervals.To(k), depth + 1)
+                    : intervals.Size(k);
+    return area;
+}
+
+} // namespace
+
+unsigned int find_area_rec(DerivedPointer<IndexVector> v, unsigned int first, unsigned int last)
+{
+    return first < last ? AreaBelow(cref(v), first, last, 0) : 0;
+}
+
+void unpack_three_layer_const(DerivedPointer<IntervalVector> const& v, unsigned int const*& inner,
+                              unsigned int const*& medium, unsigned int const*& outer)
+{
+    IntervalVector const& zones = cref(v);
+    bool const three = Layer(zones.Target()) && PixelList(Layer(zones.Target())->Target());
+    if (!three)
+        Raise(err_kind, "Not a three-layer zone structure: %s", v);
+    outer = zones.StartAndEnd(0, false, true, nullptr);
+    IntervalVector const& middle = *Layer(zones.Target()); // packing may have put another one there
+    medium = middle.StartAndEnd(0, false, true, nullptr);
+    inner = std::as_const(*PixelList(middle.Target())).UnsignedIntPointer();
+}
+
+void unpack_three_layer_const(DerivedPointer<IntervalVector> const& v, int const*& inner,
+                              int const*& medium, int const*& outer)
+{
+    unsigned int const *i = nullptr, *m = nullptr, *o = nullptr;
+    unpack_three_layer_const(v, i, m, o);
+    inner = reinterpret_cast<int const*>(i);
+    medium = reinterpret_cast<int const*>(m);
+    outer = reinterpret_cast<int const*>(o);
+}
+
+// ---- Appending
+
+namespace {
+
+bool SameTarget(IndexVector const& a, IndexVector const& b)
+{
+    return a.GetTargetData().dims == b.GetTargetData().dims;
+}
+
+/// Throw unless both have the same layers over the same kind of target.
+void CheckSameStructure(IntervalVector const& a, IntervalVector const& b)
+{
+    IntervalVector const *mine = &a, *other = &b;
+    for (int depth = 0; mine && depth < most_layers; ++depth) {
+        if (!mine->Target() || !other->Target())
+            Raise(err_kind, "Unsupported IntervalVector structure: IV766");
+        if (!MemCast<Vector>(mine->Target()))
+            Raise(err_kind, "Non-vector-type target not supported: %s", mine->Target());
+        if (mine->LgType() != other->LgType() ||
+            !SameName(mine->Target()->Class(), other->Target()->Class()))
+            Raise(err_kind, "Cannot append %s to %s", b, a);
+        IndexVector const *const x = PixelList(mine->Target()), *const y =
+                                                                    PixelList(other->Target());
+        if (x && y && !SameTarget(*x, *y))
+            Raise(err_kind, "Incompatible targets: %s AND %s", *x, *y);
+        mine = Layer(mine->Target());
+        other = Layer(other->Target());
+    }
+    if (mine)
+        Raise(err_kind, "Unsupported IntervalVector structure: IV769");
+}
+
+/// The contiguous limits of `a`, and behind them those of `b`, whose items begin at `shift`.
+TypedChunk JoinedLimits(Intervals const& a, Intervals const& b, unsigned int shift)
+{
+    unsigned long const count = a.Count() + static_cast<unsigned long>(b.Count());
+    CheckLength(count + 1);
+    TypedChunk const limits = NewChunk(count + 1, DataTypeBase::UnsignedInt);
+    auto* out = static_cast<unsigned int*>(limits.Data());
+    for (unsigned int k = 0; k < a.Count(); ++k)
+        *out++ = a.From(k);
+    for (unsigned int k = 0; k < b.Count(); ++k)
+        *out++ = shift + b.From(k) - b.From(0);
+    *out = shift + b.To(b.Count() - 1) - b.From(0);
+    return limits;
+}
+
+} // namespace
+
+void IntervalVector::Append(DerivedPointer<Vector> v)
+{
+    DerivedPointer<IntervalVector> const added(MemCast<IntervalVector>(v));
+    if (!added)
+        Raise(err_kind, "Cannot append %s to %s", v, *this);
+    CheckSameStructure(*this, cref(added));
+    if (added->IntervalCount_ == 0)
+        return;
+    EnsureStartAndEnd();
+    added->EnsureStartAndEnd();
+    Intervals const mine(*this), other(cref(added));
+    // What lies behind the last limit belongs to no object, and can't stay between two.
+    unsigned int const last = mine.Count() > 0 ? mine.To(mine.Count() - 1) : 0;
+    DerivedPointer<Vector> const target(Target_->Clone(true));
+    if (IntervalVector* const layer = Layer(target))
+        layer->SetIntervalCount(std::min(last, layer->IntervalCount_));
+    else
+        target->ResizeVector(last, true, true);
+    unsigned int const from = other.From(0), to = other.To(other.Count() - 1);
+    if (from < to)
+        target->Append(MemCast<Vector>(added->Target_)->CloneSlice(from, to));
+    IntervalParts::Install(*this, JoinedLimits(mine, other, last), target);
+}
+
+} // namespace NKelmic

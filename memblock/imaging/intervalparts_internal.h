@@ -1,0 +1,102 @@
+#ifndef MEMBLOCK_IMAGING_INTERVALPARTS_INTERNAL_H
+#define MEMBLOCK_IMAGING_INTERVALPARTS_INTERNAL_H
+
+#include <memblock/imaging/intervalvector.h>
+
+#include <algorithm>
+
+namespace NKelmic {
+
+/// More layers than three mean nothing; a walk that meets more than this ends.
+constexpr int most_layers = 32;
+
+/// What a target offers to intervals: elements, or the intervals of an interval vector.
+inline unsigned int ItemCount(MemBlock const* target)
+{
+    if (auto const* layer = MemCast<IntervalVector>(target))
+        return layer->IntervalCount();
+    auto const* vector = MemCast<Vector>(target);
+    return vector ? vector->Length() : 0;
+}
+
+/// The intervals of a vector, cut to what the target has: limits may come from anywhere.
+class Intervals {
+public:
+    explicit Intervals(IntervalVector const& v)
+        : count_(v.IntervalCount()), items_(ItemCount(v.Target().Pointer())),
+          start_(count_ > 0 ? v.Start(0) : nullptr), end_(count_ > 0 ? v.End(0) : nullptr)
+    {
+    }
+    unsigned int Count() const { return count_; }
+    unsigned int From(unsigned int k) const { return std::min(start_[k], items_); }
+    unsigned int To(unsigned int k) const { return std::clamp(end_[k], From(k), items_); }
+    unsigned int Size(unsigned int k) const { return To(k) - From(k); }
+    /// The items of all intervals together; they may overlap.
+    unsigned long Total() const
+    {
+        unsigned long total = 0;
+        for (unsigned int k = 0; k < count_; ++k)
+            total += Size(k);
+        return total;
+    }
+    /// Whether each interval begins where the one before it ends.
+    bool Tile() const
+    {
+        for (unsigned int k = 0; k < count_; ++k)
+            if (start_[k] > end_[k] || (k > 0 && start_[k] != end_[k - 1]))
+                return false;
+        return true;
+    }
+
+private:
+    unsigned int count_, items_;
+    unsigned int const *start_, *end_;
+};
+
+/// An array of `base` unused cells and `n` limits, as the creating functions take it.
+class LimitArray {
+public:
+    explicit LimitArray(unsigned long n);
+    ~LimitArray();
+    LimitArray(LimitArray const&) = delete;
+    LimitArray& operator=(LimitArray const&) = delete;
+    unsigned int& operator[](unsigned long k) { return cells_[base + k]; }
+    LimitArray(LimitArray&& o) noexcept : cells_(o.Take()) {}
+    unsigned int* Take() { return std::exchange(cells_, nullptr); }
+    static constexpr unsigned int base = 1; // object k in cell k
+
+private:
+    unsigned int* cells_;
+};
+
+/// An index vector of `n` indices that are left open, for the target that `sample` has.
+DerivedPointer<IndexVector> OpenIndexVector(unsigned long n, IndexVector::TargetData const& target);
+
+/// The inner tools that the sources of `IntervalVector` share.
+struct IntervalParts {
+    static PMemBlock& Target(IntervalVector& v) { return v.Target_; }
+    /// The target, as an object that nobody else sees: writers leave the others theirs.
+    static DerivedPointer<Vector> OwnTarget(IntervalVector& v);
+    /// The same for the innermost layer; null if that is no index vector.
+    static DerivedPointer<IndexVector> OwnFinalTarget(IntervalVector& v);
+    /// Put contiguous limits and a target in place of the present ones. Can't fail.
+    static void Install(IntervalVector& v, TypedChunk const& limits, PMemBlock const& target);
+    /// The same with the class checked as in `SetTarget`, but whatever the limits are.
+    static void ReplaceTarget(IntervalVector& v, PMemBlock const& target);
+};
+
+/// The interval vector below, or null.
+inline IntervalVector* Layer(PMemBlock const& target)
+{
+    return MemCast<IntervalVector>(target);
+}
+
+/// The index vector below that is no further layer, or null.
+inline IndexVector* PixelList(PMemBlock const& target)
+{
+    return Layer(target) ? nullptr : MemCast<IndexVector>(target);
+}
+
+} // namespace NKelmic
+
+#endif // MEMBLOCK_IMAGING_INTERVALPARTS_INTERNAL_H

@@ -1,0 +1,269 @@
+#include <memblock/base/alloc.h>
+#include <memblock/base/raise.h>
+#include <memblock/imaging/intervalparts_internal.h>
+#include <memblock/vector/vectorchunk_internal.h>
+
+#include <cmath>
+#include <memory>
+#include <numeric>
+
+namespace NKelmic {
+
+namespace {
+
+using TargetTypes = TypeUnion<NumericTypes, ObjectTypes>;
+
+/// The order of intervals by their starts, then by their ends.
+class IntervalSorter {
+public:
+    explicit IntervalSorter(Intervals const& intervals) : intervals_(intervals) {}
+    bool operator()(unsigned int a, unsigned int b) const
+    {
+        unsigned int const from_a = intervals_.From(a), from_b = intervals_.From(b);
+        return from_a != from_b ? from_a < from_b : intervals_.To(a) < intervals_.To(b);
+    }
+
+private:
+    Intervals const& intervals_;
+};
+
+std::vector<unsigned int> OrderOf(Intervals const& intervals, bool sorted)
+{
+    std::vector<unsigned int> order(intervals.Count());
+    std::iota(order.begin(), order.end(), 0u);
+    if (sorted && !std::is_sorted(order.begin(), order.end(), IntervalSorter(intervals)))
+        std::sort(order.begin(), order.end(), IntervalSorter(intervals));
+    return order;
+}
+
+/// Copy the elements of all intervals side by side.
+template <class T>
+void Gather(T const* __restrict source, Intervals const& intervals,
+            std::vector<unsigned int> const& order, T* __restrict target)
+{
+    for (unsigned int const k : order)
+        target = std::copy(source + intervals.From(k), source + intervals.To(k), target);
+}
+
+/// The new payload of a target that is a plain array.
+///
+/// width: bytes of the numbers of owners that go with it, 2 or 4.
+TypedChunk GatherElements(Vector const& target, Intervals const& intervals,
+                          std::vector<unsigned int> const& order, int width)
+{
+    char const* const miss =
+        width == 2 ? "Function return start_and_end_tmpl2 not implemented for data type '%s'"
+                   : "Function return start_and_end_tmpl4 not implemented for data type '%s'";
+    return WithElemType<TargetTypes>(target.ElemType(), miss, [&]<class T>(Elem<T>) -> TypedChunk {
+        TypedChunk fresh = OpenChunk(intervals.Total(), target.ElemType());
+        Gather(target.TypedPointer<T>(), intervals, order, static_cast<T*>(fresh.Data()));
+        return fresh;
+    });
+}
+
+/// The new middle layer: the limits of its intervals go side by side, what they hold stays.
+PMemBlock GatherLayer(IntervalVector const& target, Intervals const& intervals,
+                      std::vector<unsigned int> const& order)
+{
+    Intervals const medium(target);
+    LimitArray starts(intervals.Total()), ends(intervals.Total());
+    unsigned int n = 0;
+    for (unsigned int const k : order)
+        for (unsigned int i = intervals.From(k); i < intervals.To(k); ++i, ++n) {
+            starts[n] = medium.From(i);
+            ends[n] = medium.To(i);
+        }
+    return IntervalVector::Create(n, LimitArray::base, starts.Take(), ends.Take(), mb_free,
+                                  DerivedPointer<Vector>(target.Target()));
+}
+
+/// Contiguous limits for intervals that stand in this order in their target.
+TypedChunk ContiguousLimits(Intervals const& intervals, std::vector<unsigned int> const& order,
+                            unsigned int first)
+{
+    // One unused cell stays ahead of the limits, so that object numbers are cell numbers.
+    TypedChunk const cells = NewChunk(intervals.Count() + 2UL, DataTypeBase::UnsignedInt);
+    auto* limit = static_cast<unsigned int*>(cells.Data()) + 1;
+    *limit = first;
+    for (unsigned int const k : order) {
+        limit[1] = limit[0] + intervals.Size(k);
+        ++limit;
+    }
+    return TypedChunk(intervals.Count() + 1UL, DataTypeBase::UnsignedInt, cells.Chunk(),
+                      sizeof(unsigned int));
+}
+
+struct Freed {
+    void operator()(void* block) const { mb_free(block); }
+};
+
+/// The number from 1 of the interval that each element belongs to, 0 for none.
+template <class T>
+std::unique_ptr<T, Freed> Owners(Intervals const& intervals, std::vector<unsigned int> const& order,
+                                 unsigned int first, unsigned long elements)
+{
+    std::unique_ptr<T, Freed> owners(
+        static_cast<T*>(mb_calloc(std::max(elements, 1UL), sizeof(T))));
+    if (!owners)
+        throw std::bad_alloc();
+    T* place = owners.get() + first;
+    T number = 0;
+    for (unsigned int const k : order)
+        place = std::fill_n(place, intervals.Size(k), ++number);
+    return owners;
+}
+
+} // namespace
+
+template <class T>
+int Reformat_tmpl(IntervalVector* v, int, bool sorted, T** indices)
+{
+    Intervals const intervals(*v);
+    bool const tile = intervals.Tile();
+    auto const order = OrderOf(intervals, sorted && !tile);
+    unsigned int const first = tile && v->IntervalCount() > 0 ? intervals.From(0) : 0;
+    TypedChunk const limits = ContiguousLimits(intervals, order, first);
+    unsigned long const elements = tile ? ItemCount(v->Target().Pointer()) : intervals.Total();
+    std::unique_ptr<T, Freed> owners;
+    if (indices)
+        owners = Owners<T>(intervals, order, first, elements);
+
+    PMemBlock target = v->Target();
+    if (IntervalVector const* const layer = Layer(target); layer && !tile) {
+        target = GatherLayer(*layer, intervals, order);
+    } else if (!tile) {
+        Vector const& plain = *MemCast<Vector>(target);
+        TypedChunk const fresh = GatherElements(plain, intervals, order, sizeof(T));
+        target = target->Clone(true); // the other owners of the target keep theirs
+        MemCast<Vector>(target)->SetTypedChunk(fresh);
+    }
+    IntervalParts::Install(*v, limits, target);
+    if (indices)
+        *indices = owners.release();
+    return 0;
+}
+
+template int Reformat_tmpl<unsigned short>(IntervalVector*, int, bool, unsigned short**);
+template int Reformat_tmpl<int>(IntervalVector*, int, bool, int**);
+
+int IntervalVector::Reformat(bool sorted, unsigned short** shortindices)
+{
+    if (!EndArray_)
+        return 0;
+    if (!Target_ || !(MemCast<IndexVector>(Target_) || SameName(Target_->Class(), "vector")))
+        return 1;
+    constexpr int most_short = 65533; // so many that 65534 and 65535 stay free for callers' marks
+    int const limit = static_cast<int>(IntervalCount_);
+    if (limit <= most_short)
+        return Reformat_tmpl<unsigned short>(this, limit, sorted, shortindices);
+    if (shortindices)
+        Raise(err_request,
+              "Too many objects, cannot reformat data; if a cell list is involved, try to insert "
+              "CalcZone() module to recalculate zones (%s)",
+              *this);
+    return Reformat_tmpl<int>(this, limit, sorted, nullptr);
+}
+
+unsigned int* IntervalVector::StartAndEnd(int base, bool sorted, bool reformat,
+                                          unsigned short** shortindices)
+{
+    if (EndArray_ && !reformat)
+        return nullptr;
+    if (EndArray_) {
+        if (int const code = Reformat(sorted, shortindices))
+            Raise(err_request_value, "Could not reformat indexvector (code %d): %s", code, *this);
+    }
+    return Start(base);
+}
+
+// The form of the limits is not what the object means, so a reader may change it.
+unsigned int const* IntervalVector::StartAndEnd(int base, bool sorted, bool reformat,
+                                                unsigned short** shortindices) const
+{
+    if (!EndArray_)
+        return Start(base);
+    const_cast<IntervalVector*>(this)->StartAndEnd(base, sorted, reformat, shortindices);
+    return EndArray_ ? nullptr : Start(base);
+}
+
+void IntervalVector::EnsureStartAndEnd() const
+{
+    StartAndEnd(0, false, true, nullptr);
+}
+
+namespace {
+
+/// The sizes of a target of another rank with as many elements, as far as there is one.
+IndexVector::TargetData OfRank(int rank, IndexVector const& target)
+{
+    std::vector<unsigned int> const dims = target.GetTargetData().dims;
+    unsigned long total = dims.empty() ? 0 : 1;
+    for (unsigned int const size : dims)
+        total *= size;
+    auto const whole = static_cast<unsigned int>(std::min(total, 0xFFFFFFFFUL));
+    unsigned int const width = dims.empty() ? 0 : dims[0];
+    if (rank == 1)
+        return IndexVector::TargetData(1, whole);
+    if (rank == 2)
+        return dims.size() == 2 ? IndexVector::TargetData(2, dims[0], dims[1])
+                                : IndexVector::TargetData(2, width, width ? whole / width : 0);
+    if (dims.size() == 2)
+        return IndexVector::TargetData(3, dims[0], dims[1], 1u);
+    auto const side = static_cast<unsigned int>(std::lround(std::pow(double(whole), 1.0 / 3)));
+    return IndexVector::TargetData(3, side, side, side);
+}
+
+PMemBlock PixelsOfRank(int rank, PMemBlock const& present)
+{
+    IndexVector const* const pixels = PixelList(present);
+    if (!pixels)
+        return IndexVector::Create(0, rank == 1   ? IndexVector::TargetData(1, 0u)
+                                      : rank == 2 ? IndexVector::TargetData(2, 0u, 0u)
+                                                  : IndexVector::TargetData(3, 0u, 0u, 0u));
+    DerivedPointer<IndexVector> adapted(pixels->Clone(true));
+    adapted->SetTargetData(OfRank(rank, *pixels));
+    return adapted;
+}
+
+PMemBlock EmptyZones(PMemBlock const& present)
+{
+    IndexVector const* const pixels = PixelList(present);
+    auto const inner = IndexVector::Create(0, pixels && pixels->TargetRank() == 2
+                                                  ? pixels->GetTargetData()
+                                                  : IndexVector::TargetData(2, 0u, 0u));
+    return IntervalVector::Create(ItemCount(present.Pointer()), DerivedPointer<Vector>(inner));
+}
+
+} // namespace
+
+void IntervalVector::RebuildAs(logic_class_t type)
+{
+    PMemBlock target;
+    switch (type) {
+    case stencil:
+        target = PixelsOfRank(2, Target_);
+        break;
+    case datacubestencil:
+        target = PixelsOfRank(3, Target_);
+        break;
+    case vectorstencil:
+        target = PixelsOfRank(1, Target_);
+        break;
+    case subnum:
+        if (Target_ && SameName(Target_->Class(), "vector"))
+            return;
+        target = Vector::Create(ItemCount(Target_.Pointer()), Int, true, 0, 1.0);
+        break;
+    case subobj:
+        if (Layer(Target_) && DetectType() == subobj)
+            return;
+        target = EmptyZones(Target_);
+        break;
+    default:
+        Raise(err_kind, "Cannot adapt IntervalVector structure to type %d (%s): %s",
+              static_cast<int>(type), LgType2String(type), *this);
+    }
+    SetTarget(DerivedPointer<Vector>(target));
+}
+
+} // namespace NKelmic

@@ -1,0 +1,217 @@
+#include <memblock/base/raise.h>
+#include <memblock/core/options.h>
+#include <memblock/imaging/image.h>
+#include <memblock/imaging/intervalparts_internal.h>
+#include <memblock/imaging/setops_kernels.h>
+#include <memblock/vector/vectorchunk_internal.h>
+
+#include <cstring>
+
+namespace NKelmic {
+
+namespace {
+
+/// The list itself if it is sorted, otherwise a sorted copy in `work`.
+int const* Sorted(int const* list, int n, int* work)
+{
+    if (std::is_sorted(list, list + n))
+        return list;
+    std::copy(list, list + n, work);
+    std::sort(work, work + n);
+    return work;
+}
+
+bool IsPixelList(PMemBlock const& target)
+{
+    return target && SameName(target->Class(), "indexvector");
+}
+
+unsigned int LongestInterval(Intervals const& intervals)
+{
+    unsigned int longest = 0;
+    for (unsigned int k = 0; k < intervals.Count(); ++k)
+        longest = std::max(longest, intervals.Size(k));
+    return longest;
+}
+
+int const* Pixels(PMemBlock const& target)
+{
+    Vector const& list = *MemCast<Vector>(target);
+    return reinterpret_cast<int const*>(list.UnsignedIntPointer());
+}
+
+/// Limits and pixels of a result that is written object by object.
+class StencilBuilder {
+public:
+    StencilBuilder(IntervalVector const& model, unsigned long most_pixels)
+        : limits_(model.IntervalCount() + 1UL),
+          pixels_(OpenIndexVector(most_pixels, model.IndexVectorTarget()->GetTargetData())),
+          out_(pixels_->UnsignedIntPointer())
+    {
+        limits_[0] = 0;
+    }
+    unsigned int* Room() const { return out_ + used_; }
+    /// End the next object behind what was written to `Room`.
+    void Close(unsigned int count)
+    {
+        used_ += count;
+        limits_[++objects_] = used_;
+    }
+    DerivedPointer<IntervalVector> Finish()
+    {
+        pixels_->ResizeVector(used_, true, true);
+        return IntervalVector::Create(objects_, LimitArray::base, limits_.Take(), mb_free, pixels_);
+    }
+
+private:
+    LimitArray limits_;
+    DerivedPointer<IndexVector> pixels_;
+    unsigned int* out_;
+    unsigned int used_ = 0, objects_ = 0;
+};
+
+PMemBlock Combine(char op, IntervalVector const& a, IntervalVector const& b)
+{
+    if (a.IntervalCount() != b.IntervalCount())
+        Raise(err_kind,
+              "Logical operation \"%c\" only supported for operands with the same number of "
+              "geometrical figures. These operands have %d and %d.",
+              op, a.IntervalCount(), b.IntervalCount());
+    Intervals const left(a), right(b);
+    int const *const pixels_a = Pixels(a.Target()), *const pixels_b = Pixels(b.Target());
+    StencilBuilder result(a, left.Total() + (op == '&' ? 0 : right.Total()));
+    std::vector<int> work_a(LongestInterval(left)), work_b(LongestInterval(right));
+    for (unsigned int k = 0; k < left.Count(); ++k) {
+        int const n = intvecop(op, pixels_a + left.From(k), static_cast<int>(left.Size(k)),
+                               pixels_b + right.From(k), static_cast<int>(right.Size(k)),
+                               reinterpret_cast<int*>(result.Room()), work_a.data(), work_b.data());
+        result.Close(static_cast<unsigned int>(n));
+    }
+    return result.Finish();
+}
+
+PMemBlock LogicalOp(char op, IntervalVector const& v, PMemBlock const& rhs)
+{
+    if (!IsPixelList(v.Target()))
+        Raise(err_kind,
+              "Logical operation \"%c\" is implemented only for two-layer (body-type) attributes, "
+              "but first operand is: %s",
+              op, v);
+    IntervalVector const* const other = MemCast<IntervalVector>(rhs);
+    if (other && IsPixelList(other->Target())) {
+        if (op == '!') // told here, as without objects nothing would come to it
+            Raise(err_request, "IntervalVector::op(): operation not supported: \"%c\"", op);
+        return Combine(op, v, *other);
+    }
+    if (rhs.Conforms("image")) {
+        if (op != '&')
+            Raise(err_kind, "For image second operand only the logical operation \"and\" is "
+                            "implemented.");
+        return intvecimageand(DerivedPointer<IntervalVector>(&v), DerivedPointer<Image>(rhs));
+    }
+    Raise(err_kind,
+          "Logical operation \"%c\" is implemented only for two-layer (body-type) attributes and "
+          "images, but second operand is: %s",
+          op, rhs);
+}
+
+/// Arithmetic on the numbers, keeping the grouping. Of another "subnum" with the same grouping the
+/// numbers count, as its payload is limits.
+PMemBlock PointOp(char op, IntervalVector const& v, PMemBlock rhs, op_options const& options)
+{
+    if (!v.Target() || !SameName(v.Target()->Class(), "vector"))
+        Raise(err_kind,
+              "Function \"point()\" is implemented only for subobject numeric attributes.");
+    if (IntervalVector const* const other = MemCast<IntervalVector>(rhs);
+        other && other->LgType() == IntervalVector::subnum &&
+        other->IntervalCount() == v.IntervalCount() &&
+        (v.IntervalCount() == 0 ||
+         (std::equal(v.Start(0), v.Start(0) + v.IntervalCount(), other->Start(0)) &&
+          std::equal(v.End(0), v.End(0) + v.IntervalCount(), other->End(0)))))
+        rhs = PMemBlock(other->Target());
+    PMemBlock const numbers = v.Target()->op(op, rhs, options);
+    DerivedPointer<IntervalVector> result(v.Clone(true)); // the limits are shared until written
+    result->SetTarget(DerivedPointer<Vector>(numbers));
+    return result;
+}
+
+} // namespace
+
+DerivedPointer<IndexVector> OpenIndexVector(unsigned long n, IndexVector::TargetData const& target)
+{
+    auto indices = IndexVector::Create(0, target);
+    indices->SetTypedChunk(OpenChunk(n, DataTypeBase::UnsignedInt));
+    return indices;
+}
+
+int intvecop(char op, int const* a, int na, int const* b, int nb, int* out, int* worka, int* workb)
+{
+    a = Sorted(a, na, worka);
+    b = Sorted(b, nb, workb);
+    int* end = nullptr;
+    switch (op) {
+    case '&':
+        end = setops::And(a, a + na, b, b + nb, out);
+        break;
+    case '|':
+        end = setops::Or(a, a + na, b, b + nb, out);
+        break;
+    case '^':
+        end = setops::Xor(a, a + na, b, b + nb, out);
+        break;
+    default:
+        Raise(err_request, "IntervalVector::op(): operation not supported: \"%c\"", op);
+    }
+    return static_cast<int>(end - out);
+}
+
+PMemBlock IntervalVector::op(char operation, PMemBlock rhs, op_options const& options) const
+{
+    if (operation != '\0' && std::strchr("&|!^", operation))
+        return LogicalOp(operation, *this, rhs);
+    if (operation == 'p')
+        return PointOp(operation, *this, std::move(rhs), options);
+    return Vector::op(operation, std::move(rhs), options);
+}
+
+template <class T>
+unsigned int intvecimageand_tmpl(unsigned int const* indices, unsigned int n, T const* pixels,
+                                 unsigned long npixels, unsigned int* out)
+{
+    unsigned int kept = 0;
+    for (unsigned int i = 0; i < n; ++i) {
+        unsigned int const index = indices[i];
+        out[kept] = index;
+        kept += index < npixels && pixels[index] != 0;
+    }
+    return kept;
+}
+
+DerivedPointer<IntervalVector> intvecimageand(DerivedPointer<IntervalVector> v,
+                                              DerivedPointer<Image> image)
+{
+    IntervalVector const& objects = cref(v);
+    Vector const& mask = cref(image);
+    Intervals const intervals(objects);
+    auto const* const indices =
+        reinterpret_cast<unsigned int const*>(Pixels(objects.IndexVectorTarget()));
+    auto const keep = [&]<class T>(T const* pixels) {
+        StencilBuilder result(objects, intervals.Total());
+        for (unsigned int k = 0; k < intervals.Count(); ++k)
+            result.Close(intvecimageand_tmpl(indices + intervals.From(k), intervals.Size(k), pixels,
+                                             mask.Length(), result.Room()));
+        return result.Finish();
+    };
+    if (mask.ElemSize() == 1)
+        return keep(static_cast<unsigned char const*>(mask.Pointer()));
+    if (mask.ElemSize() == 2)
+        return keep(static_cast<unsigned short const*>(mask.Pointer()));
+    Raise(err_kind, "Image type not supported: %s", image);
+}
+
+template unsigned int intvecimageand_tmpl(unsigned int const*, unsigned int, unsigned char const*,
+                                          unsigned long, unsigned int*);
+template unsigned int intvecimageand_tmpl(unsigned int const*, unsigned int, unsigned short const*,
+                                          unsigned long, unsigned int*);
+
+} // namespace NKelmic

@@ -1,0 +1,225 @@
+#include <memblock/imaging/region.h>
+
+#include <memblock/base/raise.h>
+#include <memblock/core/keytable.h>
+#include <memblock/core/memblock_internal.h>
+#include <memblock/core/options.h>
+#include <memblock/imaging/image.h>
+#include <memblock/imaging/intervalvector.h>
+
+#include <utility>
+
+namespace NKelmic {
+
+namespace {
+
+constexpr char const* representation = "representation";
+
+DataItem Dimension(RegionBase const& region, std::size_t i)
+{
+    auto const dims = region.GetTargetData().dims;
+    return DataItem(i < dims.size() ? static_cast<int>(dims[i]) : 0);
+}
+
+constexpr KeyTable region_keys{std::to_array<Key<RegionBase>>({
+    {"image", [](RegionBase const& r, ThrowHandlerFunc) { return DataItem(r.GetImageRepr()); }},
+    {"vector", [](RegionBase const& r, ThrowHandlerFunc) { return DataItem(r.GetVectorRepr()); }},
+    {"imagewidth", [](RegionBase const& r, ThrowHandlerFunc) { return Dimension(r, 0); }},
+    {"imageheight", [](RegionBase const& r, ThrowHandlerFunc) { return Dimension(r, 1); }},
+})};
+
+} // namespace
+
+bool RegionBase::Conforms(char const* classname) const
+{
+    return SameName(classname, Class()) || MemBlock::Conforms(classname);
+}
+
+// ---- Forms
+
+DerivedPointer<Image> RegionBase::GetImageRepr() const
+{
+    if (!image_)
+        image_ = cref(GetVectorRepr()).GetMaskImage();
+    return DerivedPointer<Image>(image_);
+}
+
+DerivedPointer<IndexVector> RegionBase::GetVectorRepr() const
+{
+    if (!vector_)
+        vector_ = MakeVector(*MemCast<Image>(image_));
+    return DerivedPointer<IndexVector>(vector_);
+}
+
+IndexVector::TargetData RegionBase::GetTargetData() const
+{
+    if (IndexVector const* const vector = MemCast<IndexVector>(vector_))
+        return PixelsOf(*vector)->GetTargetData();
+    IndexVector::TargetData target;
+    if (Image const* const image = MemCast<Image>(image_)) {
+        target.descr = image->GetDescription();
+        target.dims = {image->width(), image->height()};
+    }
+    return target;
+}
+
+void RegionBase::TakeImage(PMemBlock image, int lg_type)
+{
+    if (image->LgType() != lg_type) {
+        MakeExclusive(image);
+        image->DoSetLgType(lg_type);
+    }
+    image_ = std::move(image);
+    vector_ = PMemBlock();
+    ContentHasBeenChanged();
+}
+
+void RegionBase::TakeVector(PMemBlock vector)
+{
+    vector_ = std::move(vector);
+    image_ = PMemBlock();
+    ContentHasBeenChanged();
+}
+
+// ---- Forwarded to the form that stands for the object
+
+bool RegionBase::Entertain(MemBlockVisitor& v, safestring const& path, entertainmode_t mode)
+{
+    return !Standing() || Standing()->Entertain(v, path, mode);
+}
+
+void RegionBase::DoSerialize(int format, SerializeVisitor& v, safestring const& path,
+                             Formatter const& formatter, safestring& output) const
+{
+    if (Standing())
+        Standing()->Serialize(format, v, path, formatter, output);
+}
+
+bool RegionBase::DoSetSubItem(safestring const& key, SafeValue const& value, safestring const&,
+                              ThrowHandlerFunc handler)
+{
+    if (!Standing())
+        return false;
+    MakeExclusive(Standing()); // a form that was handed in may have other owners
+    bool const done = Standing()->SetSubItem(key, value, handler);
+    ContentHasBeenChanged();
+    return done;
+}
+
+// ---- Conversion
+
+bool RegionBase::AddConvertArg(safestring const& key, DataItem const& value,
+                               ConvertOptions& options, ThrowHandlerFunc handler) const
+{
+    if (key == "image" || key == "vector") {
+        options.SetValue(representation, DataItem(key));
+        return true;
+    }
+    return MemBlock::AddConvertArg(key, value, options, handler);
+}
+
+PMemBlock RegionBase::ConvertFrom(PMemBlock source, ConvertOptions const& options) const
+{
+    auto const* region = dynamic_cast<RegionBase const*>(source.Pointer());
+    if (region && !SameName(region->Class(), Class()))
+        region = nullptr;
+    if (!region && !IsSource(source))
+        return {};
+    DerivedPointer<RegionBase> made;
+    if (!region) {
+        made = New();
+        made->Take(std::move(source));
+        region = made.Pointer();
+    }
+    safestring const form = options.GetValue(representation, DataItem("vector")).GetString();
+    if (form == "vector")
+        return region->GetVectorRepr();
+    if (form == "image")
+        return region->GetImageRepr();
+    return form == Class() ? PMemBlock(region) : PMemBlock();
+}
+
+PMemBlock RegionBase::ConvertTo(safestring const& classname) const
+{
+    if (classname == "vector")
+        return GetVectorRepr();
+    if (classname == "image")
+        return GetImageRepr();
+    if (classname == Class())
+        return PMemBlock(this);
+    return MemBlock::ConvertTo(classname);
+}
+
+// ---- Keys
+
+DataItem RegionBase::ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) const
+{
+    if (auto const* const row = region_keys.Find(key))
+        return row->read(*this, handler);
+    if (key.empty() || key == "!")
+        return DataItem(KeyList() + MemBlock::ResolveSubItem(key, handler).GetString());
+    bool const of_list = AnyKeyOfList(safestring(KeyList()), [&](KeyListEntry const& entry) {
+        return SameName(entry.name, {key.data(), key.size()});
+    });
+    if (of_list) // the rest of the own list is what the vector form answers
+        return GetVectorRepr()->ResolveSubItem(key, handler);
+    return MemBlock::ResolveSubItem(key, handler);
+}
+
+// ---- Whole objects
+
+PMemBlock RegionBase::DoClone(int mode) const
+{
+    auto const copy = New();
+    if (image_)
+        copy->image_ = image_->Clone(mode > 0);
+    if (vector_)
+        copy->vector_ = vector_->Clone(mode > 0);
+    return copy;
+}
+
+bool RegionBase::Equals(MemBlock const& other) const
+{
+    auto const* const o = dynamic_cast<RegionBase const*>(&other);
+    if (!o)
+        return false;
+    if (vector_ && o->vector_)
+        return *vector_ == *o->vector_;
+    return *GetImageRepr() == *o->GetImageRepr();
+}
+
+safestring RegionBase::DoGetDescription() const
+{
+    return Text("%s for %dx%d images, in %s representation", Title(), Dimension(*this, 0).GetInt(),
+                Dimension(*this, 1).GetInt(), vector_ ? "vector" : "image");
+}
+
+bool RegionBase::Consistent(safestring& message, bool deep) const
+{
+    if (!MemBlock::Consistent(message, deep))
+        return false;
+    if (!image_ && !vector_) {
+        message += "No representation stored.\n";
+        return false;
+    }
+    Image const* const image = MemCast<Image>(image_);
+    Vector const* const vector = MemCast<Vector>(vector_);
+    auto const target = GetTargetData();
+    if (target.dims.size() != 2) {
+        message += Text("%s target is not an image: %s\n", Title(), *this);
+        return false;
+    }
+    if (image && !ImageIsFit(*image, message))
+        return false;
+    if (vector && !VectorIsFit(*vector, message))
+        return false;
+    if (image && vector &&
+        (image->width() != target.dims[0] || image->height() != target.dims[1])) {
+        message +=
+            Text("Image and vector representation targets do not match: %s, %s\n", *image, *vector);
+        return false;
+    }
+    return true;
+}
+
+} // namespace NKelmic

@@ -1,0 +1,446 @@
+#include <memblock/imaging/image.h>
+#include <memblock/imaging/intervalvector.h>
+
+#include <support/raises.h>
+#include <support/vectors.h>
+
+#include <gtest/gtest.h>
+#include <random>
+#include <set>
+
+namespace {
+
+using namespace NKelmic;
+using Rows = std::vector<std::vector<unsigned int>>;
+
+DerivedPointer<IndexVector> Pixels(std::vector<unsigned int> const& list, unsigned int w = 5,
+                                   unsigned int h = 4)
+{
+    return IndexVector::Create(UInts(list), w, h);
+}
+
+/// Limits over a target in the contiguous form.
+DerivedPointer<IntervalVector> Over(std::vector<unsigned int> const& limits,
+                                    DerivedPointer<Vector> const& target)
+{
+    auto const v = IntervalVector::Create(0, target);
+    v->SetSubItem("outer_index_array", SafeValue(UInts(limits)), throw_always);
+    return v;
+}
+
+DerivedPointer<IntervalVector> StencilOf(Rows const& rows, unsigned int w = 5, unsigned int h = 4)
+{
+    return IntervalVector::CreateFromStdVectors(static_cast<unsigned int>(rows.size()), rows.data(),
+                                                IndexVector::TargetData(2, w, h));
+}
+
+Rows RowsOf(IntervalVector const& v)
+{
+    Rows rows(v.IntervalCount());
+    unsigned int const* const pixels = cref(v.IndexVectorTarget()).UnsignedIntPointer();
+    for (unsigned int k = 0; k < v.IntervalCount(); ++k)
+        rows[k].assign(pixels + v.Start(0)[k], pixels + v.End(0)[k]);
+    return rows;
+}
+Rows RowsOf(PMemBlock const& block)
+{
+    return RowsOf(cref(DerivedPointer<IntervalVector>(block)));
+}
+
+DataItem Read(PMemBlock const& block, char const* key)
+{
+    return block->GetSubItem(key, throw_always);
+}
+
+bool IsConsistent(PMemBlock const& block)
+{
+    safestring message;
+    bool const ok = block->Consistent(message, true);
+    EXPECT_TRUE(ok) << message.c_str();
+    return ok;
+}
+
+/// Two objects with two zones each, in an image of 5 x 4.
+DerivedPointer<IntervalVector> Zones()
+{
+    return Over({0, 2, 4}, Over({0, 1, 2, 4, 5}, Pixels({6, 7, 11, 12, 13})));
+}
+
+TEST(IntervalVector, TheStructureTellsWhatItStandsFor)
+{
+    auto const cube = IndexVector::Create(UInts({1}), IndexVector::TargetData(3, 2u, 2u, 2u));
+    auto const row = IndexVector::Create(UInts({1}), IndexVector::TargetData(1, 9u));
+    std::tuple<PMemBlock, int, char const*, char const*> const cases[] = {
+        {Over({0, 2, 5}, Pixels({6, 7, 11, 12, 13})), 23, "stencil",
+         "Stencil of 2 objects for 5x4 images, in vector representation."},
+        {Zones(), 24, "subobj",
+         "Subobject complex attribute for 4 subobjects of 2 objects:  for 5x4 images, in vector "
+         "representation."},
+        {Over({0, 1, 3}, Doubles({0.5, 0.7, 1.2})), 25, "subnum",
+         "Subobject scalar attribute for 2 objects."},
+        {Over({0, 1}, cube), 28, "datacubestencil",
+         "Stencil of 1 objects for Datacube 2x2x2, in vector representation."},
+        {Over({0, 1}, row), 29, "vectorstencil",
+         "Vector-stencil of 1 element sets in vectors of type: Vector of 9 elements."},
+    };
+    for (auto const& [v, type, word, description] : cases) {
+        EXPECT_EQ(v->LgType(), type);
+        EXPECT_STREQ(Read(v, "@type").GetString().c_str(), word);
+        EXPECT_STREQ(v->GetDescription().c_str(), description);
+        EXPECT_EQ(v->Conforms("stencil"), type == 23);
+        EXPECT_TRUE(v->Conforms("indexvector"));
+        EXPECT_TRUE(IsConsistent(v));
+        EXPECT_TRUE(*v->Clone(false) == *v && *v->Clone(true) == *v);
+    }
+    EXPECT_RAISES(IntervalVector::Create(0, nullptr), 128,
+                  "Created Intervalvector without target.");
+    EXPECT_RAISES(IntervalVector::logic2string(IntervalVector::logic_class_t(26)), 128,
+                  "No such IntervalVector logic class: 26");
+    EXPECT_RAISES(IntervalVector::string2logic("cube"), 128,
+                  "Unrecognized intervalvector logic type: cube");
+    EXPECT_EQ(IntervalVector::string2logic("SubNum"), IntervalVector::subnum);
+    auto const self = Over({0, 1}, Pixels({1}));
+    EXPECT_RAISES(self->SetTarget(self), 128,
+                  "Attempt to construct unsupported IntervalVector type: Stencil of 1 objects for "
+                  "5x4 images, in vector representation.");
+}
+
+TEST(IntervalVector, BothFormsOfTheLimitsAnswerAlike)
+{
+    std::mt19937 random(5);
+    for (int round = 0; round < 200; ++round) {
+        Rows rows(random() % 6);
+        for (auto& row : rows)
+            for (unsigned int n = random() % 5; n > 0; --n)
+                row.push_back(random() % 20);
+        auto const whole = StencilOf(rows);
+        DerivedPointer<IntervalVector> const parted(whole->Clone(true));
+        parted->AddEndArray();
+        ASSERT_TRUE(IsConsistent(parted) && *whole == *parted);
+        EXPECT_EQ(RowsOf(parted), rows);
+        for (char const* key : {"area", "itemcount"})
+            EXPECT_TRUE(Read(whole, key) == Read(parted, key)) << key;
+        for (char const* key : {"mask", "x", "image", "@md5"})
+            EXPECT_TRUE(Read(whole, key) == Read(parted, key)) << key;
+
+        // A permutation keeps the target; packing it writes the objects in their new order.
+        std::vector<int> order(rows.size());
+        for (std::size_t i = 0; i < order.size(); ++i)
+            order[i] = static_cast<int>(i);
+        std::shuffle(order.begin(), order.end(), random);
+        auto const n = static_cast<unsigned int>(order.size());
+        parted->Rearrange(order.data(), n, n, throw_always);
+        Rows expected;
+        for (int const i : order)
+            expected.push_back(rows[static_cast<std::size_t>(i)]);
+        EXPECT_EQ(RowsOf(parted), expected);
+        EXPECT_EQ(cref(parted).StartAndEnd(1, false, false, nullptr), nullptr);
+        unsigned short* owners = nullptr;
+        unsigned int const* const limits = parted->StartAndEnd(0, false, true, &owners);
+        ASSERT_TRUE(IsConsistent(parted));
+        EXPECT_FALSE(parted->HasEndArray());
+        EXPECT_EQ(RowsOf(parted), expected);
+        for (unsigned int k = 0; k < n; ++k)
+            for (unsigned int i = limits[k]; i < limits[k + 1]; ++i)
+                EXPECT_EQ(owners[i], k + 1);
+        mb_free(owners);
+        EXPECT_EQ(RowsOf(whole), rows); // the clone's target was another's, too
+    }
+}
+
+TEST(IntervalVector, ReformatSortsAndParts)
+{
+    unsigned int start[] = {4, 0, 1}, end[] = {5, 2, 3}; // out of order, overlapping, with a gap
+    auto const v = IntervalVector::Create(3, 0, start, end, nullptr, Pixels({6, 7, 8, 9, 10}));
+    DerivedPointer<IntervalVector> const in_order(v->Clone(true));
+    EXPECT_EQ(in_order->Reformat(true, nullptr), 0);
+    EXPECT_EQ(RowsOf(in_order), (Rows{{6, 7}, {7, 8}, {10}}));
+    EXPECT_EQ(v->Reformat(false, nullptr), 0);
+    EXPECT_EQ(RowsOf(v), (Rows{{10}, {6, 7}, {7, 8}}));
+    EXPECT_EQ(TextOf(v->IndexVectorTarget()), "10 6 7 7 8");
+
+    // Zones: the limits of the middle layer move, the pixels stay.
+    auto const zones = Zones();
+    int const order[] = {1, 0};
+    zones->Rearrange(order, 2, 2, throw_always);
+    EXPECT_EQ(TextOf(zones->MergedIndexVector()), "11 12 13 6 7");
+    EXPECT_EQ(Read(zones, "area").GetInt(), 5);
+    EXPECT_EQ(Read(zones, "@md5").GetString().size(), 32u);
+    EXPECT_TRUE(IsConsistent(zones));
+}
+
+TEST(IntervalVector, SixteenBitsNumberTheOwnersOfUpTo65533Objects)
+{
+    for (unsigned int const n : {65533u, 65534u}) {
+        auto const v = IntervalVector::Create(n, Ints({1}));
+        v->AddEndArray();
+        v->Start(0)[0] = v->End(0)[0] = 1; // no tiles
+        unsigned short* owners = nullptr;
+        if (n == 65533u) {
+            EXPECT_EQ(v->Reformat(false, &owners), 0);
+            mb_free(owners);
+        } else {
+            EXPECT_RAISES(v->Reformat(false, &owners), 4096,
+                          "Too many objects, cannot reformat data; if a cell list is involved, try "
+                          "to insert CalcZone() module to recalculate zones (Subobject scalar "
+                          "attribute for 65534 objects.)");
+            EXPECT_TRUE(v->HasEndArray());
+        }
+    }
+}
+
+TEST(IntervalVector, KeysRebuildAStructureInAnyOrder)
+{
+    std::vector<std::pair<char const*, SafeValue>> keys = {
+        {"inner_index_array", SafeValue(Pixels({6, 7, 11, 12, 13}))},
+        {"medium_index_array", SafeValue(UInts({0, 1, 2, 4, 5}))},
+        {"outer_index_array", SafeValue(UInts({0, 2, 4}))},
+    };
+    auto const by_name = [](auto const& a, auto const& b) {
+        return std::string_view(a.first) < b.first;
+    };
+    std::sort(keys.begin(), keys.end(), by_name);
+    do {
+        auto const v = IntervalVector::Create();
+        v->SetSubItem("type", SafeValue("subobj"), throw_always);
+        bool ok = true;
+        for (auto const& [key, value] : keys) {
+            try {
+                v->SetSubItem(key, value, throw_always);
+            } catch (Exception const& e) {
+                ok = false; // the outer limits are there, the zones are not yet
+                EXPECT_STREQ(std::string(e.what()).substr(0, 16).c_str(), "Target too short");
+            }
+        }
+        ASSERT_TRUE(!ok || (IsConsistent(v) && *v == *Zones()));
+    } while (std::next_permutation(keys.begin(), keys.end(), by_name));
+
+    auto const numbers = IntervalVector::Create();
+    numbers->SetSubItem("type", SafeValue("subnum"), throw_always);
+    numbers->SetSubItem("inner_vector", SafeValue(Doubles({0.5, 0.7, 1.2})), throw_always);
+    numbers->SetSubItem("interval_count", SafeValue(2), throw_always);
+    numbers->SetSubItem("outer_index_array", SafeValue(UInts({0, 1, 3})), throw_always);
+    EXPECT_EQ(TextOf(numbers->MergedVector()), "0.5 0.7 1.2");
+    numbers->SetSubItem("interval_count", SafeValue(4), throw_always); // the last limit repeats
+    EXPECT_EQ(TextOf(*numbers), "0 1 3 3 3");
+
+    auto const stencil = StencilOf({{6}});
+    stencil->SetSubItem("target_data", SafeValue(UInts({10, 2})), throw_always);
+    EXPECT_EQ(Read(stencil, "imagewidth").GetInt(), 10);
+    for (char const* key : {"inner_index_array", "inner_vector", "outer_index_array",
+                            "medium_index_array", "target", "indexvector_target"})
+        EXPECT_RAISES(
+            stencil->SetSubItem(key, SafeValue(5), throw_always), 128,
+            Text("IntervalVector::set(\"%s\"): this is not a vector: 5 (integer)", key).c_str());
+    EXPECT_RAISES(stencil->SetTarget(DerivedPointer<Vector>(IndexVector::Create())), 128,
+                  "Target too short (0), must be >=1: Mask for 0x0 images, in vector "
+                  "representation.");
+}
+
+TEST(IntervalVector, SetOperationsFollowTheStandardAlgorithms)
+{
+    std::mt19937 random(7);
+    for (int round = 0; round < 300; ++round) {
+        unsigned int const n = random() % 4;
+        Rows a(n), b(n);
+        for (auto* rows : {&a, &b})
+            for (auto& row : *rows) {
+                for (unsigned int size = random() % 12; size > 0; --size)
+                    row.push_back(random() % 20);
+                if (random() % 2)
+                    std::sort(row.begin(), row.end());
+            }
+        auto const x = StencilOf(a), y = StencilOf(b);
+        for (char const op : {'&', '|', '^'}) {
+            Rows expected(n);
+            for (unsigned int k = 0; k < n; ++k) {
+                auto p = a[k], q = b[k];
+                std::sort(p.begin(), p.end());
+                std::sort(q.begin(), q.end());
+                auto const out = std::back_inserter(expected[k]);
+                if (op == '&')
+                    std::set_intersection(p.begin(), p.end(), q.begin(), q.end(), out);
+                else if (op == '|')
+                    std::set_union(p.begin(), p.end(), q.begin(), q.end(), out);
+                else
+                    std::set_symmetric_difference(p.begin(), p.end(), q.begin(), q.end(), out);
+            }
+            EXPECT_EQ(RowsOf(x->op(op, y, op_options())), expected) << op;
+        }
+        EXPECT_EQ(RowsOf(x), a); // operands stay
+    }
+    auto const image = Image::Create(5, 4, Vector::Byte, 1.0);
+    image->BytePointer()[7] = image->BytePointer()[6] = 1;
+    auto const v = StencilOf({{7, 1, 6}, {2}, {99, 7}});
+    EXPECT_EQ(RowsOf(v->op('&', image, op_options())), (Rows{{7, 6}, {}, {7}}));
+
+    auto const one = StencilOf({{1}});
+    EXPECT_RAISES(v->op('^', one, op_options()), 128,
+                  "Logical operation \"^\" only supported for operands with the same number of "
+                  "geometrical figures. These operands have 3 and 1.");
+    EXPECT_RAISES(one->op('!', one, op_options()), 4096,
+                  "IntervalVector::op(): operation not supported: \"!\"");
+    EXPECT_RAISES(one->op('|', image, op_options()), 128,
+                  "For image second operand only the logical operation \"and\" is implemented.");
+    EXPECT_RAISES(
+        one->op('&', Ints({1}), op_options()), 128,
+        "Logical operation \"&\" is implemented only for two-layer (body-type) attributes "
+        "and images, but second operand is: Vector of 1 elements of type signed int");
+    EXPECT_RAISES(
+        Over({0, 1}, Ints({1}))->op('|', one, op_options()), 128,
+        "Logical operation \"|\" is implemented only for two-layer (body-type) attributes, "
+        "but first operand is: Subobject scalar attribute for 1 objects.");
+    EXPECT_RAISES(one->op('p', one, op_options()), 128,
+                  "Function \"point()\" is implemented only for subobject numeric attributes.");
+}
+
+TEST(IntervalVector, CoordinatesBecomePixelsAgainByPoint)
+{
+    auto const v = StencilOf({{6, 7}, {11, 12, 13}});
+    op_options options;
+    options.SetValue("image_width", DataItem(5));
+    options.SetValue("image_height", DataItem(4));
+    PMemBlock const x = Read(v, "x").GetMemory(), y = Read(v, "y").GetMemory();
+    EXPECT_EQ(TextOf(Read(x, "target").GetMemory()), "1 2 1 2 3");
+    EXPECT_EQ(RowsOf(x->op('p', y, options)), RowsOf(v));
+    EXPECT_RAISES(v->GetXYVector('z'), 128, "IntervalVector::GetXYVector(): invalid parameter: z");
+    EXPECT_RAISES(DerivedPointer<IntervalVector>(x)->GetXYVector('x'), 128,
+                  "Cannot apply .x subkey to: Subobject scalar attribute for 2 objects.");
+}
+
+TEST(IntervalVector, DrawingAndListingAreEachOthersReverse)
+{
+    for (unsigned int const n : {0u, 1u, 32000u, 32001u, 65535u, 65536u, 70000u}) {
+        Rows rows(n);
+        for (unsigned int k = 0; k < n; ++k)
+            rows[k] = {1001 + k + k / 998 * 2}; // not in the frame of 1000 x 100
+        auto const image = StencilOf(rows, 1000, 100)->GetMaskImage();
+        EXPECT_EQ(image->ElemSize(), n > 32000 ? 4u : 2u) << n;
+        EXPECT_EQ(image->Type(), Image::stencil);
+        EXPECT_EQ(image->GetStencilCount(), static_cast<int>(n));
+        EXPECT_EQ(RowsOf(PMemBlock(image->GetStencilVector())), rows) << n;
+    }
+    auto const overlap = StencilOf({{6, 7}, {7, 8}, {500}})->GetMaskImage();
+    EXPECT_EQ(TextOf(PMemBlock(overlap->CloneSlice(6, 9))), "1 2 2"); // later objects win
+    auto const v = StencilOf({{6}});
+    v->Start(0)[0] = 2;
+    EXPECT_RAISES(
+        v->GetMaskImage(), 128,
+        "IntervalVector::GetMaskImage(): Invalid interval for cell 1: [2..1]: Stencil of 1 "
+        "objects for 5x4 images, in vector representation.");
+    EXPECT_RAISES(Zones()->GetMaskImage(), 128,
+                  "IntervalVector::GetMaskImage(): Unsupported data type (only 2-level arrays "
+                  "supported): Subobject complex attribute for 4 subobjects of 2 objects:  for 5x4 "
+                  "images, in vector representation.");
+}
+
+TEST(IntervalVector, AppendPutsObjectsBehindObjects)
+{
+    auto const v = StencilOf({{6, 7}});
+    auto const shared = StencilOf({{8}, {}, {9, 10}});
+    v->Append(shared);
+    EXPECT_EQ(RowsOf(v), (Rows{{6, 7}, {8}, {}, {9, 10}}));
+    v->Append(v);
+    EXPECT_EQ(v->IntervalCount(), 8u);
+    EXPECT_EQ(RowsOf(shared), (Rows{{8}, {}, {9, 10}}));
+    auto const zones = Zones();
+    zones->Append(Zones());
+    EXPECT_TRUE(IsConsistent(zones));
+    EXPECT_EQ(RowsOf(PMemBlock(zones->MergedTarget())),
+              (Rows{{6, 7}, {11, 12, 13}, {6, 7}, {11, 12, 13}}));
+    unsigned int const *inner = nullptr, *medium = nullptr, *outer = nullptr;
+    unpack_three_layer_const(zones, inner, medium, outer);
+    EXPECT_EQ(inner[medium[outer[3]]], 11u);
+    EXPECT_RAISES(
+        v->Append(zones), 128,
+        "Cannot append Subobject complex attribute for 8 subobjects of 4 objects:  for 5x4 "
+        "images, in vector representation. to Stencil of 8 objects for 5x4 images, in "
+        "vector representation.");
+    EXPECT_RAISES(v->Append(StencilOf({{1}}, 9, 9)), 128,
+                  "Incompatible targets: Mask for 5x4 images, in vector representation. AND Mask "
+                  "for 9x9 images, in vector representation.");
+    auto const slice = Zones()->CloneSlice(1, 2);
+    EXPECT_EQ(TextOf(DerivedPointer<IntervalVector>(PMemBlock(slice))->MergedIndexVector()),
+              "11 12 13");
+    EXPECT_TRUE(IsConsistent(slice) && IsConsistent(Zones()->CloneSlice(0, 0)));
+}
+
+TEST(IntervalVector, VectorsOfVectorsComeAndGo)
+{
+    auto const v = StencilOf({{6, 7}, {}, {13}});
+    auto const objects = intervalvector_to_pmemory_vector(v);
+    EXPECT_EQ(objects->Length(), 3u);
+    EXPECT_EQ(RowsOf(PMemBlock(pmemory_vector_to_intervalvector(objects))), RowsOf(v));
+    auto const rows = Objects({Bytes({1, 2}), Doubles({0.5}), Shorts({})});
+    SafeValue numeric[] = {SafeValue(rows), SafeValue("numeric")};
+    auto const numbers =
+        DerivedPointer<IntervalVector>(v->DoVerb("ConvertFrom", 2, numeric).GetMemory());
+    EXPECT_EQ(TextOf(numbers->MergedVector()), "1 2 0.5");
+    EXPECT_EQ(TextOf(*numbers), "0 2 3 3");
+    SafeValue geometric[] = {SafeValue(rows), SafeValue("geometric"), SafeValue(1)};
+    EXPECT_RAISES(v->DoVerb("ConvertFrom", 3, geometric), 128,
+                  "For creating a stencil the extra parameter must be an image providing correct "
+                  "dimensions.");
+    EXPECT_RAISES(v->DoVerb("ConvertFrom", 1, geometric), 128,
+                  "vector of vectors as \"numeric\" or \"geometric\" attribute");
+    geometric[2] = SafeValue(Image::Create(7, 3, Vector::Byte, 1.0));
+    EXPECT_EQ(RowsOf(v->DoVerb("ConvertFrom", 3, geometric).GetMemory()).size(), 3u);
+    EXPECT_RAISES(IntervalVector::CreateFromVectorOfVectors(
+                      Objects({Image::Create(1, 1, Vector::Byte, 1), nullptr}), Vector::Int),
+                  128, "Element 1 of input vector is not a vector: none");
+    EXPECT_RAISES(IntervalVector::CreateFromVectorOfVectors(Objects({Texts({"a"})}), Vector::Int),
+                  128,
+                  "Type of vector element 0 not supported: Vector of 1 elements of type string");
+    EXPECT_EQ(IntervalVector::CreateFromStdVectors<safestring>(0, nullptr)->IntervalCount(), 0u);
+}
+
+TEST(IntervalVector, NoLimitsReachBeyondTheTarget)
+{
+    std::mt19937 random(11);
+    auto const wild = [&] {
+        return static_cast<unsigned int>(random() % 3 ? random() % 8 : random());
+    };
+    for (int round = 0; round < 300; ++round) {
+        std::vector<unsigned int> limits(random() % 5), medium(random() % 5);
+        for (auto* list : {&limits, &medium})
+            std::generate(list->begin(), list->end(), wild);
+        auto const v = IntervalVector::Create();
+        char const* const words[] = {"stencil", "subobj", "subnum", "vectorstencil",
+                                     "datacubestencil"};
+        auto const set = [&](char const* key, SafeValue const& value) {
+            try {
+                v->SetSubItem(key, value, throw_always);
+            } catch (Exception const&) {
+            }
+        };
+        set("type", SafeValue(words[random() % 5]));
+        set("inner_index_array", SafeValue(Pixels({wild(), wild(), wild()})));
+        if (random() % 2)
+            set("medium_index_array", SafeValue(UInts(medium)));
+        set("outer_index_array", SafeValue(UInts(limits)));
+        if (random() % 2)
+            v->AddEndArray();
+        PMemBlock const other = v->Clone(random() % 2);
+        for (char const* key : {"area", "mask", "x", "y", "target", "image", "@md5", "!",
+                                "@description", "vector", "min", "imagewidth"})
+            try {
+                v->GetSubItem(key, throw_always);
+            } catch (std::exception const&) {
+            }
+        for (char const op : {'&', '|', '^', '+', 'p'})
+            try {
+                v->op(op, other, op_options());
+            } catch (std::exception const&) {
+            }
+        try {
+            v->Append(DerivedPointer<Vector>(other));
+        } catch (std::exception const&) {
+        }
+        safestring message;
+        v->Consistent(message, true);
+        v->ResizeVector(random() % 5, true, true);
+        EXPECT_LE(v->IntervalCount(), 5u);
+    }
+}
+
+} // namespace
