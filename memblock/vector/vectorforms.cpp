@@ -7,13 +7,17 @@
 #include <memblock/vector/vectorforms_internal.h>
 
 #include <algorithm>
-#include <array>
+#include <cstring>
 
 namespace NKelmic {
 
 namespace {
 
 constexpr int default_precision = 6;
+
+/// A failure is told with the path of each level that it comes through, up to this many bytes: far
+/// down the paths alone would fill the memory.
+constexpr std::size_t longest_message = 1U << 16;
 
 /// Numbers of the binary form and its encodings, and of the hexadecimal form.
 enum { form_gzip = 10, form_base64 = 11, form_gzip_base64 = 12, form_hexadecimal = 13 };
@@ -280,6 +284,8 @@ void Vector::DoSerialize(int format, SerializeVisitor& visitor, safestring const
         WithEnoughStack([&] { write(*this, {format, visitor, path, formatter}, output); });
     } catch (Exception const& e) {
         output.resize(before);
+        if (std::strlen(e.what()) > longest_message)
+            throw;
         Raise(e.Code(), "Exception during serialization of (%s): %s", path, e.what());
     }
 }

@@ -217,6 +217,21 @@ TEST(VectorForms, FailuresAreToldWithTheirPlace)
     self->SetElem(1, PMemBlock());
 }
 
+TEST(VectorForms, DeepNestingIsNoDanger)
+{
+    PMemBlock deep = Ints({7});
+    for (int level = 0; level < 2000; ++level)
+        deep = Objects({deep});
+    EXPECT_EQ(Form(VectorOf(deep), 2), "7\n");
+    EXPECT_EQ(Form(VectorOf(deep), 13), "07000000");
+    EXPECT_EQ(VectorOf(deep)->DoVerb("expr", 0, nullptr).GetString().size(), 2001 * 5 + 1u);
+    deep->SetSubItem("0",
+                     DataItem(Objects({deep->GetSubItem("0", throw_always).GetMemory(),
+                                       Vector::Create(1, Vector::VoidStar, true, 0, 1.0)})),
+                     throw_always);
+    EXPECT_THROW(Form(VectorOf(deep), 7), Exception);
+}
+
 TEST(VectorForms, TextsAreQuotedForHtmlScriptsAndLines)
 {
     safestring html = "a<b>&\"c\"\td\r\n\r\ne\n\nf\ng\r\nh\ri\n\r\n";

@@ -239,6 +239,34 @@ TEST(VectorKeys, KeysAreWritten)
     EXPECT_EQ(TextOf(v), "9");
 }
 
+TEST(VectorKeys, DimensionsAreSetByTheVerbOfTheClass)
+{
+    class Shape : public Vector {
+    public:
+        int GetRank() const override { return 2; }
+        unsigned int GetDimSize(int) const override { return 0; }
+        DataItem DoVerb(char const* verb, int argc, SafeValue* argv) override
+        {
+            if (!SameName(verb, "SetDimSizes"))
+                return Vector::DoVerb(verb, argc, argv);
+            for (int i = 0; i < argc; ++i)
+                sizes += argv[i].GetString() + ";";
+            return 1;
+        }
+        safestring sizes;
+    };
+    DerivedPointer<Shape> const shape(new Shape);
+    EXPECT_TRUE(shape->SetSubItem("empty_dimensions", "3, 4", throw_always));
+    EXPECT_EQ(shape->sizes, "3;4;");
+    for (char const* bad : {"3,,4", "-1", "x", "5000000000"})
+        EXPECT_FALSE(shape->SetSubItem("empty_dimensions", bad, throw_never)) << bad;
+    EXPECT_RAISES(Write(Bytes({1}), "empty_dimensions", "1"), err_kind,
+                  "Dimensions can only be set while there is no data: Vector of 1 elements of type "
+                  "byte");
+    EXPECT_RAISES(Write(Bytes({}), "empty_dimensions", "1"), err_kind,
+                  "Cannot set item \"empty_dimensions\" (\"1\" (string)) in a vector object.");
+}
+
 TEST(VectorVerbs, AnswerByName)
 {
     auto const v = Ints({1, -2}, 0.5);
