@@ -1,5 +1,6 @@
 #include <memblock/imaging/datacube.h>
 
+#include <memblock/core/attempt_internal.h>
 #include <memblock/core/keytable.h>
 #include <memblock/imaging/image.h>
 #include <memblock/imaging/indexvector.h>
@@ -84,7 +85,7 @@ constexpr KeyTable cube_verbs{std::to_array<Verb<DataCube>>({
 DataItem DataCube::ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) const
 {
     if (auto const* row = cube_keys.Find(key))
-        return row->read(*this, handler);
+        return Attempt(handler, [&] { return row->read(*this, handler); });
     if (key.empty() || key == "!")
         return "width,height,depth,mask," + Vector::ResolveSubItem(key, handler).GetString();
     if (key == "*")
@@ -92,9 +93,11 @@ DataItem DataCube::ResolveSubItem(safestring const& key, ThrowHandlerFunc handle
     Coordinates const point = ReadCoordinates(key.c_str(), key.size());
     switch (point.count) {
     case 1:
-        return GetPlane(AsInt(point.at[0]));
+        return Attempt(handler, [&]() -> DataItem { return GetPlane(AsInt(point.at[0])); });
     case 2:
-        return GetZVector(AsInt(point.at[0]), AsInt(point.at[1]));
+        return Attempt(handler, [&]() -> DataItem {
+            return GetZVector(AsInt(point.at[0]), AsInt(point.at[1]));
+        });
     case 3:
         return Vector::ResolveSubItem(IndexKey(point, width(), height()), handler);
     default:
@@ -108,13 +111,10 @@ bool DataCube::DoSetSubItem(safestring const& key, SafeValue const& value,
     Coordinates const point = ReadCoordinates(key.c_str(), key.size());
     if (point.count == 0)
         return Vector::DoSetSubItem(key, value, full_path, handler);
-    try {
+    return Attempt(handler, [&] {
         Write(*this, point, value);
         return true;
-    } catch (Exception const& e) {
-        Throw(e, handler);
-        return false;
-    }
+    });
 }
 
 DataItem DataCube::DoVerb(char const* verb, int argc, SafeValue* argv)

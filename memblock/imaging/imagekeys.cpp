@@ -2,6 +2,7 @@
 
 #include <memblock/base/number.h>
 #include <memblock/base/text.h>
+#include <memblock/core/attempt_internal.h>
 #include <memblock/core/keytable.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/imaging/indexvector.h>
@@ -153,7 +154,7 @@ safestring ImageList(Image const& image, bool full)
 DataItem Image::ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) const
 {
     if (auto const* row = image_keys.Find(key); row && row->read)
-        return row->read(*this, handler);
+        return Attempt(handler, [&] { return row->read(*this, handler); });
     if (IsFullList(key) || key == "*")
         return ImageList(*this, key != "*") + Vector::ResolveSubItem(key, handler).GetString();
     std::size_t const raw = key[0] == '_' ? 1 : 0;
@@ -180,12 +181,9 @@ bool Image::DoSetSubItem(safestring const& key, SafeValue const& value, safestri
     apply_trim(y);
     if (!known && !(is_numeric(x) && is_numeric(y)))
         return Vector::DoSetSubItem(key, value, full_path, handler);
-    try {
+    return Attempt(handler, [&] {
         return known ? row->write(*this, value, handler) : SetPixel(x, y, value, handler);
-    } catch (Exception const& e) {
-        Throw(e, handler);
-        return false;
-    }
+    });
 }
 
 bool Image::SetPixel(safestring const& x, safestring const& y, SafeValue const& value,

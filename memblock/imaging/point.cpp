@@ -1,6 +1,7 @@
 #include <memblock/imaging/point.h>
 
 #include <memblock/base/number.h>
+#include <memblock/core/attempt_internal.h>
 #include <memblock/core/keytable.h>
 #include <memblock/imaging/targetdata_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
@@ -109,7 +110,7 @@ safestring Point::DoGetDescription() const
 DataItem Point::ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) const
 {
     if (auto const* row = point_keys.Find(key))
-        return row->read(*this, handler);
+        return Attempt(handler, [&] { return row->read(*this, handler); });
     if (SameName(key.c_str(), "target_descr"))
         return target_.descr;
     if (key.empty() || key == "!")

@@ -1,6 +1,7 @@
 #include <memblock/imaging/targetdata_internal.h>
 
 #include <memblock/base/number.h>
+#include <memblock/core/attempt_internal.h>
 #include <memblock/core/keytable.h>
 #include <memblock/core/visitor.h>
 #include <memblock/imaging/shape_internal.h>
@@ -90,21 +91,18 @@ std::optional<bool> SetTargetKey(TargetData& target, safestring const& key, Safe
         key.size() > prefix && SameName(key.substr(0, prefix).c_str(), size_key)
             ? ReadCoordinates(key.c_str() + prefix, key.size() - prefix)
             : Coordinates();
-    try {
-        if (number.count == 1)
-            return SetSize(target, number.at[0], value);
-        if (SameName(key.c_str(), "target_data"))
-            return SetData(target, value, handler);
-        if (SameName(key.c_str(), "target_rank"))
-            return SetRank(target, value.GetInt());
-        if (SameName(key.c_str(), "target_descr")) {
+    auto const attempt = [&](auto&& write) { return Attempt(handler, write); };
+    if (number.count == 1)
+        return attempt([&] { return SetSize(target, number.at[0], value); });
+    if (SameName(key.c_str(), "target_data"))
+        return attempt([&] { return SetData(target, value, handler); });
+    if (SameName(key.c_str(), "target_rank"))
+        return attempt([&] { return SetRank(target, value.GetInt()); });
+    if (SameName(key.c_str(), "target_descr"))
+        return attempt([&] {
             target.descr = value.GetString();
             return true;
-        }
-    } catch (Exception const& e) {
-        Throw(e, handler);
-        return false;
-    }
+        });
     if (SameName(key.c_str(), "factor"))
         return true; // taken and ignored: the factor of indices and coordinates is 1.0
     return std::nullopt;
