@@ -2,15 +2,13 @@
 
 #include <memblock/base/number.h>
 #include <memblock/base/text.h>
+#include <memblock/core/attempt_internal.h>
 #include <memblock/core/keytable.h>
 #include <memblock/core/memblockimpl.h>
+#include <memblock/imaging/numrange.h>
 #include <memblock/serial/warning.h>
 #include <memblock/vector/summary.h>
 #include <memblock/vector/vectorforms_internal.h>
-
-#if __has_include(<memblock/imaging/numrange.h>)
-#include <memblock/imaging/numrange.h>
-#endif
 
 #include <climits>
 #include <cstdlib>
@@ -31,18 +29,6 @@ constexpr char const* list_short = "elemsize,factor,min,max,mean,median,stddev,"
 constexpr std::string_view slice_key = "@slice:";
 constexpr std::string_view insert_key = "@insert:";
 
-/// Do what may raise; a failure goes to the handler, and the answer is undefined or false.
-template <class Work>
-auto Attempt(ThrowHandlerFunc handler, Work&& work) -> decltype(work())
-{
-    try {
-        return work();
-    } catch (Exception const& e) {
-        Throw(e, handler);
-        return {};
-    }
-}
-
 // ---- reading
 
 /// A count; it is an integer of the short kind where it fits.
@@ -56,13 +42,9 @@ DataItem Length(Vector const& v, ThrowHandlerFunc)
     return CountItem(v.Length());
 }
 
-DataItem Range([[maybe_unused]] Vector const& v, ThrowHandlerFunc)
+DataItem Range(Vector const& v, ThrowHandlerFunc)
 {
-#if __has_include(<memblock/imaging/numrange.h>)
     return NumRange::Create(0, static_cast<int>(v.Length()), true);
-#else
-    return {};
-#endif
 }
 
 /// A summary value times the factor. A value that is stored already costs one look-up.
