@@ -6,177 +6,133 @@
 
 #include <algorithm>
 #include <boost/thread/tss.hpp>
-#include <cstdint>
 #include <cstdio>
 #include <new>
+#include <utility>
 
 namespace NKelmic {
 using namespace Ntarnwick;
 
-/// Stands ahead of the caller's data. The size counts words of 8 bytes, header included.
-struct RecursiveAllocator::Block {
-    std::uint32_t thread_id;
-    std::uint32_t words;
-    Block* below; ///< in the order of allocation
-
-    char* End() { return reinterpret_cast<char*>(this) + words * 8UL; }
-};
-
-/// Stands ahead of its blocks. Blocks higher in the stack never lie in an earlier chunk.
+/// Stands ahead of its blocks. Blocks higher in the stack never lie in an earlier chunk. While a
+/// chunk is the current one, the allocator keeps its first free byte.
 struct RecursiveAllocator::Chunk {
     unsigned long capacity;
     char* free;
     Chunk* next;
-    unsigned long reserved;
+    unsigned long has_gaps; ///< a block was unlinked among its blocks
 
     char* Start() { return reinterpret_cast<char*>(this + 1); }
-    unsigned long Available() { return static_cast<unsigned long>(Start() + capacity - free); }
     bool Holds(void const* p)
     {
         return p >= static_cast<void const*>(Start()) && p < static_cast<void const*>(free);
     }
 };
 
-namespace {
-
-// The pointer of the calling thread, without the search in the owner's table. No destructor.
-[[gnu::tls_model("initial-exec")]] thread_local constinit RecursiveAllocator* own_allocator =
-    nullptr;
-
-constexpr unsigned long header = 16;
-constexpr unsigned long greatest = (1UL << 35) - 2 * header; // the size counts 32 bits of words
-
-} // namespace
-
-RecursiveAllocator::RecursiveAllocator() : thread_id_(GetCurrentThreadId())
-{
-    static_assert(sizeof(Block) == header && sizeof(Chunk) == 2 * header);
+namespace NThreadAlloc {
+thread_local constinit RecursiveAllocator own_allocator;
 }
 
-RecursiveAllocator::~RecursiveAllocator()
+void RecursiveAllocator::EndOfThread(RecursiveAllocator* allocator)
 {
-    if (own_allocator == this)
-        own_allocator = nullptr;
-    FreeLater(first_);
-    mb_free(first_);
+    FreeLater(allocator->first_);
+    mb_free(allocator->first_);
+    *allocator = {};
 }
 
 void RecursiveAllocator::FreeLater(Chunk* chunk)
 {
     if (!chunk)
         return;
-    for (Chunk* next = chunk->next; next;) {
+    for (Chunk* next = std::exchange(chunk->next, nullptr); next;) {
         Chunk* const gone = next;
         next = next->next;
         mb_free(gone);
     }
-    chunk->next = nullptr;
 }
 
-void* RecursiveAllocator::Alloc(unsigned long n)
+/// Make a chunk the current one, in which nothing is alive.
+void RecursiveAllocator::Enter(Chunk* chunk)
 {
-    if (n > greatest)
-        Raise(err_state, "Cannot allocate %u bytes on the stack of a thread.", n);
-    unsigned long const need = (n + 7) / 8 * 8 + header;
-    if (!current_ || need > current_->Available())
-        return AllocInOtherChunk(need);
-    auto* const block = reinterpret_cast<Block*>(current_->free);
-    *block = {thread_id_, static_cast<std::uint32_t>(need / 8), top_};
-    top_ = block;
-    current_->free += need;
-    return block + 1;
+    if (current_)
+        current_->free = free_;
+    current_ = chunk;
+    floor_ = free_ = chunk->Start();
+    chunk->has_gaps = 0;
+    end_ = free_ + chunk->capacity;
 }
 
 /// Go on to the next chunk, which holds nothing that is alive, or to a new one.
-void* RecursiveAllocator::AllocInOtherChunk(unsigned long need)
+void* RecursiveAllocator::AllocInOtherChunk(unsigned long n)
 {
-    if (Chunk* const next = current_ ? current_->next : nullptr; next && need <= next->capacity) {
-        next->free = next->Start();
-        current_ = next;
-        return Alloc(need - header);
+    // Holds the allocators that have chunks, to give these back at the end of their threads.
+    static boost::thread_specific_ptr<RecursiveAllocator> owner(EndOfThread);
+    if (n > greatest)
+        Raise(err_state, "Cannot allocate %u bytes on the stack of a thread.", n);
+    unsigned long const need = (n + 7) / 8 * 8 + sizeof(Block);
+    Chunk* const next = current_ ? current_->next : nullptr;
+    if (next && need <= next->capacity) {
+        Enter(next);
+        return Push(need);
+    }
+    if (!owner.get()) {
+        owner.reset(this);
+        thread_id_ = GetCurrentThreadId();
     }
     FreeLater(current_);
-    unsigned long const wanted = current_ ? std::max(need * 8, current_->capacity * 2) : need * 8;
-    unsigned long capacity = wanted;
+    unsigned long capacity = current_ ? std::max(need * 8, current_->capacity * 2) : need * 8;
     void* memory = mb_malloc(sizeof(Chunk) + capacity);
     if (!memory)
         memory = mb_malloc(sizeof(Chunk) + (capacity = need));
     if (!memory)
         throw std::bad_alloc();
     auto* const chunk = new (memory) Chunk{capacity, nullptr, nullptr, 0};
-    chunk->free = chunk->Start();
     (current_ ? current_->next : first_) = chunk;
-    current_ = chunk;
-    return Alloc(need - header);
-}
-
-void RecursiveAllocator::Free(void* p)
-{
-    auto* const block = static_cast<Block*>(p) - 1;
-    if (block->thread_id != thread_id_) {
-        std::fputs("Error: memory leak: object deallocated in a wrong thread\n", stderr);
-        return;
-    }
-    if (block != top_)
-        return Unlink(block);
-    top_ = block->below;
-    // The commonest case first: both lie in the current chunk.
-    if (top_ && current_->Holds(top_))
-        current_->free = top_->End();
-    else
-        EmptyDownTo(top_);
-}
-
-/// The current chunk holds nothing more; go back to that of the new top.
-void RecursiveAllocator::EmptyDownTo(Block* below)
-{
-    current_->free = current_->Start();
-    if (!below)
-        return;
-    current_ = ChunkOf(below);
-    current_->free = below->End();
+    Enter(chunk);
+    return Push(need);
 }
 
 RecursiveAllocator::Chunk* RecursiveAllocator::ChunkOf(Block const* block) const
 {
+    current_->free = free_;
     Chunk* chunk = first_;
     while (!chunk->Holds(block))
         chunk = chunk->next;
     return chunk;
 }
 
-void RecursiveAllocator::Unlink(Block* block)
+/// The top has gone: free what lies above the new one, in the chunk where that is.
+void RecursiveAllocator::GoBack()
 {
+    Chunk* const chunk = top_ ? ChunkOf(top_) : current_;
+    bool const has_gaps = top_ && chunk->has_gaps;
+    Enter(chunk);
+    if (!top_)
+        return;
+    free_ = top_->End();
+    if (has_gaps) {
+        chunk->has_gaps = 1;
+        floor_ = end_;
+    }
+}
+
+/// Whatever is not the top.
+void RecursiveAllocator::FreeOther(Block* block)
+{
+    if (block->thread_id != thread_id_) {
+        std::fputs("Error: memory leak: object deallocated in a wrong thread\n", stderr);
+        return;
+    }
     std::fputs("Possible memory leak: Recursive heap block released out of order\n", stderr);
     for (Block* above = top_; above; above = above->below)
         if (above->below == block) {
             above->below = block->below;
+            Chunk* const chunk = ChunkOf(above);
+            chunk->has_gaps = 1;
+            if (chunk == current_)
+                floor_ = end_;
             return;
         }
     std::fputs("Program error: recursive heap block not present in the heap.\n", stderr);
-}
-
-RecursiveAllocator& GetRecursiveAllocator()
-{
-    if (own_allocator)
-        return *own_allocator;
-    // The owner: its end of a thread deletes the allocator.
-    static boost::thread_specific_ptr<RecursiveAllocator> owner;
-    if (!owner.get())
-        owner.reset(new RecursiveAllocator);
-    own_allocator = owner.get();
-    return *own_allocator;
-}
-
-void* SingleThreadAlloced::Alloc(unsigned long n)
-{
-    return GetRecursiveAllocator().Alloc(n);
-}
-
-void SingleThreadAlloced::Free(void* p)
-{
-    if (p)
-        GetRecursiveAllocator().Free(p);
 }
 
 } // namespace NKelmic

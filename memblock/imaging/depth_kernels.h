@@ -54,12 +54,16 @@ MEMBLOCK_MULTIVERSION void CutToBytes(T const* __restrict src, unsigned int n,
             dst[i] = src[i] <= 255 ? static_cast<unsigned char>(src[i]) : 0;
 }
 
-/// One scaled pixel, rounded half away from 0.
+/// One scaled pixel, rounded half away from 0. Integers are not negative here.
 template <class T>
-unsigned char Scaled(T pixel, double scale)
+MEMBLOCK_INLINE_LOOP unsigned char Scaled(T pixel, double scale)
 {
     double const v = static_cast<double>(pixel) * scale;
-    return ToByte(v > 0 ? v + 0.5 : v - 0.5);
+    if constexpr (std::is_floating_point_v<T>)
+        return ToByte(v > 0 ? v + 0.5 : v - 0.5);
+    double const rounded = v + 0.5;
+    double const cut = rounded < 256.0 ? rounded : 256.0; // no branch, and 256 is 0 as a byte
+    return static_cast<unsigned char>(static_cast<int>(cut));
 }
 
 template <class T>
@@ -85,6 +89,10 @@ void ScaleToBytes(T const* src, unsigned int n, unsigned char* dst, double scale
             return;
         }
     }
+    if constexpr (std::is_same_v<T, unsigned int>)
+        // There is one instruction from int to double, and a long way from unsigned int.
+        if (FiniteMaximum(src, n) <= std::numeric_limits<int>::max())
+            return ScaleEach(reinterpret_cast<int const*>(src), n, dst, scale);
     ScaleEach(src, n, dst, scale);
 }
 

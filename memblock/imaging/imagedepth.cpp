@@ -7,6 +7,7 @@
 #include <memblock/vector/vectorchunk_internal.h>
 
 #include <cmath>
+#include <limits>
 #include <utility>
 
 namespace NKelmic {
@@ -58,9 +59,15 @@ void Image::Depth8()
         if constexpr (std::is_same_v<T, triple>) {
             divisor = 1.0;
             AverageTo8bpp(static_cast<unsigned char const*>(src), 3, Length(), dst);
-        } else if constexpr (std::is_integral_v<T>) { // none is negative
-            using Unsigned = std::make_unsigned_t<T>;
-            DivideTo8bpp(static_cast<Unsigned const*>(src), Length(), dst, &divisor);
+        } else if constexpr (std::is_integral_v<T>) {
+            auto const* const pixels = static_cast<std::make_unsigned_t<T> const*>(src);
+            double const greatest = depth::FiniteMaximum(pixels, Length());
+            if (greatest >
+                static_cast<double>(std::numeric_limits<T>::max())) // the cache was stale
+                Raise(err_kind, "Cannot convert to 8bpp: image contains negative values: %g",
+                      static_cast<double>(static_cast<T>(static_cast<unsigned int>(greatest))));
+            divisor = greatest / 255.0;
+            DivideTo8bpp(pixels, Length(), dst, &divisor);
         } else {
             DivideTo8bpp(static_cast<T const*>(src), Length(), dst, &divisor);
         }

@@ -41,15 +41,17 @@ DerivedPointer<IndexVector> Image::GetMaskVector() const
     }
     if (source->ElemSize() != 1)
         ThrowAssertException(__FILE__, __LINE__, "J->Bpp()==1");
-    unsigned int const n = source->Length();
-    auto const* const pixels =
-        static_cast<unsigned char const*>(static_cast<Vector const&>(cref(source)).Pointer());
-    unsigned long const count = pixels::CountNonZero(pixels, n);
-    unsigned int* const indices = NewIndices(count + overshoot);
-    // From here on the list belongs to the vector, whatever happens.
-    auto list = IndexVector::Create(count, indices, 0, mb_free, source);
-    getmaskvector_tmpl(pixels, n, indices);
-    return list;
+    return WithElemType<TypeSet<unsigned char, char>>(
+        source->ElemType(), "Function n = getmaskvector_tmpl not implemented for data type '%s'",
+        [&]<class T>(NKelmic::Elem<T>) {
+            T const* const data = cref(source).TypedPointer<T>();
+            unsigned long const count = pixels::CountNonZero(data, source->Length());
+            unsigned int* const indices = NewIndices(count + overshoot);
+            // From here on the list belongs to the vector, whatever happens.
+            auto list = IndexVector::Create(count, indices, 0, mb_free, source);
+            getmaskvector_tmpl(data, source->Length(), indices);
+            return list;
+        });
 }
 
 template <class T>

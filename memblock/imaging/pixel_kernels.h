@@ -68,25 +68,15 @@ MEMBLOCK_MULTIVERSION void NonZeroBytes(T const* __restrict src, unsigned char* 
 
 constexpr unsigned int block = 64; // pixels of one mask
 
-/// Bit j tells whether pixel j of 64 is not 0.
-template <class T>
-MEMBLOCK_INLINE_LOOP std::uint64_t NonZeroMask(T const* p)
-{
-    std::uint64_t mask = 0;
-    for (unsigned int j = 0; j < block; ++j)
-        mask |= static_cast<std::uint64_t>(p[j] != T(0)) << j;
-    return mask;
-}
-
 #ifdef __SSE2__
 MEMBLOCK_INLINE_LOOP __m128i Load(void const* p)
 {
     return _mm_loadu_si128(static_cast<__m128i const*>(p));
 }
 
-template <>
-MEMBLOCK_INLINE_LOOP std::uint64_t NonZeroMask<unsigned char>(unsigned char const* p)
+MEMBLOCK_INLINE_LOOP std::uint64_t NonZeroMaskOfBytes(void const* bytes)
 {
+    auto const* const p = static_cast<unsigned char const*>(bytes);
     std::uint64_t zeros = 0;
     for (unsigned int part = 0; part < block; part += 16) {
         __m128i const equal = _mm_cmpeq_epi8(Load(p + part), _mm_setzero_si128());
@@ -95,6 +85,20 @@ MEMBLOCK_INLINE_LOOP std::uint64_t NonZeroMask<unsigned char>(unsigned char cons
     return ~zeros;
 }
 #endif
+
+/// Bit j tells whether pixel j of 64 is not 0.
+template <class T>
+MEMBLOCK_INLINE_LOOP std::uint64_t NonZeroMask(T const* p)
+{
+#ifdef __SSE2__
+    if constexpr (sizeof(T) == 1)
+        return NonZeroMaskOfBytes(p);
+#endif
+    std::uint64_t mask = 0;
+    for (unsigned int j = 0; j < block; ++j)
+        mask |= static_cast<std::uint64_t>(p[j] != T(0)) << j;
+    return mask;
+}
 
 /// For each byte the places of its bits; what follows the last is of no account.
 struct BitPlaces {

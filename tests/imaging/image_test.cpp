@@ -336,6 +336,11 @@ TEST(Image, GoesToOneByteAPixel)
     EXPECT_RAISES(negative->Depth8(), 128,
                   "Conversion to 8bpp not supported for negative pixel values: " +
                       negative->GetDescription());
+    auto const stale = Picture<short>(1, 1, {1});
+    EXPECT_EQ(stale->SecondaryInt(101, throw_always), 1);
+    *stale->ShortPointer() = -2; // and nobody told
+    EXPECT_RAISES(stale->Depth8(), 128,
+                  "Cannot convert to 8bpp: image contains negative values: -2");
     auto const wide = Picture<long long>(1, 1, {1});
     EXPECT_RAISES(wide->Depth8(), 128,
                   "Conversion to 1 Bpp not implemented for: " + wide->GetDescription());
