@@ -28,6 +28,16 @@ DataItem FlatTarget(IntervalVector const& v, ThrowHandlerFunc)
     return DataItem(v.MergedIndexVector());
 }
 
+/// A dimension of the image that the pixels lie in; undefined, after a report, where there is none.
+template <int dimension>
+DataItem ImageSize(IntervalVector const& v, ThrowHandlerFunc handler)
+{
+    unsigned int sizes[2];
+    v.GetImageDimensions(sizes[0], sizes[1], handler);
+    auto const pixels = v.GetFinalIndexVectorTarget();
+    return pixels && pixels->TargetRank() == 2 ? DataItem(sizes[dimension]) : DataItem();
+}
+
 DataItem Area(IntervalVector const& v, ThrowHandlerFunc)
 {
     DerivedPointer<IndexVector> const self{static_cast<IndexVector const*>(&v)};
@@ -206,6 +216,8 @@ bool SetTargetData(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc h
 
 constexpr KeyTable interval_keys{std::to_array<Key<IntervalVector>>({
     {"area", Area},
+    {"imagewidth", ImageSize<0>},
+    {"imageheight", ImageSize<1>},
     {"itemcount", [](IntervalVector const& v,
                      ThrowHandlerFunc) { return DataItem(static_cast<int>(v.IntervalCount())); }},
     {"mask", Mask},

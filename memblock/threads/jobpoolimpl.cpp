@@ -1,0 +1,301 @@
+#include <memblock/threads/jobpoolimpl.h>
+
+#include <memblock/base/number.h>
+#include <memblock/base/raise.h>
+#include <memblock/logging/logger.h>
+#include <memblock/threads/jobpool.h>
+#include <memblock/threads/jobpoolkinds_internal.h>
+#include <memblock/threads/mutex.h>
+#include <memblock/threads/threadmgr.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <map>
+
+namespace NKelmic {
+namespace {
+
+enum status_t { status_unknown = 0, status_added = 1, status_succeeded = 3, status_failed = 4 };
+
+constinit std::atomic<unsigned long long> last_serial{0};
+
+typedef std::map<safestring, DataItem> ThreadItems;
+
+/// By the serial of the pool. The entries go with the thread.
+std::map<unsigned long long, ThreadItems>& ItemsOfThisThread()
+{
+    static thread_local std::map<unsigned long long, ThreadItems> items;
+    return items;
+}
+
+int ThreadsFromEnvironment(int threads)
+{
+    char const* const text = std::getenv("MORVANE_NUM_THREADS");
+    if (!text || *text < '0' || *text > '9')
+        return threads;
+    return static_cast<int>(StringToUInt()(text));
+}
+
+void LogTask(safestring const& text)
+{
+    Logger::Log(topic_thread, "jobpool", 7, text);
+}
+
+} // namespace
+
+ThreadSharablePointer<JobPoolImpl> JobPoolImpl::Create(bool continue_on_error, int threads,
+                                                       bool headless)
+{
+    bool const log = Logger::Enabled(topic_thread, 7);
+    if (JobPool::IsCurrentThreadRunningAsWorker()) {
+        if (log)
+            LogTask("Creating a single-threaded JobPool, because running in a worker thread "
+                    "context.");
+        return new JobPoolImpl_ST(continue_on_error);
+    }
+    threads = ThreadsFromEnvironment(threads);
+    if (headless) {
+        threads = std::max(threads, 1);
+        if (log)
+            LogTask(Text("Creating a headless multi-threaded JobPool for %d threads", threads));
+        return new JobPoolImpl_MT_headless(continue_on_error, threads);
+    }
+    if (threads > 0) {
+        if (log)
+            LogTask(Text("Creating a multi-threaded JobPool for %d threads", threads));
+        return new JobPoolImpl_MT(continue_on_error, threads);
+    }
+    if (log)
+        LogTask("Creating a single-threaded JobPool");
+    return new JobPoolImpl_ST(continue_on_error);
+}
+
+void JobPoolImpl::GetInfo(int& cores, int& desired, int& busy, int& threads)
+{
+    ThreadMgr::Instance().GetInfo(cores, desired, busy, threads);
+}
+
+JobPoolImpl::JobPoolImpl(bool continue_on_error)
+    : continue_on_error_(continue_on_error), serial_(++last_serial),
+      creator_thread_(GetCurrentThreadId())
+{
+}
+
+JobPoolImpl::~JobPoolImpl() = default;
+
+ThreadSharablePointer<ThreadSharable> JobPoolImpl::DoClone() const
+{
+    Raise(err_request, "JobPoolImpl cloning attempted");
+}
+
+void JobPoolImpl::DoNotifyAborted() {}
+void JobPoolImpl::DoWakeWaiter() {}
+
+void JobPoolImpl::DoAbandon()
+{
+    DoNotifyAborted();
+}
+
+int JobPoolImpl::AddJob(Job* job)
+{
+    ThrowIfAborted_mt();
+    job->pool_ = this;
+    DoAddJob(job);
+    return GetJobCount() - 1;
+}
+
+void JobPoolImpl::DoAddJob(Job* job)
+{
+    ThrowIfAborted_mt();
+    job->index_ = GetJobCount();
+    results_.emplace_back();
+    statuses_.push_back(status_added);
+}
+
+int JobPoolImpl::Wait(int timeout_s, JobPool& pool)
+{
+    ThrowIfAborted_mt();
+    struct Waiting { // a handler may wait again, also for a pool of its own
+        JobPool*& place;
+        JobPool* const before;
+        ~Waiting() { place = before; }
+    } const waiting{waiting_, waiting_};
+    waiting_ = &pool;
+    return DoWait(timeout_s, pool);
+}
+
+void JobPoolImpl::Abort(safestring const& message)
+{
+    {
+        boost::mutex::scoped_lock const lock(abort_mutex_);
+        aborted_ = true;
+        if (!message.empty())
+            abort_message_ = message;
+    }
+    DoWakeWaiter();
+}
+
+bool JobPoolImpl::IsAborted() const
+{
+    boost::mutex::scoped_lock const lock(abort_mutex_);
+    return aborted_;
+}
+
+void JobPoolImpl::ThrowIfAborted_mt()
+{
+    if (!IsAborted())
+        return;
+    if (IsCreatorThread())
+        DoNotifyAborted();
+    boost::unique_lock<boost::mutex> lock(abort_mutex_);
+    safestring const message = abort_message_;
+    lock.unlock();
+    Raise(err_notify, "%s", message);
+}
+
+void JobPoolImpl::SetResult(bool ok, int job, DataItem& value)
+{
+    ++finished_;
+    statuses_[job] = ok ? status_succeeded : status_failed;
+    results_[job].swap(value);
+    value = DataItem();
+
+    // A copy: the handler may add jobs, which moves the results. The abort comes in any case.
+    DataItem copy = results_[job];
+    struct AbortAtEnd {
+        JobPoolImpl* impl;
+        safestring message;
+        ~AbortAtEnd()
+        {
+            if (impl)
+                impl->Abort(message);
+        }
+    } const abort{ok || continue_on_error_ ? nullptr : this,
+                  ok || continue_on_error_
+                      ? safestring()
+                      : Text("Parallel job index %d: %s", job, copy.GetString())};
+    HandleNotifyOfWaiting(job, ok ? jp_notify_succeeded : jp_notify_failed, copy);
+}
+
+void JobPoolImpl::NotifyJobStarted(int job)
+{
+    DataItem nothing;
+    HandleNotifyOfWaiting(job, jp_notify_started, nothing);
+}
+
+void JobPoolImpl::HandleNotifyOfWaiting(int job, int code, DataItem& value)
+{
+    if (waiting_)
+        waiting_->HandleNotify(job, code, value);
+}
+
+void JobPoolImpl::AnswerConsultation(PoolMsg& message)
+{
+    Consultation& asked = Consultation::Of(message);
+    DataItem answer;
+    try {
+        DataItem question = asked.TakeQuestion();
+        if (waiting_)
+            answer = waiting_->HandleConsult(message.job, message.code, question);
+        MakeIndependent(answer);
+    } catch (...) { // who asked must not wait for ever
+        asked.Answer({});
+        throw;
+    }
+    asked.Answer(std::move(answer));
+}
+
+void JobPoolImpl::NotifyJobPoolDestroyed()
+{
+    Abort(safestring());
+    DoAbandon();
+}
+
+void JobPoolImpl::Notify(int job, int code, DataItem& value)
+{
+    PoolMsg message(PoolMsg::notify, job);
+    message.code = code;
+    message.value.swap(value);
+    PostPoolMessage(message);
+}
+
+DataItem JobPoolImpl::Consult(int job, int code, DataItem& value)
+{
+    Consultation asked(value);
+    PoolMsg message(PoolMsg::consult, job);
+    message.code = code;
+    message.value = DataItem(static_cast<void*>(&asked));
+    PostPoolMessage(message);
+    return asked.WaitForAnswer();
+}
+
+bool JobPoolImpl::IsCreatorThread() const
+{
+    return creator_thread_ == GetCurrentThreadId();
+}
+
+int JobPoolImpl::GetJobStatus(int index) const
+{
+    auto const i = static_cast<unsigned>(index);
+    return i < statuses_.size() ? statuses_[i] : status_unknown;
+}
+
+void JobPoolImpl::Reserve(int count)
+{
+    auto const n = static_cast<std::size_t>(std::max(count, 0));
+    results_.reserve(n);
+    statuses_.reserve(n);
+}
+
+std::vector<DataItem>& JobPoolImpl::GetResults()
+{
+    ThrowIfAborted_mt();
+    return results_;
+}
+
+void JobPoolImpl::SetThreadSpecificItem(safestring const& name, DataItem const& value)
+{
+    ItemsOfThisThread()[serial_][name] = value;
+}
+
+DataItem JobPoolImpl::GetThreadSpecificItem(safestring const& name) const
+{
+    auto const& all = ItemsOfThisThread();
+    auto const pool = all.find(serial_);
+    if (pool == all.end())
+        return {};
+    auto const item = pool->second.find(name);
+    return item == pool->second.end() ? DataItem() : item->second;
+}
+
+void JobPoolImpl::DropPool(Job& job)
+{
+    job.pool_ = nullptr;
+}
+
+void JobPoolImpl::DeleteJob(Job* job)
+{
+    DropPool(*job);
+    delete job;
+}
+
+safestring ComposeExceptionMessageText()
+{
+    try {
+        throw;
+    } catch (std::exception const& e) {
+        return e.what();
+    } catch (char const* text) {
+        return text;
+    } catch (...) {
+        return "Unknown error";
+    }
+}
+
+void ComposeExceptionMessageText(safestring& text)
+{
+    text = ComposeExceptionMessageText();
+}
+
+} // namespace NKelmic

@@ -1,0 +1,263 @@
+#include <memblock/threads/jobpoolkinds_internal.h>
+
+#include <memblock/base/raise.h>
+#include <memblock/logging/logger.h>
+#include <memblock/threads/jobpool.h>
+#include <memblock/threads/mutex.h>
+#include <memblock/threads/threadmgr.h>
+
+#include <algorithm>
+#include <thread>
+#include <utility>
+
+namespace NKelmic {
+
+void MakeIndependent(DataItem& value)
+{
+    if (value.GetType() != it_memblock && value.GetType() != it_sharable)
+        return;
+    value.MakeCopy();
+    if (value.GetType() == it_memblock)
+        if (auto& block = value.MemoryRef())
+            block->MakeDeepCopy(); // a private object may still hold shared ones
+}
+
+Consultation::Consultation(DataItem& question)
+{
+    value_.swap(question);
+    MakeIndependent(value_);
+}
+
+Consultation& Consultation::Of(PoolMsg const& message)
+{
+    return *static_cast<Consultation*>(message.value.GetPointer());
+}
+
+void Consultation::Dismiss(std::vector<PoolMsg> const& messages)
+{
+    for (auto const& message : messages)
+        if (message.type == PoolMsg::consult)
+            Of(message).Answer({});
+}
+
+void Consultation::Answer(DataItem answer)
+{
+    boost::mutex::scoped_lock const lock(mutex_);
+    value_ = std::move(answer);
+    done_ = true;
+    condition_.notify_all(); // under the lock: who asked takes it before the record goes
+}
+
+DataItem Consultation::WaitForAnswer()
+{
+    // Not to be interrupted: the record has to stay until it is answered.
+    boost::this_thread::disable_interruption const steady;
+    boost::unique_lock<boost::mutex> lock(mutex_);
+    condition_.wait(lock, [this] { return done_; });
+    return std::move(value_);
+}
+
+void JobPoolImpl_ST::DoAddJob(Job* job)
+{
+    JobPoolImpl::DoAddJob(job);
+    jobs_.push_back(job);
+}
+
+void JobPoolImpl_ST::DoNotifyAborted()
+{
+    for (auto* job : std::exchange(jobs_, {}))
+        DeleteJob(job);
+}
+
+int JobPoolImpl_ST::DoWait(int, JobPool& pool)
+{
+    while (!pool.Finished() && !IsAborted() && !jobs_.empty()) { // empty: a job waits itself
+        Job& job = *jobs_.front();
+        jobs_.pop_front();
+        WorkerThread::RunJobHere(job, *this);
+    }
+    return static_cast<int>(jobs_.size());
+}
+
+void JobPoolImpl_ST::DoPostPoolMessage(PoolMsg& message)
+{
+    if (message.type == PoolMsg::notify)
+        HandleNotifyOfWaiting(message.job, message.code, message.value);
+    else if (message.type == PoolMsg::consult)
+        AnswerConsultation(message);
+    message = PoolMsg();
+}
+
+JobPoolImpl_MT_base::JobPoolImpl_MT_base(bool continue_on_error, int threads)
+    : JobPoolImpl(continue_on_error), maxbusy_(threads), threads_(threads)
+{
+    ThreadMgr::Instance().SetThreadCount(threads);
+    ThreadMgr::Instance().RegisterJobPool(this);
+}
+
+JobPoolImpl_MT_base::~JobPoolImpl_MT_base()
+{
+    ThreadMgr::Instance().UnregisterJobPool(this);
+}
+
+void JobPoolImpl_MT_base::DoPostPoolMessage(PoolMsg& message)
+{
+    if (message.type != PoolMsg::succeeded && message.type != PoolMsg::failed)
+        return ThrowIfAborted_mt();
+    boost::unique_lock<boost::mutex> lock(queue_mutex_, boost::defer_lock);
+    LockSoon(lock);
+    --busy_;
+}
+
+void JobPoolImpl_MT::DoAddJob(Job* job)
+{
+    JobPoolImpl::DoAddJob(job);
+    boost::unique_lock<boost::mutex> lock(queue_mutex_, boost::defer_lock);
+    LockSoon(lock);
+    bool const room = run_queue_.size() < 2 * static_cast<std::size_t>(threads_);
+    lock.unlock();
+    if (room)
+        return ThreadMgr::Instance().Post(*this, ThrMsg(ThrMsg::run_job, job));
+    boost::mutex::scoped_lock const prewait(prewait_mutex_);
+    prewait_.push_back(job);
+}
+
+void JobPoolImpl_MT::DoNotifyAborted()
+{
+    boost::unique_lock<boost::mutex> lock(prewait_mutex_);
+    auto const jobs = std::exchange(prewait_, {});
+    lock.unlock();
+    if (Logger::Enabled(topic_thread, 6))
+        Logger::Log(topic_thread, "jobpool", 6,
+                    Text("Jobpool aborted, deleting %d entries from the prewait queue.",
+                         static_cast<int>(jobs.size())));
+    for (auto* job : jobs)
+        DeleteJob(job);
+}
+
+void JobPoolImpl_MT::DoPostPoolMessage(PoolMsg& message)
+{
+    MakeIndependent(message.value); // first: it may fail, and then nothing is posted
+    JobPoolImpl_MT_base::DoPostPoolMessage(message);
+    bool const asks = message.type == PoolMsg::consult;
+    bool const taken = fifo_.Push(std::move(message));
+    message = PoolMsg();
+    if (!taken && asks) // aborted since we looked
+        ThrowIfAborted_mt();
+}
+
+void JobPoolImpl_MT::DoWakeWaiter()
+{
+    Consultation::Dismiss(fifo_.Close());
+}
+
+void JobPoolImpl_MT::DoAbandon()
+{
+    DismissInbox();
+    DoNotifyAborted();
+}
+
+void JobPoolImpl_MT::DismissInbox()
+{
+    // The read index keeps out what is answered already.
+    auto inbox = std::exchange(inbox_, {});
+    inbox.erase(inbox.begin(), inbox.begin() + static_cast<std::ptrdiff_t>(inbox_next_));
+    inbox_next_ = 0;
+    Consultation::Dismiss(inbox);
+}
+
+int JobPoolImpl_MT::DoWait(int timeout_s, JobPool& pool)
+{
+    PoolMsg message;
+    while (!pool.Finished()) {
+        if (IsAborted()) {
+            DismissInbox();
+            break;
+        }
+        if (NextMessage(message, timeout_s))
+            Handle(message);
+        else if (timeout_s <= 0)
+            std::this_thread::yield();
+    }
+    return Unfinished();
+}
+
+bool JobPoolImpl_MT::NextMessage(PoolMsg& message, int timeout_s)
+{
+    if (inbox_next_ == inbox_.size()) {
+        inbox_.clear();
+        inbox_next_ = 0;
+        fifo_.TakeAll(inbox_, timeout_s);
+        if (inbox_.empty())
+            return false;
+    }
+    message = std::move(inbox_[inbox_next_++]);
+    return true;
+}
+
+void JobPoolImpl_MT::Handle(PoolMsg& message)
+{
+    switch (message.type) {
+    case PoolMsg::none:
+        break;
+    case PoolMsg::started:
+        RefillRunQueue(); // before the handler, which may take its time or throw
+        NotifyJobStarted(message.job);
+        break;
+    case PoolMsg::succeeded:
+    case PoolMsg::failed:
+        SetResult(message.type == PoolMsg::succeeded, message.job, message.value);
+        break;
+    case PoolMsg::notify:
+        HandleNotifyOfWaiting(message.job, message.code, message.value);
+        break;
+    case PoolMsg::consult:
+        AnswerConsultation(message);
+        break;
+    }
+}
+
+void JobPoolImpl_MT::RefillRunQueue()
+{
+    constexpr std::size_t most = 64;
+    ThrMsg batch[most];
+    boost::unique_lock<boost::mutex> lock(queue_mutex_, boost::defer_lock);
+    LockSoon(lock);
+    std::size_t const bound = 2 * static_cast<std::size_t>(threads_);
+    std::size_t room = bound - std::min(bound, run_queue_.size());
+    lock.unlock();
+    while (room > 0) {
+        std::size_t n = 0;
+        boost::unique_lock<boost::mutex> prewait(prewait_mutex_);
+        for (; n < std::min(room, most) && !prewait_.empty(); ++n) {
+            batch[n] = ThrMsg(ThrMsg::run_job, prewait_.front());
+            prewait_.pop_front();
+        }
+        prewait.unlock();
+        if (n == 0)
+            return;
+        ThreadMgr::Instance().Post(*this, batch, n);
+        room -= n;
+    }
+}
+
+void JobPoolImpl_MT_headless::DoAddJob(Job* job)
+{
+    JobPoolImpl::DoAddJob(job);
+    ThreadMgr::Instance().Post(*this, ThrMsg(ThrMsg::run_job, job));
+}
+
+int JobPoolImpl_MT_headless::DoWait(int, JobPool&)
+{
+    return 0x7FFFFFFF;
+}
+
+void JobPoolImpl_MT_headless::DoPostPoolMessage(PoolMsg& message)
+{
+    JobPoolImpl_MT_base::DoPostPoolMessage(message);
+    if (message.type == PoolMsg::consult)
+        Consultation::Of(message).Answer({});
+    message = PoolMsg();
+}
+
+} // namespace NKelmic

@@ -1,0 +1,374 @@
+#include <memblock/threads/jobpool.h>
+
+#include <memblock/base/raise.h>
+#include <memblock/threads/jobpoolimpl.h>
+#include <memblock/threads/mutex.h>
+
+#include <support/raises.h>
+#include <support/vectors.h>
+
+#include <atomic>
+#include <boost/thread/thread.hpp>
+#include <cstdlib>
+#include <functional>
+#include <gtest/gtest.h>
+#include <map>
+#include <thread>
+
+using namespace NKelmic;
+
+namespace {
+
+struct Task : Job {
+    static inline std::atomic<int> alive{0};
+    explicit Task(std::function<DataItem(Task&)> w) : work(std::move(w)) { ++alive; }
+    ~Task() override { --alive; }
+    DataItem Run() override { return work(*this); }
+    void OnFinished() override { delete this; }
+    std::function<DataItem(Task&)> work;
+};
+
+struct Pool : JobPool {
+    using JobPool::JobPool;
+    void HandleNotify(int job, int code, DataItem& value) override
+    {
+        EXPECT_EQ(boost::this_thread::get_id(), home);
+        ++codes[code];
+        notes.push_back(Text("%d:%d:%s", job, code, value).c_str());
+        if (on_notify)
+            on_notify(code);
+    }
+    DataItem HandleConsult(int job, int code, DataItem& value) override
+    {
+        EXPECT_EQ(boost::this_thread::get_id(), home);
+        return on_consult ? on_consult(value) : DataItem(value.GetInt() + code + job);
+    }
+    void Add(std::function<DataItem(Task&)> work) { AddNewJob(new Task(std::move(work))); }
+
+    boost::thread::id home = boost::this_thread::get_id();
+    std::map<int, int> codes;
+    std::vector<std::string> notes;
+    std::function<void(int)> on_notify;
+    std::function<DataItem(DataItem&)> on_consult;
+};
+
+/// Sets the thread count of the pools made in its scope.
+struct Threads {
+    explicit Threads(char const* n) { setenv("MORVANE_NUM_THREADS", n, 1); }
+    ~Threads() { unsetenv("MORVANE_NUM_THREADS"); }
+};
+
+/// A gate at which jobs wait until the test lets them go.
+struct Gate {
+    void Open() { open = true; }
+    void Pass() const
+    {
+        while (!open)
+            boost::this_thread::yield();
+    }
+    std::atomic<bool> open{false};
+};
+
+bool NoneLeft()
+{
+    for (int i = 0; i < 20'000 && Task::alive > 0; ++i) // the last OnFinished follows the result
+        std::this_thread::sleep_for(std::chrono::microseconds(500));
+    return Task::alive == 0;
+}
+
+// Every behaviour that doesn't need a second thread holds for both kinds of pool.
+class JobPoolOf : public testing::TestWithParam<char const*> {
+protected:
+    Threads const threads{GetParam()};
+};
+
+} // namespace
+
+INSTANTIATE_TEST_SUITE_P(Threads, JobPoolOf, testing::Values("0", "1", "3"));
+
+TEST_P(JobPoolOf, ResultsComeInJobOrderAndMoreJobsMayFollow)
+{
+    Pool pool;
+    for (int round = 1; round <= 2; ++round) {
+        for (int i = 0; i < 100; ++i)
+            pool.Add([](Task& t) { return DataItem(t.GetIndex() * 3); });
+        pool.Wait();
+        ASSERT_EQ(pool.GetJobCount(), 100 * round);
+        for (int i = 0; i < 100 * round; ++i) {
+            ASSERT_EQ(pool.GetJobStatus(i), 3);
+            ASSERT_EQ(pool.GetResults()[i].GetInt(), i * 3);
+        }
+    }
+    EXPECT_EQ(pool.Wait(1), 0);
+    EXPECT_EQ(pool.GetJobStatus(-1), 0);
+    EXPECT_EQ(pool.GetJobStatus(200), 0);
+    EXPECT_EQ(pool.codes[jp_notify_started], 200);
+    EXPECT_EQ(pool.codes[jp_notify_succeeded], 200);
+    EXPECT_TRUE(NoneLeft());
+}
+
+TEST_P(JobPoolOf, WhateverAJobThrowsBecomesItsResult)
+{
+    std::pair<std::function<DataItem(Task&)>, char const*> const cases[] = {
+        {[](Task&) -> DataItem { Raise(err_state, "bad %d", 7); }, "bad 7"},
+        {[](Task&) -> DataItem { throw std::runtime_error("runtime"); }, "runtime"},
+        {[](Task&) -> DataItem { throw "words"; }, "words"},
+        {[](Task&) -> DataItem { throw 5; }, "Unknown error"}};
+    Pool pool(true);
+    for (auto const& [work, text] : cases)
+        pool.Add(work);
+    pool.Add([](Task&) { return DataItem(1); });
+    pool.Wait();
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(pool.GetJobStatus(i), 4);
+        EXPECT_STREQ(pool.GetResults()[i].GetString().c_str(), cases[i].second);
+    }
+    EXPECT_EQ(pool.GetJobStatus(4), 3);
+    EXPECT_EQ(pool.codes[jp_notify_failed], 4);
+}
+
+TEST_P(JobPoolOf, AFailureAbortsThePoolAndDropsWhatHasNotStarted)
+{
+    {
+        Pool pool;
+        pool.Add([](Task&) -> DataItem { throw "boom"; });
+        for (int i = 0; i < 50; ++i)
+            pool.Add([](Task& t) {
+                for (;;) { // ends by the abort alone
+                    t.CheckAbortion();
+                    boost::this_thread::yield();
+                }
+                return DataItem();
+            });
+        EXPECT_RAISES(pool.Wait(), err_notify, "JobPool: some jobs did not complete.");
+        char const* const text = "Parallel job index 0: boom";
+        EXPECT_RAISES(pool.Wait(), err_notify, text);
+        EXPECT_RAISES(pool.GetResults(), err_notify, text);
+        Task unwanted([](Task&) { return DataItem(); });
+        EXPECT_RAISES(pool.AddNewJob(&unwanted), err_notify, text);
+        EXPECT_EQ(pool.GetJobStatus(0), 4);
+        EXPECT_EQ(pool.codes[jp_notify_failed], 1);
+    }
+    EXPECT_TRUE(NoneLeft());
+}
+
+TEST_P(JobPoolOf, TheLastJobMayFailWithoutHarmToTheWait)
+{
+    Pool pool;
+    pool.Add([](Task&) -> DataItem { throw "late"; });
+    EXPECT_NO_THROW(pool.Wait());
+    EXPECT_RAISES(pool.Wait(), err_notify, "Parallel job index 0: late");
+}
+
+TEST_P(JobPoolOf, NotesAndQuestionsReachTheWaitingThread)
+{
+    Pool pool;
+    for (int i = 0; i < 40; ++i)
+        pool.Add([](Task& t) {
+            DataItem note("half way"), question(1000);
+            t.Notify(7, note);
+            EXPECT_TRUE(note.IsUndefined());
+            return t.Consult(20, question);
+        });
+    pool.Wait();
+    EXPECT_EQ(pool.codes[7], 40);
+    for (int i = 0; i < 40; ++i)
+        EXPECT_EQ(pool.GetResults()[i].GetInt(), 1020 + i);
+    DataItem question(1);
+    EXPECT_EQ(pool.Consult(5, question).GetInt(), 5); // by the creator: at once, as job -1
+}
+
+TEST_P(JobPoolOf, AHandlerMayAddJobsAndWaitAgain)
+{
+    Pool pool;
+    int left = 30;
+    pool.on_notify = [&](int code) {
+        if (code != jp_notify_succeeded || left == 0)
+            return;
+        --left;
+        pool.Add([](Task&) { return DataItem(1); });
+        if (left % 10 == 0)
+            pool.Wait(1);
+    };
+    pool.Add([](Task&) { return DataItem(1); });
+    pool.Wait();
+    EXPECT_EQ(pool.GetJobCount(), 31);
+    EXPECT_EQ(pool.codes[jp_notify_succeeded], 31);
+}
+
+TEST_P(JobPoolOf, ValuesOfAThreadLastForItsJobsOfThisPoolOnly)
+{
+    Pool first, second;
+    for (Pool* pool : {&first, &second})
+        for (int i = 0; i < 20; ++i)
+            pool->Add([pool](Task& t) {
+                DataItem const before = t.GetThreadSpecificItem("OWNER");
+                t.SetThreadSpecificItem("owner", DataItem(static_cast<void*>(pool)));
+                return DataItem(before.IsUndefined() || before.GetPointer() == pool ? 1 : 0);
+            });
+    for (Pool* pool : {&first, &second}) {
+        pool->Wait();
+        for (auto const& ok : pool->GetResults())
+            EXPECT_EQ(ok.GetInt(), 1);
+    }
+}
+
+TEST_P(JobPoolOf, APoolInsideAJobRunsOnTheThreadOfThatJob)
+{
+    Pool pool;
+    for (int i = 0; i < 8; ++i)
+        pool.Add([](Task&) {
+            unsigned const home = GetCurrentThreadId();
+            JobPool inner;
+            std::atomic<int> here{0};
+            for (int k = 0; k < 10; ++k)
+                inner.AddNewJob(new Task([&](Task& t) {
+                    here += t.GetThreadId() == home && GetCurrentThreadId() == home;
+                    return DataItem(k);
+                }));
+            inner.Wait();
+            return DataItem(here.load());
+        });
+    pool.Wait();
+    for (auto const& result : pool.GetResults())
+        EXPECT_EQ(result.GetInt(), 10);
+}
+
+TEST(JobPool, KeepsFewJobsQueuedAndHandsOutNoMoreThanItsThreads)
+{
+    Threads const threads("2");
+    std::atomic<int> running{0}, most{0};
+    Pool pool;
+    for (int i = 0; i < 200; ++i)
+        pool.Add([&](Task&) {
+            int const now = ++running;
+            for (int seen = most; now > seen && !most.compare_exchange_weak(seen, now);) {
+            }
+            boost::this_thread::yield();
+            --running;
+            return DataItem(now);
+        });
+    pool.Wait();
+    EXPECT_LE(most, 2);
+}
+
+TEST(JobPool, ResultsThatShareObjectsWithTheJobArriveAsCopies)
+{
+    Threads const threads("2");
+    PMemBlock const kept = Bytes({1, 2, 3});
+    Pool pool;
+    pool.Add([&](Task&) { return DataItem(kept); });
+    pool.Wait();
+    EXPECT_NE(pool.GetResults()[0].GetMemory(), kept);
+    EXPECT_EQ(kept->RefCount(), 1);
+}
+
+TEST(JobPool, AbortFromAnotherThreadEndsTheWaitAndEveryQuestion)
+{
+    Threads const threads("2");
+    {
+        Pool pool;
+        Gate asked;
+        for (int i = 0; i < 30; ++i)
+            pool.Add([](Task& t) {
+                DataItem question(1);
+                return t.Consult(1, question);
+            });
+        pool.on_consult = [&](DataItem&) {
+            asked.Open();
+            return DataItem();
+        };
+        boost::thread stopper([&] {
+            asked.Pass();
+            pool.Abort("stopped");
+        });
+        try {
+            pool.Wait();
+        } catch (Exception const& e) {
+            EXPECT_EQ(e.Code(), unsigned(err_notify));
+        }
+        stopper.join();
+        EXPECT_RAISES(pool.Wait(), err_notify, "stopped");
+    }
+    EXPECT_TRUE(NoneLeft());
+}
+
+TEST(JobPool, AThrowingHandlerEndsTheWaitAndAnswersWhoAsked)
+{
+    Threads const threads("2");
+    Pool pool;
+    pool.Add([](Task& t) {
+        DataItem question(1);
+        return t.Consult(1, question);
+    });
+    pool.on_consult = [](DataItem&) -> DataItem { throw std::runtime_error("no answer"); };
+    EXPECT_THROW(pool.Wait(), std::runtime_error);
+    pool.Wait();
+    EXPECT_TRUE(pool.GetResults()[0].IsUndefined());
+}
+
+TEST(JobPool, APoolThatGoesReleasesThoseWhoAskIt)
+{
+    Threads const threads("2");
+    for (int round = 0; round < 50; ++round) {
+        Pool pool; // nobody waits
+        for (int i = 0; i < 10; ++i)
+            pool.Add([](Task& t) {
+                DataItem question(1);
+                return t.Consult(1, question);
+            });
+        boost::this_thread::yield();
+    }
+    EXPECT_TRUE(NoneLeft());
+}
+
+TEST(JobPool, AHeadlessPoolAnswersQuestionsAndIsNeverWaitedFor)
+{
+    for (char const* n : {"0", "2"}) {
+        Threads const threads(n);
+        Pool pool(true, true);
+        std::atomic<int> ran{0};
+        for (int i = 0; i < 20; ++i)
+            pool.Add([&](Task& t) {
+                DataItem question(1), note(2);
+                t.Notify(1, note);
+                ran += t.Consult(1, question).IsUndefined();
+                return DataItem();
+            });
+        EXPECT_EQ(pool.Wait(1), 0x7FFFFFFF);
+        EXPECT_TRUE(NoneLeft());
+        EXPECT_EQ(ran, 20);
+        EXPECT_TRUE(pool.notes.empty());
+    }
+}
+
+TEST(JobPool, TheEnvironmentCountsOnlyWhenItBeginsWithADigit)
+{
+    int cores = 0, desired = 0, busy = 0, threads = 0;
+    Threads const ignored("x4");
+    Pool const pool;
+    JobPool::GetInfo(cores, desired, busy, threads);
+    EXPECT_EQ(desired, cores);
+    EXPECT_EQ(threads, cores);
+}
+
+TEST(JobPool, RefusesAMissingJobAndAClone)
+{
+    Pool pool;
+    EXPECT_RAISES(pool.AddNewJob(nullptr), err_precondition, "JobPool: no job was given.");
+    ThreadSharablePointer<JobPool> const held(new JobPool);
+    EXPECT_EQ(held.MakeCopy().Pointer(), held.Pointer());
+    auto const impl = JobPoolImpl::Create(false, 0, false);
+    EXPECT_RAISES(impl->DoClone(), err_request, "JobPoolImpl cloning attempted");
+}
+
+TEST(Job, WithoutAPoolHasNobodyToTellOrAsk)
+{
+    Task task([](Task&) { return DataItem(); });
+    DataItem value(1);
+    task.CheckAbortion();
+    task.Notify(1, value);
+    EXPECT_TRUE(task.Consult(1, value).IsUndefined());
+    task.SetThreadSpecificItem("a", DataItem(1));
+    EXPECT_TRUE(task.GetThreadSpecificItem("a").IsUndefined());
+}
