@@ -1,8 +1,10 @@
 // Measures pictures: what a program does that hands its own pixels to vectors.
 
+#include <measure/objects.h>
 #include <measure/options.h>
 #include <measure/picture.h>
 #include <measure/report.h>
+#include <measure/tables.h>
 
 #include <iostream>
 
@@ -10,18 +12,77 @@ namespace {
 
 using namespace measure;
 
-void MeasureAll(Reader& reader, std::string const& name, Options const& options)
-{
-    Page page;
-    for (int number = 1; reader.Next(page); ++number, page = Page())
-        PrintPage(std::cout, name + ", page " + std::to_string(number), std::move(page), options);
-}
+/// Take the pages of one source through what the options ask for.
+class Job {
+public:
+    explicit Job(Options const& options) : options_(options) {}
+
+    void Measure(Reader& reader, std::string const& name)
+    {
+        if (options_.objects.wanted)
+            return MeasureObjects(reader, name);
+        Page page;
+        for (int number = 1; reader.Next(page); ++number, page = Page()) {
+            if (options_.format.empty())
+                PrintPage(std::cout, name + ", page " + std::to_string(number), std::move(page),
+                          options_);
+            else
+                AddRows(page, name, number);
+        }
+    }
+
+    /// Print what was kept for the end.
+    void Finish()
+    {
+        if (!options_.format.empty() && !options_.objects.wanted)
+            PrintTable(std::cout, cref(PageTable(rows_)), options_.format);
+    }
+
+private:
+    void AddRows(Page& page, std::string const& name, int number)
+    {
+        auto const width = page.width, height = page.height;
+        for (Block const& block : BlocksOf(page, options_.factor))
+            if (block.measured)
+                rows_.Add(PageRow(name, number, width, height, block, options_.policies));
+    }
+
+    void MeasureObjects(Reader& reader, std::string const& name)
+    {
+        std::vector<Page> pages;
+        for (Page page; reader.Next(page); page = Page())
+            pages.push_back(std::move(page));
+        int number = 0;
+        for (auto const& plane : PlanesOf(std::move(pages))) {
+            auto const objects = options_.objects.labels.empty()
+                                     ? FindObjects(cref(plane), options_.objects)
+                                     : TakeLabels(Labels(), cref(plane));
+            auto const table = ObjectTable(cref(plane), cref(objects));
+            bool const plain = options_.format.empty() || options_.format == "text";
+            if (plain)
+                std::cout << name << ", page " << ++number << ", " << table->RowCount()
+                          << " objects\n";
+            PrintTable(std::cout, cref(table), plain ? "text" : options_.format);
+        }
+    }
+
+    NKelmic::DerivedPointer<NKelmic::Image> Labels() const
+    {
+        std::vector<Page> pages(1);
+        if (!OpenPicture(options_.objects.labels)->Next(pages[0]) || pages[0].samples != 1)
+            throw ReadError("has no labels in '" + options_.objects.labels + "'");
+        return PlanesOf(std::move(pages))[0];
+    }
+
+    Options const& options_;
+    RowTable rows_;
+};
 
 /// False if the file cannot be read to its end; the reason goes to standard error in one line.
-bool MeasureFile(std::string const& path, Options const& options)
+bool MeasureFile(Job& job, std::string const& path)
 {
     try {
-        MeasureAll(*OpenPicture(path), path, options);
+        job.Measure(*OpenPicture(path), path);
         return true;
     } catch (std::bad_alloc const&) {
         std::cerr << "measure: " << path << ": not enough memory\n";
@@ -38,11 +99,13 @@ int Run(std::vector<std::string> const& arguments)
         std::cout << usage_text;
         return 0;
     }
+    Job job(options);
     bool ok = true;
     if (options.files.empty())
-        MeasureAll(*MadePicture(), "(a picture made here)", options);
+        job.Measure(*MadePicture(), "(a picture made here)");
     for (std::string const& path : options.files)
-        ok = MeasureFile(path, options) && ok;
+        ok = MeasureFile(job, path) && ok;
+    job.Finish();
     if (!std::cout.flush()) {
         std::cerr << "measure: cannot write to standard output\n";
         ok = false;

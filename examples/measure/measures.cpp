@@ -1,8 +1,7 @@
 #include <measure/measures.h>
 
 #include <memblock/statistic/statistic.h>
-
-#include <cmath>
+#include <memblock/vector/summary.h>
 
 namespace measure {
 namespace {
@@ -39,20 +38,6 @@ void AddChannels(std::vector<Block>& blocks, T const* samples, unsigned long pix
         block.vector->ContentHasBeenChanged();
 }
 
-template <class T>
-void FindExtremes(T const* values, long length, Measures& result)
-{
-    for (long i = 0; i < length; ++i) {
-        auto const value = static_cast<double>(values[i]);
-        if (std::isnan(value))
-            continue;
-        if (result.minimum.index < 0 || value < result.minimum.value)
-            result.minimum = {value, i};
-        if (result.maximum.index < 0 || value > result.maximum.value)
-            result.maximum = {value, i};
-    }
-}
-
 } // namespace
 
 std::vector<Block> BlocksOf(Page& page, double factor)
@@ -82,11 +67,10 @@ Measures Measure(DerivedPointer<Vector> const& vector, Policies const& policies)
     };
     Measures result{};
     Vector const& data = cref(vector); // reading through the pointer would detach shared data
-    WithElemType<NumericTypes>(
-        data.ElemType(), "Function measure not implemented for data type '%s'",
-        [&]<class T>(Elem<T>) {
-            FindExtremes(static_cast<T const*>(data.Pointer()), data.Length(), result);
-        });
+    result.minimum = {data.SecondaryDouble(key_min, throw_always),
+                      data.SecondaryInt(key_minat, throw_always)};
+    result.maximum = {data.SecondaryDouble(key_max, throw_always),
+                      data.SecondaryInt(key_maxat, throw_always)};
     result.mean = value("mean");
     result.stddev = value("stddev");
     result.sum = value("sum");

@@ -15,6 +15,12 @@ char const* const usage_text =
     "  --nan=POLICY  what becomes of NaN: exclude (default), include, or a number\n"
     "  --inf=POLICY  what becomes of infinities: exclude (default), include, or a number;\n"
     "                negative infinity becomes the negative of the number\n"
+    "  --format=F    print one table, a row a page: text, html or xml\n"
+    "  --objects     print a table of the objects of each page, a row an object, instead:\n"
+    "                pixels above the threshold that touch, but for those in the frame\n"
+    "  --threshold=T with --objects: a value, or otsu (default), Otsu's\n"
+    "  --touch=N     with --objects: 4 (default) neighbours touch, or 8\n"
+    "  --labels=FILE with --objects: take them from this picture, pixel k marks object k\n"
     "  --help        print this text\n"
     "\n"
     "Minimum and maximum come with the lowest index that reaches them (x + y * width).\n"
@@ -44,14 +50,58 @@ NKelmic::safestring ReadPolicy(std::string const& option, std::string const& tex
     return text.c_str();
 }
 
+double ReadThreshold(std::string const& text)
+{
+    bool ok = true;
+    Ntarnwick::CheckOk handler(ok);
+    double const threshold = Ntarnwick::StringToDouble()(text.c_str(), handler);
+    if (!ok || !std::isfinite(threshold))
+        throw UsageError("--threshold takes otsu or a number, not '" + text + "'");
+    return threshold;
+}
+
+Neighbours ReadNeighbours(std::string const& text)
+{
+    if (text != "4" && text != "8")
+        throw UsageError("--touch takes 4 or 8, not '" + text + "'");
+    return text == "4" ? Neighbours::edges : Neighbours::corners;
+}
+
+std::string ReadFormat(std::string const& text)
+{
+    if (text != "text" && text != "html" && text != "xml")
+        throw UsageError("--format takes text, html or xml, not '" + text + "'");
+    return text;
+}
+
+bool SetObjectOption(ObjectOptions& objects, std::string const& name, std::string const& value)
+{
+    if (name == "--threshold") {
+        objects.threshold.reset();
+        if (value != "otsu")
+            objects.threshold = ReadThreshold(value);
+    } else if (name == "--touch") {
+        objects.neighbours = ReadNeighbours(value);
+    } else if (name == "--labels") {
+        objects.labels = value;
+    } else {
+        return false;
+    }
+    return true;
+}
+
 bool SetOption(Options& options, std::string const& name, std::string const& value)
 {
+    if (SetObjectOption(options.objects, name, value))
+        return true;
     if (name == "--factor")
         options.factor = ReadFactor(value);
     else if (name == "--nan")
         options.policies.nan = ReadPolicy(name, value);
     else if (name == "--inf")
         options.policies.inf = ReadPolicy(name, value);
+    else if (name == "--format")
+        options.format = ReadFormat(value);
     else
         return false;
     return true;
@@ -71,6 +121,8 @@ Options ReadOptions(std::vector<std::string> const& arguments)
             only_files = true;
         } else if (argument == "--help") {
             options.help = true;
+        } else if (argument == "--objects") {
+            options.objects.wanted = true;
         } else { // "--name=value" or "--name value"
             auto const sign = argument.find('=');
             std::string const name = argument.substr(0, sign);

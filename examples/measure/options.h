@@ -2,6 +2,7 @@
 #define MEMBLOCK_EXAMPLES_MEASURE_OPTIONS_H
 
 #include <measure/measures.h>
+#include <measure/segment.h>
 
 #include <optional>
 #include <stdexcept>
@@ -16,10 +17,20 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// How objects are found.
+struct ObjectOptions {
+    bool wanted = false;
+    std::optional<double> threshold; ///< none: Otsu's
+    Neighbours neighbours = Neighbours::edges;
+    std::string labels; ///< a picture of labels to take them from; empty: they are looked for
+};
+
 struct Options {
     std::vector<std::string> files; ///< none: a picture is made
     double factor = 1;
     Policies policies;
+    std::string format; ///< "text", "html" or "xml" for a table; empty for lines to read
+    ObjectOptions objects;
     bool help = false;
 };
 

@@ -70,6 +70,28 @@ TEST_F(MeasureProgram, MeasuresAPictureOfItsOwnWithoutAFile)
     EXPECT_NE(outcome.text.find("minimum         100 at 0\n"), std::string::npos) << outcome.text;
 }
 
+TEST_F(MeasureProgram, PrintsTablesInTheFormAskedFor)
+{
+    auto const path = File("four.pgm", "P5 5 4 255\n" + std::string(6, '\1') + "\x9\7\1\7" +
+                                           std::string(10, '\1'));
+    std::tuple<char const*, char const*> const cases[] = {
+        {"--format=text", "\tgrey\t5\t4\tbyte\t1.0\t1.0\t0\t9.0\t6\t"},
+        {"--format=xml", "<row><a n=\"block\" t=\"s\">grey</a>"},
+        {"--format=html", "<tr><th>file</th><th>page</th><th>block</th>"},
+        {"--objects", ", page 1, 1 objects\nlabel\tarea\tfirst"},
+        {"--objects --threshold=1", "\n1\t2\t6\t1\t1\t2\t1\t7\t9\t16.0\t8.0\n"},
+        {"--objects --format=html --threshold=6", "<td>1</td><td>2</td><td>6</td>"},
+    };
+    for (auto const& [arguments, wanted] : cases) {
+        auto const outcome = RunMeasure(std::string(arguments) + " " + path);
+        EXPECT_EQ(outcome.status, 0);
+        EXPECT_NE(outcome.text.find(wanted), std::string::npos) << wanted << "in\n" << outcome.text;
+    }
+    auto const labels = File("labels.pgm", "P5 2 1 255\n12");
+    EXPECT_EQ(RunMeasure("--objects --labels=" + labels + " " + path, errors).text,
+              "measure: " + path + ": is not as large as the picture\n");
+}
+
 TEST_F(MeasureProgram, ABadFileGetsOneLineAndTheOthersAreStillMeasured)
 {
     std::string const png("\x89PNG\r\n\x1a\n\0\0\0\x0dIHDR", 16);
@@ -103,7 +125,8 @@ TEST_F(MeasureProgram, ABadFileGetsOneLineAndTheOthersAreStillMeasured)
 TEST_F(MeasureProgram, ACallThatIsNotUnderstoodExitsWith2)
 {
     for (char const* arguments :
-         {"--factor=0", "--factor", "--factor=-1", "--factor=x", "--nan=perhaps", "--colour=red"}) {
+         {"--factor=0", "--factor", "--factor=-1", "--factor=x", "--nan=perhaps", "--colour=red",
+          "--threshold=high", "--touch=6", "--format=pdf"}) {
         SCOPED_TRACE(arguments);
         auto const outcome = RunMeasure(arguments);
         EXPECT_EQ(outcome.status, 2);
