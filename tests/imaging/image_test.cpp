@@ -233,7 +233,7 @@ TEST(Image, PixelsAreWrittenByTheirPlace)
                   "Pixel out of image borders: [2, 0]");
     EXPECT_RAISES(image->SetSubItem("0,-1", DataItem(7), throw_always), 128,
                   "Pixel out of image borders: [0, -1]");
-    for (char const* key : {"9e99,0", "0,4294967296", "1,2", "x,1", "1,"})
+    for (char const* key : {"9e99,0", "0,4294967296", "1,2", "x,1"})
         EXPECT_FALSE(image->SetSubItem(key, DataItem(7), throw_never)) << key;
     EXPECT_FALSE(image->SetSubItem("0,0", DataItem(40000), throw_never));
     EXPECT_EQ(TextOf(image), "1 7 14 4");
