@@ -75,7 +75,7 @@ TEST_F(MeasureProgram, PrintsTablesInTheFormAskedFor)
     auto const path = File("four.pgm", "P5 5 4 255\n" + std::string(6, '\1') + "\x9\7\1\7" +
                                            std::string(10, '\1'));
     std::tuple<char const*, char const*> const cases[] = {
-        {"--format=text", "\tgrey\t5\t4\tbyte\t1.0\t1.0\t0\t9.0\t6\t"},
+        {"--format=text", "\t\"grey\"\t5\t4\t\"byte\"\t1.0\t1.0\t0\t9.0\t6\t"},
         {"--format=xml", "<row><a n=\"block\" t=\"s\">grey</a>"},
         {"--format=html", "<tr><th>file</th><th>page</th><th>block</th>"},
         {"--objects", ", page 1, 1 objects\nlabel\tarea\tfirst"},

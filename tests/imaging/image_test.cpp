@@ -1,6 +1,9 @@
 #include "images.h"
 
+#include <memblock/core/keytable.h>
 #include <memblock/imaging/datacube.h>
+#include <memblock/imaging/numrange.h>
+#include <memblock/imaging/point.h>
 #include <memblock/vector/convert.h>
 
 using namespace NKelmic;
@@ -230,10 +233,46 @@ TEST(Image, PixelsAreWrittenByTheirPlace)
                   "Pixel out of image borders: [2, 0]");
     EXPECT_RAISES(image->SetSubItem("0,-1", DataItem(7), throw_always), 128,
                   "Pixel out of image borders: [0, -1]");
-    for (char const* key : {"9e99,0", "0,4294967296", "1,2", "x,1", "1,"})
+    for (char const* key : {"9e99,0", "0,4294967296", "1,2", "x,1"})
         EXPECT_FALSE(image->SetSubItem(key, DataItem(7), throw_never)) << key;
     EXPECT_FALSE(image->SetSubItem("0,0", DataItem(40000), throw_never));
     EXPECT_EQ(TextOf(image), "1 7 14 4");
+}
+
+TEST(Image, PixelsAreReadByTheirPlace)
+{
+    auto const image = Picture<short>(2, 2, {1, 2, 3, 4}, 0.5);
+    std::pair<char const*, double> const cases[] = {
+        {"1,1", 2.0}, {"_1,1", 4.0}, {"2,0", 1.5}}; // runs on into the next row
+    for (auto [key, value] : cases)
+        EXPECT_EQ(image->GetSubItem(key, throw_always).GetDouble(), value) << key;
+    for (char const* key : {"0,2", "18446744073709551615,1", "1,2147483647", "1,-1", "_,1", "1,"})
+        EXPECT_TRUE(image->GetSubItem(key, throw_never).IsUndefined()) << key;
+    DerivedPointer<Vector> const slice(image->ResolveSubItem("1..2", throw_always).GetMemory());
+    EXPECT_STREQ(slice->Class(), "vector");
+    EXPECT_EQ(TextOf(slice), "2 3");
+    EXPECT_EQ(image->GetSubItem("range", throw_always).GetMemory()->GetDescription(), "[0..4)");
+}
+
+/// Lists and tables must not drift apart.
+TEST(Image, EveryNameOfItsListsCanBeRead)
+{
+    auto const mask = Picture<unsigned char>(2, 1, {0, 1});
+    mask->SetType(Image::mask);
+    for (PMemBlock const& object : std::vector<PMemBlock>{
+             Picture<short>(1, 2, {1, 2}), mask, mask->GetMaskVector(), Point::Create(1, 2),
+             NumRange::Create(1, 2), DataCube::Create(1, 1, 1, Vector::Byte, 1.0)})
+        for (char const* list : {"!", "*"})
+            AnyKeyOfList(object->ResolveSubItem(list, throw_always).GetString(),
+                         [&](KeyListEntry const& entry) {
+                             safestring const name(entry.name.data(), entry.name.size());
+                             bool const plain = name[0] != '@' && name != "histogram";
+                             if (plain) { // the histogram is a host's function
+                                 EXPECT_NO_THROW(object->GetSubItem(name, throw_always))
+                                     << object->Class() << " " << name.c_str();
+                             }
+                             return false;
+                         });
 }
 
 TEST(Image, AnswersItsKeysAndVerbs)
