@@ -114,6 +114,8 @@ bool SetInnerIndexArray(IntervalVector& v, SafeValue const& value, ThrowHandlerF
                vector, v);
         return false;
     }
+    if (!pixels.Conforms("indexvector"))
+        ThrowAssertException(__FILE__, __LINE__, "v.Conforms(\"indexvector\")");
     IntervalParts::ReplaceTarget(*layer, pixels);
     v.UpdateType();
     v.ContentHasBeenChanged();
@@ -154,6 +156,8 @@ bool SetMediumIndexArray(IntervalVector& v, SafeValue const& value, ThrowHandler
         Layer(v.Target())
             ? v.Target()->Clone(true)
             : PMemBlock(IntervalVector::Create(0, DerivedPointer<Vector>(v.Target()))));
+    if (!medium->Conforms("intervalvector"))
+        ThrowAssertException(__FILE__, __LINE__, "v.Conforms(\"intervalvector\")");
     IntervalParts::Install(*medium, AsLimits(vector), medium->Target());
     v.SetTarget(medium);
     return true;

@@ -38,8 +38,8 @@ std::vector<unsigned int> OrderOf(Intervals const& intervals, bool sorted)
 
 /// Copy the elements of all intervals side by side.
 template <class T>
-void Gather(T const* __restrict source, Intervals const& intervals,
-            std::vector<unsigned int> const& order, T* __restrict target)
+void start_and_end_tmpl_wrap(T const* __restrict source, Intervals const& intervals,
+                             std::vector<unsigned int> const& order, T* __restrict target)
 {
     for (unsigned int const k : order)
         target = std::copy(source + intervals.From(k), source + intervals.To(k), target);

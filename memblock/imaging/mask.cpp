@@ -69,9 +69,11 @@ DerivedPointer<IndexVector> Mask::PixelsOf(IndexVector const& vector) const
     return DerivedPointer<IndexVector>(&vector);
 }
 
-char const* Mask::Title() const
+RegionBase::Words const& Mask::Told() const
 {
-    return "Mask";
+    static constexpr Words words{"Mask for %dx%d images, in %s representation",
+                                 "Mask target is not an image: %s\n"};
+    return words;
 }
 
 bool Mask::ImageIsFit(Image const& image, safestring& message) const

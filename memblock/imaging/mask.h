@@ -32,7 +32,7 @@ private:
     bool IsSource(PMemBlock const& source) const override;
     PMemBlock MakeVector(Image const& image) const override;
     DerivedPointer<IndexVector> PixelsOf(IndexVector const& vector) const override;
-    char const* Title() const override;
+    Words const& Told() const override;
     bool ImageIsFit(Image const& image, safestring& message) const override;
     bool VectorIsFit(Vector const& vector, safestring& message) const override;
     char const* KeyList() const override;

@@ -190,8 +190,8 @@ bool RegionBase::Equals(MemBlock const& other) const
 
 safestring RegionBase::DoGetDescription() const
 {
-    return Text("%s for %dx%d images, in %s representation", Title(), Dimension(*this, 0).GetInt(),
-                Dimension(*this, 1).GetInt(), vector_ ? "vector" : "image");
+    return Text(Told().description, Dimension(*this, 0).GetInt(), Dimension(*this, 1).GetInt(),
+                vector_ ? "vector" : "image");
 }
 
 bool RegionBase::Consistent(safestring& message, bool deep) const
@@ -206,7 +206,7 @@ bool RegionBase::Consistent(safestring& message, bool deep) const
     Vector const* const vector = MemCast<Vector>(vector_);
     auto const target = GetTargetData();
     if (target.dims.size() != 2) {
-        message += Text("%s target is not an image: %s\n", Title(), *this);
+        message += Text(Told().no_image, *this);
         return false;
     }
     if (image && !ImageIsFit(*image, message))

@@ -55,7 +55,12 @@ private:
     virtual bool IsSource(PMemBlock const& source) const = 0;
     virtual PMemBlock MakeVector(Image const& image) const = 0;
     virtual DerivedPointer<IndexVector> PixelsOf(IndexVector const& vector) const = 0;
-    virtual char const* Title() const = 0; ///< the class name as messages begin with it
+    /// What is said of the objects of a class.
+    struct Words {
+        char const* description; ///< of width, height and the form that stands for the object
+        char const* no_image;    ///< of the object whose target is none
+    };
+    virtual Words const& Told() const = 0;
     /// Tell what is wrong with the forms as this class sees it.
     virtual bool ImageIsFit(Image const& image, safestring& message) const = 0;
     virtual bool VectorIsFit(Vector const& vector, safestring& message) const = 0;

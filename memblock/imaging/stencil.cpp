@@ -69,9 +69,11 @@ DerivedPointer<IndexVector> Stencil::PixelsOf(IndexVector const& vector) const
     return objects ? objects->IndexVectorTarget() : DerivedPointer<IndexVector>(&vector);
 }
 
-char const* Stencil::Title() const
+RegionBase::Words const& Stencil::Told() const
 {
-    return "Stencil";
+    static constexpr Words words{"Stencil for %dx%d images, in %s representation",
+                                 "Stencil target is not an image: %s\n"};
+    return words;
 }
 
 bool Stencil::ImageIsFit(Image const& image, safestring& message) const
