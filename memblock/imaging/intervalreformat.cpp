@@ -56,7 +56,8 @@ TypedChunk GatherElements(Vector const& target, Intervals const& intervals,
                    : "Function return start_and_end_tmpl4 not implemented for data type '%s'";
     return WithElemType<TargetTypes>(target.ElemType(), miss, [&]<class T>(Elem<T>) -> TypedChunk {
         TypedChunk fresh = OpenChunk(intervals.Total(), target.ElemType());
-        Gather(target.TypedPointer<T>(), intervals, order, static_cast<T*>(fresh.Data()));
+        start_and_end_tmpl_wrap(target.TypedPointer<T>(), intervals, order,
+                                static_cast<T*>(fresh.Data()));
         return fresh;
     });
 }

@@ -42,6 +42,11 @@ protected:
     void DoSerialize(int format, SerializeVisitor&, safestring const& path, Formatter const&,
                      safestring& output) const override;
 
+    /// What is said of the objects of a class.
+    struct Words {
+        char const* description; ///< of width, height and the form that stands for the object
+        char const* no_image;    ///< of the object whose target is none
+    };
     /// Take an image as image form, made one of `lg_type` first; the vector form goes.
     void TakeImage(PMemBlock image, int lg_type);
     /// Take a vector form; the image form goes.
@@ -55,11 +60,6 @@ private:
     virtual bool IsSource(PMemBlock const& source) const = 0;
     virtual PMemBlock MakeVector(Image const& image) const = 0;
     virtual DerivedPointer<IndexVector> PixelsOf(IndexVector const& vector) const = 0;
-    /// What is said of the objects of a class.
-    struct Words {
-        char const* description; ///< of width, height and the form that stands for the object
-        char const* no_image;    ///< of the object whose target is none
-    };
     virtual Words const& Told() const = 0;
     /// Tell what is wrong with the forms as this class sees it.
     virtual bool ImageIsFit(Image const& image, safestring& message) const = 0;
