@@ -152,10 +152,11 @@ void ClearAndStore(benchmark::State& state)
     bool const narrow = v.IntervalCount() <= 32000;
     for (auto _ : state) {
         unsigned int const* const index = cref(v.IndexVectorTarget()).UnsignedIntPointer();
+        unsigned int const* const limit = v.Start(0);
         auto const store = [&](auto* pixels) {
             std::memset(pixels, 0, side * side * sizeof *pixels);
             for (unsigned int k = 0; k < v.IntervalCount(); ++k)
-                for (unsigned int i = v.Start(0)[k]; i < v.Start(0)[k + 1]; ++i)
+                for (unsigned int i = limit[k]; i < limit[k + 1]; ++i)
                     pixels[index[i]] =
                         static_cast<std::remove_reference_t<decltype(*pixels)>>(k + 1);
         };

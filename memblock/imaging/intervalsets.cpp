@@ -11,7 +11,7 @@ namespace NKelmic {
 
 namespace {
 
-/// The list itself if it is sorted, otherwise a sorted copy in `work`.
+/// The list in ascending order: itself, or a copy in `work`.
 int const* Sorted(int const* list, int n, int* work)
 {
     if (std::is_sorted(list, list + n))
@@ -19,6 +19,31 @@ int const* Sorted(int const* list, int n, int* work)
     std::copy(list, list + n, work);
     std::sort(work, work + n);
     return work;
+}
+
+/// Lists without repeated numbers.
+int* CombineIncreasing(char op, int const* a, int na, int const* b, int nb, int* out)
+{
+    switch (op) {
+    case '&':
+        return setops::Merge<true, false>(a, a + na, b, b + nb, out);
+    case '|':
+        return setops::Merge<true, true>(a, a + na, b, b + nb, out);
+    default:
+        return setops::Merge<false, true>(a, a + na, b, b + nb, out);
+    }
+}
+
+int* CombineSorted(char op, int const* a, int na, int const* b, int nb, int* out)
+{
+    switch (op) {
+    case '&':
+        return std::set_intersection(a, a + na, b, b + nb, out);
+    case '|':
+        return std::set_union(a, a + na, b, b + nb, out);
+    default:
+        return std::set_symmetric_difference(a, a + na, b, b + nb, out);
+    }
 }
 
 bool IsPixelList(PMemBlock const& target)
@@ -146,23 +171,13 @@ DerivedPointer<IndexVector> OpenIndexVector(unsigned long n, IndexVector::Target
 
 int intvecop(char op, int const* a, int na, int const* b, int nb, int* out, int* worka, int* workb)
 {
+    if (op != '&' && op != '|' && op != '^')
+        Raise(err_request, "IntervalVector::op(): operation not supported: \"%c\"", op);
+    if (setops::Increases(a, na) && setops::Increases(b, nb))
+        return static_cast<int>(CombineIncreasing(op, a, na, b, nb, out) - out);
     a = Sorted(a, na, worka);
     b = Sorted(b, nb, workb);
-    int* end = nullptr;
-    switch (op) {
-    case '&':
-        end = setops::And(a, a + na, b, b + nb, out);
-        break;
-    case '|':
-        end = setops::Or(a, a + na, b, b + nb, out);
-        break;
-    case '^':
-        end = setops::Xor(a, a + na, b, b + nb, out);
-        break;
-    default:
-        Raise(err_request, "IntervalVector::op(): operation not supported: \"%c\"", op);
-    }
-    return static_cast<int>(end - out);
+    return static_cast<int>(CombineSorted(op, a, na, b, nb, out) - out);
 }
 
 PMemBlock IntervalVector::op(char operation, PMemBlock rhs, op_options const& options) const

@@ -1,50 +1,82 @@
 #ifndef MEMBLOCK_IMAGING_SETOPS_KERNELS_H
 #define MEMBLOCK_IMAGING_SETOPS_KERNELS_H
 
-#include <algorithm>
+#include <memblock/base/multiversion.h>
 
+#include <algorithm>
+#include <cstddef>
+
+/// Set operations on lists of pixel numbers. Objects are drawn in rows, so their sorted lists are
+/// made of runs of successive numbers: these are gone through as a whole.
 namespace NKelmic::setops {
 
-// Sorted lists in, sorted list out; equal numbers pair off one to one, as in the standard
-// algorithms. Which list goes on is computed, not branched on: pixels of two segmentations
-// interleave in no order that a processor could guess. Each returns the end of `out`.
-
-template <class T>
-T* And(T const* a, T const* a_end, T const* b, T const* b_end, T* out)
+/// Whether each number is above the one before it.
+MEMBLOCK_MULTIVERSION inline bool IncreasesLong(int const* __restrict list, std::ptrdiff_t n)
 {
-    while (a != a_end && b != b_end) {
-        T const x = *a, y = *b;
-        *out = x;
-        out += x == y;
-        a += x <= y;
-        b += y <= x;
+    constexpr std::ptrdiff_t block = 256; // then look whether it is decided
+    for (std::ptrdiff_t i = 1; i < n; i += block) {
+        std::ptrdiff_t const end = std::min(n, i + block);
+        int falls = 0;
+        for (std::ptrdiff_t k = i; k < end; ++k)
+            falls += list[k] <= list[k - 1];
+        if (falls != 0)
+            return false;
     }
+    return true;
+}
+
+/// The same; small objects are many, and not worth a call.
+inline bool Increases(int const* list, std::ptrdiff_t n)
+{
+    if (n > 64)
+        return IncreasesLong(list, n);
+    for (std::ptrdiff_t i = 1; i < n; ++i)
+        if (list[i] <= list[i - 1])
+            return false;
+    return true;
+}
+
+/// The first number from `a` on that is not below `limit`, which is above *a.
+inline int const* SkipBelow(int const* a, int const* end, int limit)
+{
+    // Numbers that increase reach limit - 1 no sooner than an unbroken run does.
+    auto const distance =
+        static_cast<std::size_t>(static_cast<unsigned int>(limit) - static_cast<unsigned int>(*a));
+    if (distance <= static_cast<std::size_t>(end - a) && a[distance - 1] == limit - 1)
+        return a + distance;
+    do
+        ++a;
+    while (a != end && *a < limit);
+    return a;
+}
+
+/// Which parts of two increasing lists go into the result.
+template <bool common, bool single>
+int* Merge(int const* a, int const* a_end, int const* b, int const* b_end, int* out)
+{
+    auto const take_below = [&out](int const*& list, int const* end, int limit) {
+        int const* const stop = SkipBelow(list, end, limit);
+        if constexpr (single)
+            out = std::copy(list, stop, out);
+        list = stop;
+    };
+    while (a != a_end && b != b_end) {
+        if (*a < *b) {
+            take_below(a, a_end, *b);
+        } else if (*b < *a) {
+            take_below(b, b_end, *a);
+        } else {
+            do {
+                if constexpr (common)
+                    *out++ = *a;
+                ++a;
+                ++b;
+            } while (a != a_end && b != b_end && *a == *b);
+        }
+    }
+    if constexpr (single)
+        out = std::copy(b, b_end, std::copy(a, a_end, out));
     return out;
-}
-
-template <class T>
-T* Or(T const* a, T const* a_end, T const* b, T const* b_end, T* out)
-{
-    while (a != a_end && b != b_end) {
-        T const x = *a, y = *b;
-        *out++ = x < y ? x : y;
-        a += x <= y;
-        b += y <= x;
-    }
-    return std::copy(b, b_end, std::copy(a, a_end, out));
-}
-
-template <class T>
-T* Xor(T const* a, T const* a_end, T const* b, T const* b_end, T* out)
-{
-    while (a != a_end && b != b_end) {
-        T const x = *a, y = *b;
-        *out = x < y ? x : y;
-        out += x != y;
-        a += x <= y;
-        b += y <= x;
-    }
-    return std::copy(b, b_end, std::copy(a, a_end, out));
 }
 
 } // namespace NKelmic::setops
