@@ -54,10 +54,10 @@ private:
             pages.push_back(std::move(page));
         int number = 0;
         for (auto const& plane : PlanesOf(std::move(pages))) {
-            auto const objects = options_.objects.labels.empty()
-                                     ? FindObjects(cref(plane), options_.objects)
-                                     : TakeLabels(Labels(), cref(plane));
+            auto const objects = ObjectsOf(cref(plane));
             auto const table = ObjectTable(cref(plane), cref(objects));
+            if (options_.objects.zones)
+                AddZones(*table.Pointer(), cref(plane), ZonesOf(cref(plane), cref(objects)));
             bool const plain = options_.format.empty() || options_.format == "text";
             if (plain)
                 std::cout << name << ", page " << ++number << ", " << table->RowCount()
@@ -66,11 +66,19 @@ private:
         }
     }
 
-    NKelmic::DerivedPointer<NKelmic::Image> Labels() const
+    NKelmic::DerivedPointer<NKelmic::Stencil> ObjectsOf(NKelmic::Image const& plane) const
+    {
+        ObjectOptions const& wanted = options_.objects;
+        auto const objects = wanted.labels.empty() ? FindObjects(plane, wanted)
+                                                   : TakeLabels(FirstPage(wanted.labels), plane);
+        return wanted.within.empty() ? objects : Within(cref(objects), FirstPage(wanted.within));
+    }
+
+    static NKelmic::DerivedPointer<NKelmic::Image> FirstPage(std::string const& path)
     {
         std::vector<Page> pages(1);
-        if (!OpenPicture(options_.objects.labels)->Next(pages[0]) || pages[0].samples != 1)
-            throw ReadError("has no labels in '" + options_.objects.labels + "'");
+        if (!OpenPicture(path)->Next(pages[0]) || pages[0].samples != 1)
+            throw ReadError("finds no grey picture in '" + path + "'");
         return PlanesOf(std::move(pages))[0];
     }
 

@@ -1,8 +1,9 @@
 #include <measure/objects.h>
 
 #include <measure/segment.h>
+#include <memblock/base/alloc.h>
+#include <memblock/core/options.h>
 #include <memblock/imaging/datacube.h>
-#include <memblock/imaging/intervalvector.h>
 
 #include <algorithm>
 #include <cmath>
@@ -178,6 +179,61 @@ DerivedPointer<Stencil> TakeLabels(DerivedPointer<Image> labels, Image const& pi
     check_image_borders_clear(labels, true);
     labels->SetType(Image::stencil);
     return Stencil::Create(std::move(labels));
+}
+
+DerivedPointer<Stencil> Within(Stencil const& objects, DerivedPointer<Image> other)
+{
+    auto const target = objects.GetTargetData();
+    if (other->width() != target.dims[0] || other->height() != target.dims[1])
+        throw ReadError("is not as large as the picture");
+    return Stencil::Create(objects.GetVectorRepr()->op('&', std::move(other), op_options()));
+}
+
+DerivedPointer<IntervalVector> ZonesOf(Image const& picture, Stencil const& stencil)
+{
+    DerivedPointer<IntervalVector> const objects(stencil.GetVectorRepr());
+    unsigned int const count = objects->IntervalCount();
+    unsigned int const* const limit = cref(objects).StartAndEnd(0, false, true, nullptr);
+    auto const pixels_of = cref(objects).IndexVectorTarget();
+    unsigned int const* const index = cref(pixels_of).UnsignedIntPointer();
+    std::vector<std::vector<unsigned int>> zones(2UL * count);
+    WithPixels(picture, [&](auto const* pixels) {
+        for (unsigned int k = 0; k < count; ++k) {
+            auto const *from = index + limit[k], *to = index + limit[k + 1];
+            Numbers const n = NumbersOf(pixels, picture.width(), from, to);
+            for (; from != to; ++from)
+                zones[2 * k + (pixels[*from] * static_cast<double>(n.area) > n.sum)].push_back(
+                    *from);
+        }
+    });
+    auto const medium = IntervalVector::CreateFromStdVectors(2 * count, zones.data(),
+                                                             cref(pixels_of).GetTargetData());
+    auto const outer = IntervalVector::Create(count, medium);
+    for (unsigned int k = 0; k <= count; ++k)
+        outer->Start(0)[k] = 2 * k;
+    return outer;
+}
+
+void AddZones(Table& table, Image const& picture, DerivedPointer<IntervalVector> const& zones)
+{
+    unsigned int const *index = nullptr, *zone = nullptr, *object = nullptr;
+    unpack_three_layer_const(zones, index, zone, object);
+    char const* const names[2][2] = {{"dark_area", "dark_mean"}, {"bright_area", "bright_mean"}};
+    for (unsigned int z = 0; z < 2; ++z) {
+        auto const areas = Vector::Create(zones->IntervalCount(), Table::Int, true, 0, 1.0);
+        auto const means = Vector::Create(zones->IntervalCount(), Table::Double, true, 0, 1.0);
+        WithPixels(picture, [&](auto const* pixels) {
+            for (unsigned int k = 0; k < zones->IntervalCount(); ++k) {
+                unsigned int const at = object[k] + z;
+                Numbers const n =
+                    NumbersOf(pixels, picture.width(), index + zone[at], index + zone[at + 1]);
+                areas->IntPointer()[k] = n.area;
+                means->DoublePointer()[k] = n.area > 0 ? n.sum / n.area : NAN;
+            }
+        });
+        table.SetColumn(names[z][0], areas);
+        table.SetColumn(names[z][1], means);
+    }
 }
 
 DerivedPointer<Table> ObjectTable(Image const& picture, Stencil const& stencil)

@@ -5,6 +5,7 @@
 #include <measure/picture.h>
 #include <memblock/collections/table.h>
 #include <memblock/imaging/image.h>
+#include <memblock/imaging/intervalvector.h>
 #include <memblock/imaging/stencil.h>
 
 #include <vector>
@@ -24,6 +25,20 @@ NKelmic::DerivedPointer<NKelmic::Stencil> FindObjects(NKelmic::Image const& pict
 /// Throws: ReadError if it is not as large as `picture`.
 NKelmic::DerivedPointer<NKelmic::Stencil> TakeLabels(NKelmic::DerivedPointer<NKelmic::Image> labels,
                                                      NKelmic::Image const& picture);
+
+/// Keep of each object what is not 0 in another picture of the same size, a mask or labels.
+/// Throws: ReadError as `TakeLabels`.
+NKelmic::DerivedPointer<NKelmic::Stencil> Within(NKelmic::Stencil const& objects,
+                                                 NKelmic::DerivedPointer<NKelmic::Image> other);
+
+/// Part each object into two zones: the pixels up to its mean, and those above it. Zones 2k - 1 and
+/// 2k belong to object k: a "subobj" structure.
+NKelmic::DerivedPointer<NKelmic::IntervalVector> ZonesOf(NKelmic::Image const& picture,
+                                                         NKelmic::Stencil const& objects);
+
+/// Add area and mean of both zones of each object to its row.
+void AddZones(NKelmic::Table& table, NKelmic::Image const& picture,
+              NKelmic::DerivedPointer<NKelmic::IntervalVector> const& zones);
 
 /// A row for each object: label, area, first pixel, bounding box (both ends in it), minimum,
 /// maximum, sum and mean of the picture in it.

@@ -20,6 +20,8 @@ char const* const usage_text =
     "                pixels above the threshold that touch, but for those in the frame\n"
     "  --threshold=T with --objects: a value, or otsu (default), Otsu's\n"
     "  --touch=N     with --objects: 4 (default) neighbours touch, or 8\n"
+    "  --and=FILE    with --objects: keep of each what is not 0 in this picture\n"
+    "  --zones       with --objects: also the pixels up to, and above, each object's mean\n"
     "  --labels=FILE with --objects: take them from this picture, pixel k marks object k\n"
     "  --help        print this text\n"
     "\n"
@@ -84,6 +86,8 @@ bool SetObjectOption(ObjectOptions& objects, std::string const& name, std::strin
         objects.neighbours = ReadNeighbours(value);
     } else if (name == "--labels") {
         objects.labels = value;
+    } else if (name == "--and") {
+        objects.within = value;
     } else {
         return false;
     }
@@ -123,6 +127,8 @@ Options ReadOptions(std::vector<std::string> const& arguments)
             options.help = true;
         } else if (argument == "--objects") {
             options.objects.wanted = true;
+        } else if (argument == "--zones") {
+            options.objects.zones = true;
         } else { // "--name=value" or "--name value"
             auto const sign = argument.find('=');
             std::string const name = argument.substr(0, sign);

@@ -22,6 +22,8 @@ struct ObjectOptions {
     bool wanted = false;
     std::optional<double> threshold; ///< none: Otsu's
     Neighbours neighbours = Neighbours::edges;
+    std::string within; ///< a picture that is not 0 where objects may be; empty: everywhere
+    bool zones = false; ///< tell of the dark and the bright half of each object
     std::string labels; ///< a picture of labels to take them from; empty: they are looked for
 };
 

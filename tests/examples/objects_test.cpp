@@ -86,4 +86,29 @@ TEST(Objects, EverySegmentationOfTheTruthHasItsObjects)
     EXPECT_GE(seen, 21);
 }
 
+TEST(Objects, ZonesAndMasksPartThem)
+{
+    auto const picture = Image::Create(6, 3, Vector::Byte, 1.0);
+    unsigned char const pixels[] = {0, 0, 0, 0, 0, 0, 0, 2, 4, 9, 0, 0, 0, 0, 0, 0, 0, 0};
+    std::copy(std::begin(pixels), std::end(pixels), picture->BytePointer());
+    ObjectOptions options;
+    options.threshold = 1;
+    auto const objects = FindObjects(cref(picture), options);
+    auto const zones = ZonesOf(cref(picture), cref(objects)); // the mean is 5
+    EXPECT_EQ(zones->LgType(), IntervalVector::subobj);
+    auto const table = ObjectTable(cref(picture), cref(objects));
+    AddZones(*table.Pointer(), cref(picture), zones);
+    std::pair<char const*, double> const expected[] = {
+        {"area", 3}, {"dark_area", 2}, {"dark_mean", 3}, {"bright_area", 1}, {"bright_mean", 9}};
+    for (auto const& [name, value] : expected)
+        EXPECT_EQ(cref(table->Column(safestring(name))).GetDouble(0), value) << name;
+
+    auto const other = Image::Create(6, 3, Vector::Byte, 1.0);
+    other->BytePointer()[8] = other->BytePointer()[0] = 200;
+    auto const within = ObjectTable(cref(picture), cref(Within(cref(objects), other)));
+    EXPECT_EQ(cref(within->Column("area")).GetInt(0), 1);
+    EXPECT_EQ(cref(within->Column("minimum")).GetInt(0), 4);
+    EXPECT_THROW(Within(cref(objects), Image::Create(3, 6, Vector::Byte, 1.0)), ReadError);
+}
+
 } // namespace
