@@ -222,7 +222,7 @@ TEST_P(JobPoolOf, APoolInsideAJobRunsOnTheThreadOfThatJob)
             JobPool inner;
             std::atomic<int> here{0};
             for (int k = 0; k < 10; ++k)
-                inner.AddNewJob(new Task([&](Task& t) {
+                inner.AddNewJob(new Task([&, k](Task& t) {
                     here += t.GetThreadId() == home && GetCurrentThreadId() == home;
                     return DataItem(k);
                 }));
