@@ -1,6 +1,6 @@
 #include <memblock/core/dataitem.h>
 
-#include <memblock/core/safevalue.h>
+#include <memblock/core/subitem_internal.h>
 
 namespace NKelmic {
 
@@ -67,7 +67,7 @@ DataItem DataItem::ResolveSubItem(safestring const& key, ThrowHandlerFunc handle
     else if (PMemBlock const block = GetMemory())
         found = block->GetSubItem(key, throw_never);
     if (found.IsUndefined())
-        Report(handler, err_kind, "A scalar data item (%s) does not have subkey: %s", *this, key);
+        ReportNoSubKeyOfScalar(*this, key, handler);
     return found;
 }
 

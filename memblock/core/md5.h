@@ -30,7 +30,10 @@ class MEMBLOCK_API md5_visitor : public MemBlockVisitor {
 public:
     /// needs_valid_data: arrays that wait for their initialization get it first; otherwise their
     /// memory is taken as it stands.
-    explicit md5_visitor(bool needs_valid_data) : needs_valid_data_(needs_valid_data) {}
+    explicit md5_visitor(bool needs_valid_data) : needs_valid_data_(needs_valid_data)
+    {
+        reads_paths_ = false;
+    }
     using MemBlockVisitor::Visit;
     int Visit(safestring const& path, PMemBlock& block) override;
     bool NeedsValidData() override { return needs_valid_data_; }

@@ -1,11 +1,13 @@
 #include <memblock/core/memblock.h>
 
-#include <memblock/base/text.h>
 #include <memblock/core/deepstack_internal.h>
 #include <memblock/core/memblock_internal.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/core/safevalue.h>
 #include <memblock/core/visitor.h>
+
+#include <algorithm>
+#include <vector>
 
 namespace NKelmic {
 
@@ -40,7 +42,8 @@ bool MemBlock::EntertainChild(PMemBlock& child, MemBlockVisitor& v, safestring c
             go_on = false;
         else if (answer != MemBlockVisitor::skip_children && child)
             // The child itself has just been visited, under its own name.
-            go_on = child->Entertain(v, path, mode == em_no_self_no_attr ? em_no_attr : em_no_self);
+            go_on = child->Entertain(v, v.ReadsPaths() ? path : safestring(),
+                                     mode == em_no_self_no_attr ? em_no_attr : em_no_self);
     });
     return go_on;
 }
@@ -98,24 +101,43 @@ PMemBlock MemBlock::CloneToBranch(safestring const& path) const
 {
     constexpr int branch_mode = 2;
     KeepAlive const alive(*this);
-    PMemBlock copy = DoClone(branch_mode);
-    if (!copy)
-        return copy;
-    copy->CopyStickyAttributesFrom(*this);
-    if (path.empty())
-        return copy;
-    auto const dot = find_smart_skip_brackets_and_parens(path, ".", 0);
-    safestring const step = path.substr(0, dot);
-    DataItem branch = GetSubItem(step, throw_never);
-    if (branch.IsUndefined()) // storing it would erase
-        return copy;
-    if (branch.GetType() == it_memblock && branch.MemoryRef()) {
-        safestring const rest = dot == safestring::npos ? safestring() : path.substr(dot + 1);
-        branch = DataItem(branch.MemoryRef()->CloneToBranch(rest));
-    } else {
-        branch.MakeCopy();
+    struct Level {
+        PMemBlock object;
+        safestring step; // that leads on; empty at the end
+    };
+    std::vector<Level> levels{{PMemBlock(this), safestring()}};
+    DataItem branch;
+    for (safestring::size_type from = 0; from < path.size();) {
+        auto const dot = std::min(path.find('.', from), path.size()); // as a write will go
+        safestring const step = path.substr(from, dot - from);
+        from = dot + 1;
+        MemBlock const& object = *levels.back().object;
+        DataItem const item = object.GetSubItem(step, throw_never);
+        bool const leads_on = item.GetType() == it_memblock && item.GetMemory();
+        if (leads_on && item.GetMemory().Pointer() == &object)
+            continue; // by a step such as "@self"
+        // Any other value is in the clone already: to read and write it back might round it.
+        if (item.GetType() == it_sharable) {
+            branch = item;
+            branch.MakeCopy();
+        }
+        if (leads_on || branch.IsDefined())
+            levels.back().step = step;
+        if (!leads_on)
+            break;
+        levels.push_back({item.GetMemory(), safestring()});
     }
-    copy->SetSubItem(step, SafeValue(branch), throw_always);
+    PMemBlock copy;
+    for (; !levels.empty(); levels.pop_back()) {
+        auto const& [object, step] = levels.back();
+        copy = object->DoClone(branch_mode);
+        if (!copy)
+            continue;
+        copy->CopyStickyAttributesFrom(*object);
+        if (branch.IsDefined())
+            copy->SetSubItem(step, SafeValue(branch), throw_always);
+        branch = DataItem(copy);
+    }
     return copy;
 }
 

@@ -1,5 +1,6 @@
 #include <memblock/core/subitem.h>
 
+#include <memblock/core/attempt_internal.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/core/subitem_internal.h>
 #include <memblock/serial/factory.h>
@@ -35,15 +36,25 @@ void DropHashes(MemBlock& object)
     object.SetSecondaryItem(MemBlock::key_md5_plain, {});
 }
 
-void DropCachedValues(MemBlock& object)
+// Do what flushes an object's cache, but for the transient container: that stays.
+template <class Change>
+bool KeepingTransient(MemBlock& object, Change&& change)
 {
-    if (!object.PimplIfAny())
-        return;
     DataItem transient;
-    bool const has_transient = object.ExistsSecondaryItem(MemBlock::key_transient, transient);
-    object.ContentHasBeenChanged();
+    bool const has_transient =
+        object.PimplIfAny() && object.ExistsSecondaryItem(MemBlock::key_transient, transient);
+    bool const done = change();
     if (has_transient)
         object.SetSecondaryItem(MemBlock::key_transient, transient);
+    return done;
+}
+
+void DropCachedValues(MemBlock& object)
+{
+    KeepingTransient(object, [&] {
+        object.ContentHasBeenChanged();
+        return true;
+    });
 }
 
 /// The walk of a write along a path. It reaches only objects that are owned along this path:
@@ -132,8 +143,10 @@ private:
         SafeValue arguments[] = {levels_.back().step, key_, static_cast<int>(from_system_key),
                                  value};
         MemBlock& parent = *levels_[levels_.size() - 2].object;
-        DataItem const answer = parent.DoVerb("chldchng", 4, arguments);
-        return answer.IsUndefined() || answer.GetInt() != 0;
+        return Attempt(handler_, [&] { // a parent may refuse by an exception
+            DataItem const answer = parent.DoVerb("chldchng", 4, arguments);
+            return answer.IsUndefined() || answer.GetInt() != 0;
+        });
     }
 
     // Two counts are the slot of the object above and this walk.
@@ -147,7 +160,9 @@ private:
             level.object.Conforms("xmlnode"))
             return true;
         PMemBlock const clone = level.object->Clone(true);
-        if (!set_step_(parent, level.step, clone, path_, handler_))
+        auto const store = [&] { return set_step_(parent, level.step, clone, path_, handler_); };
+        // The clone is equal to what it replaces: no change that a transient container ends with.
+        if (!(IsAttribute(level.step) ? store() : KeepingTransient(parent, store)))
             return false;
         level.object = clone;
         return true;

@@ -27,13 +27,13 @@ MemBlockVisitor::~MemBlockVisitor() {}
 int TraverseVisitor::Visit(safestring const& path, PMemBlock& block)
 {
     if (block)
-        block->Traverse(*this, TraverseNode(path));
+        block->Traverse(*this, reads_paths_ ? TraverseNode(path) : TraverseNode());
     return skip_children;
 }
 
 int TraverseVisitor::Visit(safestring const& path, DataItem& item)
 {
-    item.Traverse(*this, TraverseNode(path));
+    item.Traverse(*this, reads_paths_ ? TraverseNode(path) : TraverseNode());
     return skip_children;
 }
 
@@ -111,7 +111,7 @@ void MemUsageVisitor::VisitVData(TraverseNode const&, DataType type, void const*
 /// Notes all objects below one that outsiders reach.
 class DeepCopier::ExposureMarker : public MemBlockVisitor {
 public:
-    explicit ExposureMarker(DeepCopier& copier) : copier_(copier) {}
+    explicit ExposureMarker(DeepCopier& copier) : copier_(copier) { reads_paths_ = false; }
     using MemBlockVisitor::Visit;
     int Visit(safestring const&, PMemBlock& block) override
     {
@@ -129,6 +129,7 @@ private:
 DeepCopier::DeepCopier(MemBlock* root, safestring* report)
     : root_(root), table_(100), report_(report)
 {
+    reads_paths_ = report != nullptr;
 }
 
 int DeepCopier::Visit(safestring const& path, PMemBlock& block)

@@ -35,6 +35,12 @@ public:
     /// Tell if elements are read, so that arrays must be initialized before the visit.
     virtual bool NeedsValidData();
     virtual ~MemBlockVisitor();
+    /// Tell if paths are read. Where they are not, a walk starts them anew at each level: the paths
+    /// of a deep tree take memory with the square of its depth.
+    bool ReadsPaths() const { return reads_paths_; }
+
+protected:
+    bool reads_paths_ = true; ///< not a virtual function: plug-ins are built against the slots
 };
 
 /// A fuller walk with a start and an end event for each node, and data events in between.
@@ -61,7 +67,7 @@ public:
 /// Objects that conform to "xmlnode" are never marked.
 class MEMBLOCK_API SetConstVisitor : public MemBlockVisitor {
 public:
-    explicit SetConstVisitor(bool on) : on_(on) {}
+    explicit SetConstVisitor(bool on) : on_(on) { reads_paths_ = false; }
     using MemBlockVisitor::Visit;
     int Visit(safestring const& path, PMemBlock& block) override;
     bool NeedsValidData() override { return false; }
@@ -73,6 +79,7 @@ private:
 /// Counts bytes. What is met twice counts once, so shared objects and cycles are harmless.
 class MEMBLOCK_API MemUsageVisitor : public TraverseVisitor {
 public:
+    MemUsageVisitor() { reads_paths_ = false; }
     bool Enters(MemBlock& block) override; // at the first sight only
     bool NeedsValidData() override { return false; }
     using TraverseVisitor::VisitStart;

@@ -5,6 +5,7 @@
 #include <memblock/serial/loader_internal.h>
 #include <memblock/vector/vector.h>
 
+#include <algorithm>
 #include <dlfcn.h>
 
 namespace NKelmic {
@@ -25,9 +26,12 @@ void LogVersions(safestring const& libname, void* library)
 }
 
 // Creators, tables and the objects' own code live in the library.
-void KeepMapped(safestring const& libname, void const* address)
+void KeepMapped(safestring const& libname, std::span<ClassInfo const> table)
 {
-    if (void* const library = PinLibraryOf(address)) {
+    auto const row = std::ranges::find_if(table, &ClassInfo::creator);
+    if (row == table.end())
+        return;
+    if (void* const library = PinLibraryOf(reinterpret_cast<void const*>(row->creator))) {
         LogVersions(libname, library);
         dlclose(library); // gives back the count; the mapping stays
     }
@@ -62,8 +66,10 @@ MemBlockCreator MemBlockFactory::FindCreator(safestring const& classname)
 PMemBlock MemBlockFactory::GetInstance(safestring const& classname)
 {
     MemBlockCreator creator = FindCreator(classname);
-    if (!creator && LocateAndLoadClass(classname) == 0)
+    if (!creator) { // the loader may have brought the class whatever it answers
+        LocateAndLoadClass(classname);
         creator = FindCreator(classname);
+    }
     return creator ? creator() : PMemBlock();
 }
 
@@ -87,8 +93,7 @@ bool MemBlockFactory::RegisterMemBlockLibrary(safestring const& libname, ClassIn
             return false;
         }
     }
-    if (count > 0)
-        KeepMapped(libname, reinterpret_cast<void const*>(table->creator));
+    KeepMapped(libname, {table, static_cast<std::size_t>(std::max(count, 0))});
     Insert(table, count);
     return true;
 }

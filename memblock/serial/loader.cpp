@@ -79,14 +79,23 @@ safestring canonic(safestring const& name)
 void* GetSharedLibHandle(safestring const& name)
 {
     safestring const key = canonic(name);
-    boost::mutex::scoped_lock lock(CacheMutex());
-    if (auto const hit = so_cache().find(key); hit != so_cache().end())
-        return hit->second;
-    // The reference that dlopen takes is kept with the cached handle: it must not dangle.
+    {
+        boost::mutex::scoped_lock lock(CacheMutex());
+        if (auto const hit = so_cache().find(key); hit != so_cache().end())
+            return hit->second;
+    }
+    // Not under the lock: another thread may be inside dlopen, with the loader's own lock held,
+    // in a constructor that comes here.
     void* const handle = FindLoaded(name);
-    if (handle)
-        so_cache()[key] = handle;
-    return handle;
+    if (!handle)
+        return nullptr;
+    boost::mutex::scoped_lock lock(CacheMutex());
+    auto const [entry, fresh] = so_cache().try_emplace(key, handle);
+    void* const kept = entry->second;
+    lock.unlock();
+    if (!fresh) // The reference that dlopen takes is kept with the cached handle, and only there.
+        dlclose(handle);
+    return kept;
 }
 
 void* LoadSharedLib(safestring const& name, unsigned flags)

@@ -173,3 +173,17 @@ TEST(ContainerKeys, AttributeContainersComeIntoBeingWhenTheyAreAskedFor)
     EXPECT_RAISES(numbers->SetSubItem("@transient", 5, throw_always), 128,
                   "The @transient attribute must be a container instead of: 5 (integer)");
 }
+
+TEST(ContainerKeys, ACloneOnTheWayOfAWriteDoesNotEndTheTransientContainer)
+{
+    auto const shared = Container::Create();
+    auto const root = Container::Create();
+    root->Put(SafeValue(DataItem(shared)), "a");
+    ASSERT_TRUE(root->SetSubItem("@transient.k", 1, throw_always));
+    ASSERT_TRUE(root->SetSubItem("a.@sticky.x", 2, throw_always));
+    EXPECT_EQ(root->GetSubItem("a.@sticky.x", throw_always).GetInt(), 2);
+    EXPECT_TRUE(shared->GetSubItem("@sticky.x", throw_never).IsUndefined());
+    EXPECT_EQ(root->GetSubItem("@transient.k", throw_always).GetInt(), 1);
+    ASSERT_TRUE(root->SetSubItem("a.x", 2, throw_always));
+    EXPECT_TRUE(root->GetSubItem("@transient.k", throw_never).IsUndefined()) << "content changed";
+}

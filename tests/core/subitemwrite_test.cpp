@@ -229,8 +229,11 @@ TEST(SetSubItem, TheParentIsAskedBeforeAChildChanges)
                 return TestBlock::DoVerb(verb, argc, argv);
             asked = Text("%d %s %s %d %d", argc, argv[0].GetString(), argv[1].GetString(),
                          argv[2].GetInt(), argv[3].GetInt());
+            if (refuses)
+                Raise(err_kind, "not while I hold it");
             return answer;
         }
+        bool refuses = false;
         DataItem answer;
         safestring asked;
     };
@@ -251,6 +254,13 @@ TEST(SetSubItem, TheParentIsAskedBeforeAChildChanges)
     EXPECT_EQ(root->GetSubItem("a.x", throw_always).GetInt(), 3);
     EXPECT_EQ(child->items["x"].GetInt(), 1);
     EXPECT_FALSE(Child(DerivedPointer<TestBlock>(root), "a")->Flags() & MemBlock::mem_const);
+    root->refuses = true; // as a table does that holds the column
+    EXPECT_RAISES(root->SetSubItem("a.x", 4, throw_always), err_kind, "not while I hold it");
+    EXPECT_FALSE(root->SetSubItem("a.x", 4, throw_never));
+    root->refuses = false;
+    root->answer = "no number";
+    EXPECT_FALSE(root->SetSubItem("a.x", 4, throw_never));
+    EXPECT_EQ(root->GetSubItem("a.x", throw_always).GetInt(), 3);
     root->asked.clear();
     EXPECT_TRUE(root->SetSubItem("y", 3, throw_always));
     EXPECT_EQ(root->asked, "") << "no parent";

@@ -28,7 +28,7 @@ std::string OnFreshThread(Run run)
     return testing::internal::GetCapturedStderr();
 }
 
-constexpr char const* out_of_order =
+std::string const out_of_order =
     "Possible memory leak: Recursive heap block released out of order\n";
 
 } // namespace
@@ -99,7 +99,7 @@ TEST(ThreadAlloc, MisuseIsToldAndSurvived)
                   SingleThreadAlloced::Free(nullptr);
                   SingleThreadAlloced::Free(Take(8));
               }),
-              std::string(out_of_order) + out_of_order);
+              out_of_order + out_of_order);
     EXPECT_EQ(OnFreshThread([] {
                   void* const a = Take(8);
                   void* const b = Take(8);
@@ -107,7 +107,7 @@ TEST(ThreadAlloc, MisuseIsToldAndSurvived)
                   SingleThreadAlloced::Free(a);
                   SingleThreadAlloced::Free(b);
               }),
-              std::string(out_of_order) + out_of_order +
+              out_of_order + out_of_order +
                   "Program error: recursive heap block not present in the heap.\n");
     void* const mine = Take(8);
     EXPECT_EQ(OnFreshThread([&] { SingleThreadAlloced::Free(mine); }),

@@ -108,6 +108,14 @@ TEST(Plugin, ClassesAreLoadedOnDemandByTheAuxiliaryLoader)
     EXPECT_EQ(factory.LocateAndLoadClass("track"), 2);
 }
 
+TEST(Plugin, ConstructorsMayLookForLibrariesWhileOtherThreadsDo)
+{
+    void* const early = Load(PLUGEARLY); // hangs if two locks are taken in different orders
+    auto const done = reinterpret_cast<bool (*)()>(GetProcAddress(early, "LookedTwice"));
+    ASSERT_TRUE(done);
+    EXPECT_TRUE(done());
+}
+
 TEST(Plugin, IdentitiesAreReadFromTheLibraryItself)
 {
     void* const track = Load(PLUGTRACK);

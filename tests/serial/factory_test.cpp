@@ -47,6 +47,19 @@ TEST(Factory, LaterRegistrationsReplaceTheCreatorAndKeepTheName)
     EXPECT_EQ(std::string(list.c_str()).find("tWICE"), std::string::npos);
 }
 
+TEST(Factory, AClassThatTheLoaderBringsIsMadeWhateverItAnswers)
+{
+    MemBlockFactory& factory = MemBlock::Factory();
+    factory.SetAuxLoader([](safestring const& name) {
+        ClassInfo const table[] = {
+            {nullptr, nullptr}, {name.c_str(), []() -> PMemBlock { return TestBlock::Create(); }}};
+        RegisterMemBlockLibrary("test", table, 2);
+        return false;
+    });
+    EXPECT_TRUE(factory.GetInstance("late"));
+    factory.SetAuxLoader(nullptr);
+}
+
 TEST(Factory, ClassDescriptionsNeverThrow)
 {
     ClassInfo const table[] = {
