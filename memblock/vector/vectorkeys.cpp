@@ -2,6 +2,7 @@
 
 #include <memblock/base/number.h>
 #include <memblock/base/text.h>
+#include <memblock/core/attempt_internal.h>
 #include <memblock/core/keytable.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/imaging/numrange.h>
@@ -27,18 +28,6 @@ constexpr char const* list_short = "elemsize,factor,min,max,mean,median,stddev,"
 
 constexpr std::string_view slice_key = "@slice:";
 constexpr std::string_view insert_key = "@insert:";
-
-/// Do what may raise; a failure goes to the handler, and the answer is undefined or false.
-template <class Work>
-auto Attempt(ThrowHandlerFunc handler, Work&& work) -> decltype(work())
-{
-    try {
-        return work();
-    } catch (Exception const& e) {
-        Throw(e, handler);
-        return {};
-    }
-}
 
 // ---- reading
 
