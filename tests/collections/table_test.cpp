@@ -129,13 +129,15 @@ TEST(Table, ThatHoldsItselfHasAnEndAndOneOfWrongColumnsIsNoDanger)
     auto const outer = Table::Create("x", Ints({1}));
     auto const inner = Table::Create("y", DerivedPointer<Vector>(outer));
     outer->SetColumn("x", DerivedPointer<Vector>(inner));
-    auto const other = Table::Create(
-        "x", DerivedPointer<Vector>(Table::Create("y", DerivedPointer<Vector>(outer))));
+    auto const other = Table::Create("x", Ints({1}));
+    other->SetColumn("x",
+                     DerivedPointer<Vector>(Table::Create("y", DerivedPointer<Vector>(other))));
     safestring message;
     EXPECT_TRUE(outer->Consistent(message, true)) << message.c_str();
     EXPECT_FALSE(*outer == *other);
     EXPECT_TRUE(*outer == *outer);
     outer->Erase(0, 1);
+    other->Erase(0, 1);
 
     for (PMemBlock const& wrong : {PMemBlock(), PMemBlock(Container::Create())}) {
         auto const t = Sample();
