@@ -3,6 +3,8 @@
 #include <memblock/base/number.h>
 #include <memblock/base/raise.h>
 #include <memblock/base/text.h>
+#include <memblock/core/deepstack_internal.h>
+#include <memblock/vector/vectorforms_internal.h>
 
 #include <algorithm>
 #include <numeric>
@@ -74,12 +76,17 @@ DerivedPointer<Vector> Table::DoCloneSlice(unsigned int from, unsigned int to) c
 bool Table::Equals(MemBlock const& other) const
 {
     auto const* const o = dynamic_cast<Table const*>(&other);
-    if (!o || row_count_ != o->row_count_ || names_ != o->names_)
+    if (o == this)
+        return true;
+    if (!o || row_count_ != o->row_count_ || names_ != o->names_ || Length() != o->Length())
         return false;
-    for (int i = 0; i < ColumnCount(); ++i)
-        if (!(*Column(i) == *o->Column(i)))
-            return false;
-    return MemBlock::Equals(other);
+    if (BeingWritten::Is(*this))
+        return false; // it holds itself, and equals no other table
+    BeingWritten const mark(*this);
+    bool equal = true;
+    for (int i = 0; equal && i < ColumnCount(); ++i)
+        WithEnoughStack([&] { equal = *Column(i) == *o->Column(i); });
+    return equal && MemBlock::Equals(other);
 }
 
 // ---- columns
@@ -185,11 +192,11 @@ void Table::Erase(int first, int count)
 {
     if (!IsColumn(first) || count <= 0)
         return;
-    auto kept = names_;
-    auto const from = kept.begin() + first;
-    kept.erase(from, from + std::min(count, ColumnCount() - first));
-    Vector::Erase(first, count);
-    names_.swap(kept);
+    Vector::Erase(first, count);  // the names go along by `Rearrange` and `ResizeVector`
+    if (names_.size() > Length()) // unless there was no memory to make the array of columns smaller
+        names_.resize(Length());
+    if (Length() == 0)
+        row_count_ = -1;
 }
 
 void Table::DeleteColumn(int index)
@@ -205,22 +212,42 @@ void Table::DeleteColumn(safestring const& name)
 void Table::ResizeVector(unsigned long columns, bool, bool)
 {
     CheckNewLength(columns);
-    if (columns < Length()) {
+    if (columns <= Length() && columns <= names_.size()) { // nothing is made
         Vector::ResizeVector(columns, true, true);
         names_.resize(columns);
         if (columns == 0)
             row_count_ = -1;
+        return;
     }
-    int const rows = std::max(row_count_, 0);
-    for (int i = 0; Length() < columns; ++i)
+    // The array may be a new one, with columns that have no names yet.
+    auto names = names_;
+    for (int i = 0; names.size() < columns; ++i)
         if (safestring const name = DefaultColName(i); ColumnIndex(name) < 0)
-            SetColumn(name, Vector::Create(rows, Int, true, 0, 1.0));
+            names.push_back(name);
+    std::vector<PMemBlock> fresh(columns - Length());
+    for (PMemBlock& column : fresh)
+        column = Vector::Create(std::max(row_count_, 0), Int, true, 0, 1.0);
+    Vector::ResizeVector(columns, true, true);
+    if (!fresh.empty())
+        std::swap_ranges(fresh.begin(), fresh.end(), PMemoryPointer() + (columns - fresh.size()));
+    if (row_count_ < 0) {
+        auto const* const first = MemCast<Vector>(std::as_const(*this).PMemoryPointer()->Pointer());
+        row_count_ = first ? static_cast<int>(first->Length()) : 0;
+    }
+    names_.swap(names);
+}
+
+void Table::ShiftVector(int n)
+{
+    Vector::ShiftVector(n);
+    if (n > 0) // the fresh columns, which come last with their names, stand in front now
+        std::rotate(names_.begin(), names_.end() - n, names_.end());
 }
 
 void Table::Rearrange(int const* idx, unsigned int n, unsigned int newlen, ThrowHandlerFunc handler)
 {
     std::vector<bool> seen(Length());
-    bool each_once = n == Length() && newlen == n;
+    bool each_once = newlen == n;
     for (unsigned int k = 0; each_once && k < n; ++k) {
         each_once = IsColumn(idx[k]) && !seen[idx[k]];
         if (each_once)
@@ -353,8 +380,17 @@ bool Table::LengthsMatch() const
     });
 }
 
+bool Table::HasColumn(PMemBlock const& column) const
+{
+    PMemBlock const* const columns = PMemoryPointer();
+    return column && std::find(columns, columns + Length(), column) != columns + Length();
+}
+
 bool Table::Consistent(safestring& message, bool deep) const
 {
+    if (BeingWritten::Is(*this))
+        return true; // it holds itself, and is looked at further up
+    BeingWritten const mark(*this);
     auto const old_size = message.size();
     bool const base_ok = Vector::Consistent(message, false);
     if (names_.size() != Length())
@@ -381,7 +417,9 @@ bool Table::Consistent(safestring& message, bool deep) const
         if (static_cast<int>(vector->Length()) != row_count_)
             message += Text("Invalid column length %d, must be %d", vector->Length(), row_count_);
         safestring inner;
-        if (!vector->Consistent(inner, deep))
+        bool column_ok = false;
+        WithEnoughStack([&] { column_ok = vector->Consistent(inner, deep); });
+        if (!column_ok)
             message += Text("{{Column %d invalid: %s}} ", i, inner);
     }
     return base_ok && message.size() == old_size;

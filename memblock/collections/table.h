@@ -47,12 +47,14 @@ public:
     bool Equals(MemBlock const& other) const override;
     /// The own '@' keys come first, then the columns, then the keys of a vector.
     DataItem ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) const override;
-    /// Change the number of columns: the last ones go, or columns of zeros of type Int come.
+    /// Change the number of columns: the last ones go, or columns of zeros of type Int come, under
+    /// the first names of `DefaultColName` that are free.
     void ResizeVector(unsigned long columns, bool keep, bool init) override;
-    /// Put the columns, with their names, into another order.
+    /// Put the columns, with their names, into another order; those whose index is left out go.
     /// Throws: "Columns of a table can only be put into another order: %s".
     void Rearrange(int const* idx, unsigned int n, unsigned int newlen,
                    ThrowHandlerFunc handler) override;
+    void ShiftVector(int n) override;
 
 protected:
     PMemBlock DoClone(int mode) const override;
@@ -61,8 +63,9 @@ protected:
     safestring DoGetDescription() const override;
     /// Format 2 is the text form, 3 the HTML form; all others are those of a vector.
     ///
-    /// Options: "precision", the significant digits of floating numbers, 6 without it; "columns",
-    /// the names to be written, in their order. Linear in the number of cells.
+    /// Options: "precision", the significant digits of floating numbers, 6 without it; "quotemode",
+    /// how texts are quoted ahead of the quotes around them, see `QuoteByMode`, not at all without
+    /// it; "columns", the names to be written, in their order. Linear in the number of cells.
     /// Throws: "Column type not supported: %s"; "Could not serialize column %d, at row %d".
     void DoSerialize(int format, SerializeVisitor& v, safestring const& path,
                      Formatter const& formatter, safestring& output) const override;
@@ -140,6 +143,7 @@ private:
     void Store(int index, PMemBlock const& column);
     bool IsColumn(int index) const { return index >= 0 && index < ColumnCount(); }
     bool LengthsMatch() const;
+    bool HasColumn(PMemBlock const& column) const;
     void ColumnIsAboutToChange(SafeValue const* argv) const;
     std::vector<int> SelectColumns(Formatter const& formatter) const;
 
@@ -164,10 +168,11 @@ MEMBLOCK_API bool DataTypeFitting(int item_type, DataType elem_type);
 MEMBLOCK_API DataType FindCoverTypeForNonFittingType2(int item_type, DataType elem_type);
 
 /// The texts of a stretch of a column: cooked numbers in decimal, whole floating ones with ".0",
-/// texts between double quotes, with inner ones doubled.
-/// Throws: "Column type not supported: %s".
+/// texts, quoted by `QuoteByMode` unless the mode is 0, between double quotes, with inner ones
+/// doubled.
+/// Throws: "Column type not supported: %s"; 4096 "Quoting mode not supported: %d".
 MEMBLOCK_API void table_serialize_aux1(Vector const& column, std::vector<safestring>& strings,
-                                       int first, int count, int precision = 6);
+                                       int first, int count, int precision = 6, int quotemode = 0);
 
 } // namespace NKelmic
 

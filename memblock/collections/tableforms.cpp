@@ -39,8 +39,10 @@ safestring IntegerText(T value)
         return str(value);
 }
 
-safestring Quoted(safestring const& text)
+safestring Quoted(safestring text, int mode)
 {
+    if (mode != 0)
+        QuoteByMode(text, mode);
     safestring quoted = "\"";
     for (char const c : text)
         quoted.append(c == '"' ? 2 : 1, c);
@@ -109,13 +111,16 @@ int Precision(Formatter const& formatter)
     return told < 0 ? default_precision : told;
 }
 
-void SerializeText(Table const& t, std::vector<int> const& selected, int precision,
+void SerializeText(Table const& t, std::vector<int> const& selected, Formatter const& formatter,
                    safestring& output)
 {
+    int const precision = Precision(formatter);
+    int const mode = SafeValue(formatter.GetValue("quotemode", 0)).GetInt();
     ByBlocks(
         t.RowCount(), selected.size(),
         [&](std::size_t k, std::vector<safestring>& strings, int first, int count) {
-            table_serialize_aux1(cref(t.Column(selected[k])), strings, first, count, precision);
+            table_serialize_aux1(cref(t.Column(selected[k])), strings, first, count, precision,
+                                 mode);
         },
         [&](std::vector<std::vector<safestring>> const& strings, int row) {
             for (std::size_t k = 0; k < strings.size(); ++k) {
@@ -177,7 +182,7 @@ void SerializeHtml(Table const& t, std::vector<int> const& selected, int precisi
 } // namespace
 
 void table_serialize_aux1(Vector const& column, std::vector<safestring>& strings, int first,
-                          int count, int precision)
+                          int count, int precision, int quotemode)
 {
     int const length = static_cast<int>(column.Length());
     if (first < 0 || count < 0 || first > length || count > length - first)
@@ -188,7 +193,8 @@ void table_serialize_aux1(Vector const& column, std::vector<safestring>& strings
     if (column.ElemType() != Vector::String)
         Raise(err_kind, "Column type not supported: %s", column);
     safestring const* const texts = column.StringPointer();
-    std::transform(texts + first, texts + first + count, std::back_inserter(strings), Quoted);
+    std::transform(texts + first, texts + first + count, std::back_inserter(strings),
+                   [&](safestring const& text) { return Quoted(text, quotemode); });
 }
 
 std::vector<int> Table::SelectColumns(Formatter const& formatter) const
@@ -216,7 +222,7 @@ void Table::DoSerialize(int format, SerializeVisitor& v, safestring const& path,
     auto const start = output.size();
     try {
         if (format == Formatter::ser_ascii)
-            SerializeText(*this, SelectColumns(formatter), Precision(formatter), output);
+            SerializeText(*this, SelectColumns(formatter), formatter, output);
         else if (format == Formatter::ser_html)
             SerializeHtml(*this, SelectColumns(formatter), Precision(formatter), output);
         else

@@ -3,6 +3,7 @@
 #include <memblock/base/number.h>
 #include <memblock/base/raise.h>
 #include <memblock/base/text.h>
+#include <memblock/core/attempt_internal.h>
 #include <memblock/core/deepstack_internal.h>
 #include <memblock/core/keytable.h>
 #include <memblock/core/subitem.h>
@@ -90,18 +91,20 @@ bool SetNames(Table& t, SafeValue const& value, ThrowHandlerFunc)
     return true;
 }
 
-DataItem RefuseFactor(Table const&, ThrowHandlerFunc handler)
+[[noreturn]] DataItem RefuseFactor(Table const&, ThrowHandlerFunc)
 {
-    Report(handler, err_kind, "Table.factor subkey is not supported. Use Table[0].factor instead.");
-    return {};
+    Raise(err_kind, "Table.factor subkey is not supported. Use Table[0].factor instead.");
+}
+
+DataItem FullList(Table const& t, ThrowHandlerFunc handler)
+{
+    return KeyList(t, own_list, "!", handler);
 }
 
 // A word without '@' is written only: read, it is the name of a column or a key of a vector.
 constexpr KeyTable table_keys{std::to_array<Key<Table>>({
-    {"!",
-     [](Table const& t, ThrowHandlerFunc handler) -> DataItem {
-         return KeyList(t, own_list, "!", handler);
-     }},
+    {"", FullList},
+    {"!", FullList},
     {"*",
      [](Table const& t, ThrowHandlerFunc handler) -> DataItem {
          return KeyList(t, "", "*", handler);
@@ -116,7 +119,10 @@ constexpr KeyTable table_keys{std::to_array<Key<Table>>({
     {"@bottomrow",
      [](Table const& t, ThrowHandlerFunc) { return RowOrNothing(t, t.RowCount() - 1); }},
     {"@expression", [](Table const& t, ThrowHandlerFunc) -> DataItem { return t.GetExpression(); }},
-    {"@factor", RefuseFactor},
+    {"@factor", RefuseFactor,
+     [](Table& t, SafeValue const&, ThrowHandlerFunc handler) -> bool {
+         RefuseFactor(t, handler);
+     }},
     {"@appendrow", nullptr, AppendRowOrTable},
     {"@column_order", nullptr, SetOrder},
     {"column_order", nullptr, SetOrder},
@@ -181,17 +187,21 @@ safestring Table::GetExpression() const
 /// Asked before a script writes below a column; the arguments are column, key, flag and value.
 void Table::ColumnIsAboutToChange(SafeValue const* argv) const
 {
-    if (ColumnIndex(argv[0].GetString()) < 0 && !is_numeric(argv[0].GetString()))
+    DataItem const child = ResolveSubItem(argv[0].GetString(), throw_never);
+    if (child.GetType() != it_memblock || !HasColumn(child.GetMemory()))
         return; // an attribute or the like
     safestring const key = argv[1].GetString();
-    bool const inserts = key.size() > 8 && key.substr(0, 8) == "@insert:";
-    if (inserts || (IsLengthKey(key) && argv[3].GetInt() != row_count_))
+    bool const reshapes =
+        key.substr(0, 8) == "@insert:" || key == "empty_dimensions" || key == "@empty_dimensions";
+    if (reshapes || (IsLengthKey(key) && argv[3].GetInt() != row_count_))
         Raise(err_kind, "Cannot change the length of columns inside a table, change "
                         "table.@rowcount instead!");
 }
 
 DataItem Table::DoVerb(char const* verb, int argc, SafeValue* argv)
 {
+    if (!argv)
+        argc = 0;
     if (SameName(verb, "chldchng")) {
         if (argc >= 4)
             ColumnIsAboutToChange(argv);
@@ -208,7 +218,7 @@ DataItem Table::DoVerb(char const* verb, int argc, SafeValue* argv)
 DataItem Table::ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) const
 {
     if (auto const* const row = table_keys.Find(key); row && row->read)
-        return row->read(*this, handler);
+        return Attempt(handler, [&] { return row->read(*this, handler); });
     if (int const column = ColumnIndex(key); column >= 0)
         return Column(column);
     if (!key.empty() && key[0] != '@' && !is_alphanumeric(key)) {
@@ -227,12 +237,9 @@ bool Table::DoSetSubItem(safestring const& key, SafeValue const& value, safestri
     bool const own = row && row->write;
     if (!own && !key.empty() && key[0] == '@' && !is_alphanumeric(key))
         return Vector::DoSetSubItem(key, value, full_path, handler);
-    try {
+    return Attempt(handler, [&] {
         return own ? row->write(*this, value, handler) : SetColumnByName(*this, key, value);
-    } catch (Exception const& e) {
-        Throw(e, handler);
-        return false;
-    }
+    });
 }
 
 } // namespace NKelmic

@@ -117,8 +117,11 @@ public:
 
     void GrowColumns()
     {
-        for (int i = 0; i < old_columns_; ++i)
-            MakePrivate(i).ResizeVector(static_cast<unsigned long>(first_) + added_, true, true);
+        for (int i = 0; i < old_columns_; ++i) {
+            Vector& column = MakePrivate(i);
+            private_ = i + 1;
+            column.ResizeVector(static_cast<unsigned long>(first_) + added_, true, true);
+        }
         table_.row_count_ = first_ + added_;
     }
 
@@ -174,13 +177,14 @@ private:
         table_.ReplaceColumn(i, safestring(table_.names_[i]), converted);
     }
 
-    // Whatever is made smaller here belongs to this table alone, so nothing is allocated.
+    // Whatever is made smaller here belongs to this table alone, so nothing is allocated. Further
+    // columns have not been looked at: one that is null or no vector may have been the failure.
     void Undo()
     {
         table_.Erase(old_columns_, table_.ColumnCount() - old_columns_);
         for (; !replaced_.empty(); replaced_.pop_back())
             table_.PMemoryPointer()[replaced_.back().first] = replaced_.back().second;
-        for (int i = 0; i < old_columns_; ++i)
+        for (int i = 0; i < private_; ++i)
             if (Column(i).Length() > static_cast<unsigned int>(first_))
                 Column(i).Erase(first_, static_cast<int>(Column(i).Length()) - first_);
         table_.row_count_ = old_rows_;
@@ -192,6 +196,7 @@ private:
     int old_columns_;
     int first_;
     int added_;
+    int private_ = 0; ///< so many columns belong to this table alone
     bool committed_ = false;
     std::vector<std::pair<int, PMemBlock>> replaced_;
 };
@@ -275,10 +280,10 @@ void Table::AppendRows(Table const& other, bool add_columns)
                 continue;
             auto const source = other.Column(k);
             auto const column = growth.NewColumn(source->ElemType());
-            column->SetFactor(source->Factor());
-            for (int row = 0; row < added; ++row)
+            for (int row = 0; row < added; ++row) // raw: times and by the factor is not exact
                 column->SetElem(static_cast<unsigned int>(first + row),
-                                cref(source).GetDataItemWithFactor(row));
+                                cref(source).GetDataItem(row));
+            column->SetFactor(source->Factor());
             SetColumn(other.ColumnName(k), column);
         }
     }

@@ -37,11 +37,13 @@ int FindRow(FormatTag const* table, unsigned n, unsigned start, safestring const
 void ReadOption(OptionsBase& options, safestring const& word)
 {
     auto const equals = word.find('=');
+    safestring const name = Trimmed(word.substr(0, equals));
+    if (name == "fmt")
+        return; // the number of the format: no word chooses the script form, or none that there is
     if (equals != safestring::npos)
-        options.SetValue(Trimmed(word.substr(0, equals)),
-                         NumberOrText(Trimmed(word.substr(equals + 1))));
-    else if (word != "fmt") // a flag of this name would be taken for a format number
-        options.SetFlag(word, true);
+        options.SetValue(name, NumberOrText(Trimmed(word.substr(equals + 1))));
+    else
+        options.SetFlag(name, true);
 }
 } // namespace
 

@@ -41,6 +41,7 @@ public:
     virtual ~Formatter();
 
     /// Read format words: one of the formats ("xml"), options ("precision=3") and flags ("plot2d").
+    /// A word "fmt", with a value or without, is passed over.
     ///
     /// Returns whether a format was found. If not, or if two contradict each other, "fmt" becomes
     /// the text "ascii", the error of `FindTag` goes to the handler, and the options are still

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <numeric>
 #include <typeinfo>
 #include <utility>
 #include <vector>
@@ -55,6 +56,15 @@ void Gather(T* __restrict dst, T const* __restrict src, int const* __restrict id
 {
     for (unsigned int k = 0; k < n; ++k)
         dst[k] = src[idx[k]];
+}
+
+void KeepAllBut(Vector& v, unsigned int from, unsigned int count)
+{
+    std::vector<int> kept(v.Length() - count);
+    std::iota(kept.begin(), kept.begin() + from, 0);
+    std::iota(kept.begin() + from, kept.end(), static_cast<int>(from + count));
+    auto const n = static_cast<unsigned int>(kept.size());
+    v.Rearrange(kept.data(), n, n, throw_always);
 }
 
 } // namespace
@@ -166,6 +176,8 @@ void Vector::Erase(int pos, int count)
         return;
     unsigned int const gone = std::min(static_cast<unsigned int>(count), length - from);
     CheckNewLength(length - gone);
+    if (ElemType() == PMemory && from + gone < length) // a class may keep names beside its objects
+        return KeepAllBut(*this, from, gone);
     if (IsObject(ElemType())) {
         WithElemType<ObjectTypes>(
             ElemType(), "Function move_range_to_end_by_swap not implemented for data type '%s'",

@@ -2,6 +2,7 @@
 
 #include "container_fixture.h"
 
+#include <support/failing_alloc.h>
 #include <support/raises.h>
 #include <support/vectors.h>
 
@@ -97,6 +98,69 @@ TEST(Table, KeepsNamesAndColumnsTogetherInEveryChangeOfItsStructure)
     EXPECT_STREQ(Expression(t).c_str(),
                  "tbl(a=vec(1,2,3),b=vec(0.5,1.5,2.5),c=vec(\"x\",\"y\",\"z\"),D=vec(0,0,0))");
     EXPECT_ANY_THROW(t->SetElemType(Vector::Int, true, false));
+    // As a vector, too: who knows no table takes the names along.
+    Vector& plain = *t;
+    plain.Erase(1, 1);
+    EXPECT_STREQ(t->GetDescription().c_str(), "Table, 3 rows, 3 cols: a, c, D");
+    plain.ShiftVector(-1);
+    plain.ShiftVector(1);
+    t->SetColumn("0", Ints({7, 8, 9}));
+    EXPECT_STREQ(Expression(t).c_str(), "tbl(A=vec(7,8,9),c=vec(\"x\",\"y\",\"z\"),D=vec(0,0,0))");
+    plain.SetTypedChunk(cref(Objects({Ints({1, 2, 3})})).Chunk());
+    EXPECT_STREQ(Expression(t).c_str(), "tbl(A=vec(1,2,3))");
+    plain.Erase(0, 9);
+    plain.SetTypedChunk(cref(Objects({Ints({1}), Ints({2})})).Chunk());
+    EXPECT_STREQ(Expression(t).c_str(), "tbl(A=vec(1),B=vec(2))");
+    for (unsigned n = 1;; ++n) {
+        memtest::FailAllocations const fail(n);
+        try {
+            plain.ResizeVector(5, true, true);
+        } catch (std::exception const&) {
+            EXPECT_EQ(t->ColumnCount(), 2);
+        }
+        if (!fail.Failed())
+            break;
+    }
+    EXPECT_STREQ(t->GetDescription().c_str(), "Table, 1 rows, 5 cols: A, B, C, D, E");
+}
+
+TEST(Table, ThatHoldsItselfHasAnEndAndOneOfWrongColumnsIsNoDanger)
+{
+    auto const outer = Table::Create("x", Ints({1}));
+    auto const inner = Table::Create("y", DerivedPointer<Vector>(outer));
+    outer->SetColumn("x", DerivedPointer<Vector>(inner));
+    auto const other = Table::Create("x", Ints({1}));
+    other->SetColumn("x",
+                     DerivedPointer<Vector>(Table::Create("y", DerivedPointer<Vector>(other))));
+    safestring message;
+    EXPECT_TRUE(outer->Consistent(message, true)) << message.c_str();
+    EXPECT_FALSE(*outer == *other);
+    EXPECT_TRUE(*outer == *outer);
+    outer->Erase(0, 1);
+    other->Erase(0, 1);
+
+    for (PMemBlock const& wrong : {PMemBlock(), PMemBlock(Container::Create())}) {
+        auto const t = Sample();
+        t->SetElem(1, wrong);
+        EXPECT_ANY_THROW(t->AppendRow(*Cnt("a", 1), true, true));
+        EXPECT_ANY_THROW(t->AppendRows(*Sample(), true));
+        EXPECT_EQ(t->Column(0)->Length(), 3u);
+        for (char const* key : {"@toprow", "@expression"})
+            EXPECT_TRUE(t->ResolveSubItem(key, throw_never).IsUndefined());
+        EXPECT_FALSE(t->Consistent(message, true));
+    }
+}
+
+TEST(Table, DescribesASparseMatrix)
+{
+    auto const t = Table::Create("Left", Ints({0}), "Right", Ints({1}), "Value", Floats({2}));
+    t->SetSubItem("@sticky.is_sparsematrix", 1, throw_always);
+    EXPECT_STREQ(t->GetDescription().c_str(), "Sparse matrix ?x? of type float");
+    t->SetSubItem("@sticky.max_size", DataItem(Ints({3, 4})), throw_always);
+    EXPECT_STREQ(t->GetDescription().c_str(), "Sparse matrix 3x4 of type float");
+    t->DeleteColumn("left");
+    EXPECT_STREQ(t->GetDescription().c_str(),
+                 "Sparse matrix: invalid (Left or Right column is missing)");
 }
 
 TEST(TableRows, FitTypesAsTheMappingTells)
@@ -144,6 +208,11 @@ TEST(TableRows, GrowAllColumnsAndWidenOrAddThemForTheirValues)
         "\"x\",\"y\",\"z\",\"\"),d=vec(nan,nan,nan,nan,nan,nan,1.5),e=vec(0,0,0,0,0,0,8),"
         "f=vec(0,0,0,0,0,0,7))");
 
+    // 29 * 0.01 / 0.01 is below 29.
+    auto const scaled = Table::Create();
+    scaled->AppendRows(*Table::Create("p", Bytes({29}, 0.01)), true);
+    EXPECT_EQ(TextOf(scaled->Column(0)), "29");
+
     auto const empty = Table::Create();
     empty->AppendRow(*Cnt("x", 1, "y", 2.5), true, true);
     EXPECT_STREQ(Expression(empty).c_str(), "tbl(x=vec(1),y=vec(2.5))");
@@ -172,6 +241,8 @@ TEST(TableKeys, TellOfColumnsAndRows)
     EXPECT_EQ(Read(t, "@columncount").GetInt(), 3);
     EXPECT_EQ(Read(t, "@ROWCOUNT").GetInt(), 3);
     EXPECT_EQ(Read(t, "@length").GetInt(), 3);
+    EXPECT_STREQ(Read(t, "@rowrange").GetDescription().c_str(), "[0..3)");
+    EXPECT_STREQ(Read(Table::Create(), "@rowrange").GetDescription().c_str(), "[0..0)");
     EXPECT_STREQ(Read(t, "@columns").GetExpression().c_str(), "vec(\"a\",\"b\",\"c\")");
     EXPECT_STREQ(Read(t, "@toprow").GetExpression().c_str(), "cnt(@a@=1,@b@=0.5,@c@=\"x\")");
     EXPECT_STREQ(Read(t, "@bottomrow.c").GetString().c_str(), "z");
@@ -220,6 +291,13 @@ TEST(TableKeys, ChangeTheTable)
         {"p.length", 7,
          "Cannot change the length of columns inside a table, change table.@rowcount instead!"},
         {"size", -1, "Number of table rows cannot be negative: -1"},
+        {"q r.length", 7,
+         "Cannot change the length of columns inside a table, change table.@rowcount instead!"},
+        {"_0.@insert:0", 7,
+         "Cannot change the length of columns inside a table, change table.@rowcount instead!"},
+        {"p.empty_dimensions", "3,4",
+         "Cannot change the length of columns inside a table, change table.@rowcount instead!"},
+        {"@factor", 2, "Table.factor subkey is not supported. Use Table[0].factor instead."},
     };
     safestring const before = Expression(t);
     for (auto const& c : refused) {

@@ -69,6 +69,9 @@ TEST(TableForms, TextHasARowALineWithTabsBetween)
     EXPECT_STREQ(Form(*Sample(), "ascii;columns=real, byte").c_str(),
                  "before|-3.0\t-1\n0.333333\t2\n");
     EXPECT_STREQ(Form(*Table::Create(), "ascii").c_str(), "before|");
+    auto const texts = Table::Create("t", Texts({"a\n\"b"}));
+    EXPECT_STREQ(Form(*texts, "ascii;quotemode=3").c_str(), "before|\"a\"\"b\"\n");
+    EXPECT_RAISES(Form(*texts, "ascii;quotemode=9"), 4096, "Quoting mode not supported: 9");
     auto const objects = Table::Create("o", Objects({Ints({1})}));
     EXPECT_RAISES(Form(*objects, "ascii"), 128,
                   "Column type not supported: Vector of 1 elements of type memblock");

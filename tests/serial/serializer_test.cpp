@@ -32,7 +32,8 @@ TEST(Formatter, EveryWordNamesItsFormat)
 TEST(Formatter, OptionsAreReadBesideTheFormat)
 {
     Formatter formatter;
-    EXPECT_TRUE(Init(formatter, "precision=3|xml|  Sep=;| a = b c |half=.5||plot2d |e=1e3", '|'));
+    EXPECT_TRUE(Init(formatter,
+                     "precision=3|fmt=7|xml| FMT |  Sep=;| a = b c |half=.5||plot2d |e=1e3", '|'));
     EXPECT_EQ(formatter.GetValue("precision", {}).GetType(), it_int);
     EXPECT_EQ(formatter.GetValue("precision", {}).GetInt(), 3);
     EXPECT_EQ(formatter.GetValue("sep", {}).GetString(), ";");
@@ -42,6 +43,7 @@ TEST(Formatter, OptionsAreReadBesideTheFormat)
     EXPECT_TRUE(formatter.HasOption(Formatter::opt_plot2d));
     EXPECT_FALSE(formatter.HasOption(Formatter::opt_line));
     EXPECT_FALSE(formatter.GetFlag("xml", false)) << "a format word is no flag";
+    EXPECT_EQ(formatter.FormatNumber(), Formatter::ser_xml) << "fmt=7 chooses nothing";
     for (int option : {-1, 10})
         EXPECT_RAISES(formatter.HasOption(Formatter::options_t(option)), err_kind,
                       Text("Formatter::HasOption(): unknown option value: %d", option));

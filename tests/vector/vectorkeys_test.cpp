@@ -1,4 +1,3 @@
-#include <memblock/core/keytable.h>
 #include <memblock/core/visitor.h>
 #include <memblock/serial/warning.h>
 #include <memblock/vector/vector.h>
@@ -32,24 +31,6 @@ DataItem Do(DerivedPointer<Vector> const& v, char const* verb, std::vector<SafeV
 }
 
 } // namespace
-
-TEST(VectorKeys, EveryNameOfTheListsCanBeRead)
-{
-    MemBlock_DoVerb("set_calldistributionfunc",
-                    DataItem(reinterpret_cast<void*>(
-                        +[](PMemBlock, int, bool) -> PMemBlock { return Vector::Create(); })));
-    DerivedPointer<Vector> const vectors[] = {Bytes({1, 2, 3}), Doubles({1.5}, 2.0),
-                                              Triples({5u, 6u})};
-    for (auto const& v : vectors)
-        for (char const* list : {"", "!", "*"})
-            AnyKeyOfList(Read(v, list).GetString(), [&](KeyListEntry const& entry) {
-                safestring const name(entry.name.data(), entry.name.size());
-                bool const open = name == "@sticky" || name == "@transient";
-                EXPECT_TRUE(open || Read(v, name.c_str()).IsDefined()) << name.c_str();
-                return false;
-            });
-    MemBlock_DoVerb("set_calldistributionfunc", DataItem(static_cast<void*>(nullptr)));
-}
 
 TEST(VectorKeys, TheListsAreWholeTexts)
 {
