@@ -4,6 +4,7 @@
 #include <measure/options.h>
 #include <measure/picture.h>
 #include <measure/report.h>
+#include <measure/reportpage.h>
 #include <measure/tables.h>
 
 #include <iostream>
@@ -53,17 +54,34 @@ private:
         for (Page page; reader.Next(page); page = Page())
             pages.push_back(std::move(page));
         int number = 0;
+        std::vector<Section> sections;
         for (auto const& plane : PlanesOf(std::move(pages))) {
             auto const objects = ObjectsOf(cref(plane));
             auto const table = ObjectTable(cref(plane), cref(objects));
             if (options_.objects.zones)
                 AddZones(*table.Pointer(), cref(plane), ZonesOf(cref(plane), cref(objects)));
+            ++number;
             bool const plain = options_.format.empty() || options_.format == "text";
             if (plain)
-                std::cout << name << ", page " << ++number << ", " << table->RowCount()
+                std::cout << name << ", page " << number << ", " << table->RowCount()
                           << " objects\n";
             PrintTable(std::cout, cref(table), plain ? "text" : options_.format);
+            if (!options_.report.empty())
+                sections.push_back({"page " + std::to_string(number), plane, objects, table,
+                                    ShownThreshold(cref(plane))});
         }
+        if (!options_.report.empty())
+            WriteReport(options_.report,
+                        options_.files.empty() ? "picture.html" : ReportName(options_.files, name),
+                        name, sections);
+    }
+
+    /// None where the objects come from another picture.
+    std::optional<double> ShownThreshold(NKelmic::Image const& plane) const
+    {
+        if (!options_.objects.labels.empty())
+            return std::nullopt;
+        return ThresholdOf(plane, options_.objects);
     }
 
     NKelmic::DerivedPointer<NKelmic::Stencil> ObjectsOf(NKelmic::Image const& plane) const

@@ -25,17 +25,6 @@ DerivedPointer<Image> Wrap(Page& page)
                          static_cast<unsigned>(page.height), page.type, 1.0);
 }
 
-/// Call `work` with the pixels of a picture, which have 8 or 16 bits.
-template <class Work>
-auto WithPixels(Image const& picture, Work&& work)
-{
-    if (picture.ElemType() == DataTypeBase::Byte)
-        return work(picture.BytePointer());
-    if (picture.ElemType() == DataTypeBase::UnsignedShort)
-        return work(picture.UnsignedShortPointer());
-    throw ReadError("has pixels of an unsupported kind");
-}
-
 template <class T>
 DerivedPointer<Image> AverageOf(Page const& page)
 {
@@ -158,12 +147,18 @@ std::vector<DerivedPointer<Image>> PlanesOf(std::vector<Page>&& pages)
     return planes;
 }
 
+double ThresholdOf(Image const& picture, ObjectOptions const& options)
+{
+    if (options.threshold)
+        return *options.threshold;
+    return WithPixels(picture, [&](auto const* p) { return Otsu(p, picture.Length()); });
+}
+
 DerivedPointer<Stencil> FindObjects(Image const& picture, ObjectOptions const& options)
 {
     unsigned long const count = picture.Length();
     auto const mask = WithPixels(picture, [&](auto const* pixels) {
-        double const threshold = options.threshold ? *options.threshold : Otsu(pixels, count);
-        return Foreground(pixels, picture.width(), picture.height(), threshold);
+        return Foreground(pixels, picture.width(), picture.height(), ThresholdOf(picture, options));
     });
     std::vector<unsigned> labels(count);
     unsigned const objects = LabelObjects(mask, picture.width(), options.neighbours, labels);

@@ -16,6 +16,21 @@ namespace measure {
 /// rounded average; the pages of a stack, all of one size and type, as planes of a data cube.
 std::vector<NKelmic::DerivedPointer<NKelmic::Image>> PlanesOf(std::vector<Page>&& pages);
 
+/// Call `work` with the pixels of a picture, which have 8 or 16 bits.
+/// Throws: ReadError for others.
+template <class Work>
+auto WithPixels(NKelmic::Image const& picture, Work&& work)
+{
+    if (picture.ElemType() == NKelmic::DataTypeBase::Byte)
+        return work(picture.BytePointer());
+    if (picture.ElemType() == NKelmic::DataTypeBase::UnsignedShort)
+        return work(picture.UnsignedShortPointer());
+    throw ReadError("has pixels of an unsupported kind");
+}
+
+/// The value that objects lie above: the one of the options, or Otsu's.
+double ThresholdOf(NKelmic::Image const& picture, ObjectOptions const& options);
+
 /// Find the objects of a picture: pixels above the threshold that touch, but for those in the
 /// one-pixel frame. Numbered by their first pixels.
 NKelmic::DerivedPointer<NKelmic::Stencil> FindObjects(NKelmic::Image const& picture,

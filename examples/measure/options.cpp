@@ -23,6 +23,7 @@ char const* const usage_text =
     "  --and=FILE    with --objects: keep of each what is not 0 in this picture\n"
     "  --zones       with --objects: also the pixels up to, and above, each object's mean\n"
     "  --labels=FILE with --objects: take them from this picture, pixel k marks object k\n"
+    "  --report=DIR  --objects, and a page to look at of each FILE: DIR/FILE.html\n"
     "  --help        print this text\n"
     "\n"
     "Minimum and maximum come with the lowest index that reaches them (x + y * width).\n"
@@ -94,6 +95,14 @@ bool SetObjectOption(ObjectOptions& objects, std::string const& name, std::strin
     return true;
 }
 
+void SetReport(Options& options, std::string const& folder)
+{
+    if (folder.empty())
+        throw UsageError("--report takes a folder");
+    options.report = folder;
+    options.objects.wanted = true;
+}
+
 bool SetOption(Options& options, std::string const& name, std::string const& value)
 {
     if (SetObjectOption(options.objects, name, value))
@@ -106,6 +115,8 @@ bool SetOption(Options& options, std::string const& name, std::string const& val
         options.policies.inf = ReadPolicy(name, value);
     else if (name == "--format")
         options.format = ReadFormat(value);
+    else if (name == "--report")
+        SetReport(options, value);
     else
         return false;
     return true;

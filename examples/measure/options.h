@@ -33,6 +33,7 @@ struct Options {
     Policies policies;
     std::string format; ///< "text", "html" or "xml" for a table; empty for lines to read
     ObjectOptions objects;
+    std::string report; ///< a folder for pages to look at; empty: none
     bool help = false;
 };
 

@@ -8,6 +8,14 @@ using namespace NKelmic;
 
 namespace {
 
+Formatter FormatterOf(std::string const& form)
+{
+    Formatter formatter;
+    safestring const words = form == "text" ? "ascii,precision=12" : "html,precision=12";
+    formatter.Init(safestringlist(words, ','), throw_always);
+    return formatter;
+}
+
 safestring RowsAsXml(Table const& table, SerializeVisitor& visitor, Formatter const& formatter)
 {
     safestring text = "<table>\n";
@@ -57,28 +65,30 @@ DerivedPointer<Table> PageTable(RowTable const& rows)
     return rows.Get();
 }
 
-void PrintTable(std::ostream& out, Table const& table, std::string const& form)
+std::string TableForm(Table const& table, std::string const& form)
 {
-    Formatter formatter;
-    safestring const words = form == "text" ? "ascii,precision=12" : "html,precision=12";
-    formatter.Init(safestringlist(words, ','), throw_always);
     SerializeVisitor visitor;
     safestring text;
+    Formatter const formatter = FormatterOf(form);
+    table.Serialize(formatter.FormatNumber(), visitor, "table", formatter, text);
+    return text.c_str();
+}
+
+void PrintTable(std::ostream& out, Table const& table, std::string const& form)
+{
     if (form == "xml") {
-        text = RowsAsXml(table, visitor, formatter);
-    } else {
-        if (form == "text") // the form itself has no line of names
-            for (int i = 0; i < table.ColumnCount(); ++i)
-                text += (i > 0 ? "\t" : "") + table.ColumnName(i) +
-                        (i + 1 == table.ColumnCount() ? "\n" : "");
-        table.Serialize(formatter.FormatNumber(), visitor, "table", formatter, text);
-    }
-    if (form == "html")
+        SerializeVisitor visitor;
+        out << RowsAsXml(table, visitor, FormatterOf(form)).c_str();
+    } else if (form == "html") {
         out << "<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\"><title>measure</title></head>"
                "<body>\n"
-            << text.c_str() << "</body></html>\n";
-    else
-        out << text.c_str();
+            << TableForm(table, form) << "</body></html>\n";
+    } else { // the form itself has no line of names
+        for (int i = 0; i < table.ColumnCount(); ++i)
+            out << (i > 0 ? "\t" : "") << table.ColumnName(i).c_str()
+                << (i + 1 == table.ColumnCount() ? "\n" : "");
+        out << TableForm(table, form);
+    }
 }
 
 } // namespace measure

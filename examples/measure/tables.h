@@ -31,6 +31,9 @@ NKelmic::DerivedPointer<NKelmic::Container> PageRow(std::string const& file, int
 /// The table of all page rows, with its columns in the order of reading.
 NKelmic::DerivedPointer<NKelmic::Table> PageTable(RowTable const& rows);
 
+/// A table in the library's own text or HTML form ("text", "html"), with 12 digits.
+std::string TableForm(NKelmic::Table const& table, std::string const& form);
+
 /// Write a table in one of the library's own forms: "text", a line a row below a line of names;
 /// "html", a page; "xml", a row element a row.
 void PrintTable(std::ostream& out, NKelmic::Table const& table, std::string const& form);

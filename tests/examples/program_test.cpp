@@ -1,36 +1,16 @@
+#include "program.h"
+
 #include <support/testdata.h>
 
-#include <cstdio>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <string>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
 namespace {
 
 namespace fs = std::filesystem;
-
-struct Outcome {
-    int status;
-    std::string text; ///< standard output and standard error as they came
-};
-
-/// Run the program; `arguments` go through the shell.
-/// What the shell is told where only the messages are looked at.
-constexpr char errors[] = "2>&1 >/dev/null";
-
-Outcome RunMeasure(std::string const& arguments, char const* output = "2>&1")
-{
-    std::string const command = "'" MEASURE_PROGRAM "' " + arguments + " " + output;
-    std::FILE* const pipe = popen(command.c_str(), "r");
-    Outcome outcome{-1, ""};
-    for (int c = std::getc(pipe); c != EOF; c = std::getc(pipe))
-        outcome.text += static_cast<char>(c);
-    outcome.status = WEXITSTATUS(pclose(pipe));
-    return outcome;
-}
 
 class MeasureProgram : public testing::Test {
 protected:
