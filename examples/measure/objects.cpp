@@ -1,9 +1,9 @@
 #include <measure/objects.h>
 
+#include <measure/images.h>
 #include <measure/segment.h>
 #include <memblock/base/alloc.h>
 #include <memblock/core/options.h>
-#include <memblock/imaging/datacube.h>
 
 #include <algorithm>
 #include <cmath>
@@ -13,17 +13,6 @@ namespace measure {
 using namespace NKelmic;
 
 namespace {
-
-void Release(void* bytes)
-{
-    delete[] static_cast<unsigned char*>(bytes);
-}
-
-DerivedPointer<Image> Wrap(Page& page)
-{
-    return Image::Create(page.bytes.release(), Release, static_cast<unsigned>(page.width),
-                         static_cast<unsigned>(page.height), page.type, 1.0);
-}
 
 template <class T>
 DerivedPointer<Image> AverageOf(Page const& page)
@@ -40,28 +29,9 @@ DerivedPointer<Image> AverageOf(Page const& page)
 DerivedPointer<Image> ImageOf(Page& page)
 {
     if (page.samples == 1)
-        return Wrap(page);
+        return GreyImage(page);
     return page.type == DataTypeBase::Byte ? AverageOf<unsigned char>(page)
                                            : AverageOf<unsigned short>(page);
-}
-
-bool IsStack(std::vector<Page> const& pages)
-{
-    auto const like_first = [&](Page const& page) {
-        return page.samples == 1 && page.type == pages[0].type && page.width == pages[0].width &&
-               page.height == pages[0].height;
-    };
-    return pages.size() > 1 && std::all_of(pages.begin(), pages.end(), like_first);
-}
-
-DerivedPointer<DataCube> CubeOf(std::vector<Page>& pages)
-{
-    auto const cube =
-        DataCube::Create(static_cast<int>(pages[0].width), static_cast<int>(pages[0].height),
-                         static_cast<int>(pages.size()), pages[0].type, 1.0);
-    for (std::size_t z = 0; z < pages.size(); ++z)
-        cube->ReplacePlane(static_cast<int>(z), Wrap(pages[z]));
-    return cube;
 }
 
 template <class T>
