@@ -99,14 +99,18 @@ void EncodeXmlEntities(char const* text, int length, safestring& output)
 unsigned long find_smart_skip_brackets_and_parens(safestring const& text, safestring const& what,
                                                   unsigned long position)
 {
-    if (position > text.size())
+    unsigned long const size = text.size();
+    char const* const bytes = text.data();
+    if (position > size)
         return safestring::npos;
     unsigned long depth = 0;
-    for (unsigned long i = position; i + what.size() <= text.size(); ++i) {
-        if (depth == 0 &&
-            safestring_traits::compare(text.data() + i, what.data(), what.size()) == 0)
+    for (unsigned long i = position; i + what.size() <= size; ++i) {
+        char const c = bytes[i]; // a null behind the text
+        bool const may_begin = what.empty() || safestring_traits::eq(c, what[0]);
+        if (depth == 0 && may_begin &&
+            (what.size() == 1 ||
+             safestring_traits::compare(bytes + i, what.data(), what.size()) == 0))
             return i;
-        char const c = i < text.size() ? text[i] : '\0';
         if (c == '[' || c == '(')
             ++depth;
         else if ((c == ']' || c == ')') && depth > 0)

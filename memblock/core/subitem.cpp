@@ -36,7 +36,7 @@ public:
     DataItem Run()
     {
         for (;;) {
-            auto const dot = find_smart_skip_brackets_and_parens(path_, ".", position_);
+            auto const dot = find_smart_skip_brackets_and_parens(path_, mark_, position_);
             if (dot == safestring::npos)
                 return Finish(ResolveLast());
             DataItem const item =
@@ -67,7 +67,7 @@ private:
     PMemBlock EnterScalar(DataItem const& item)
     {
         if (!StandsAsVector(item) ||
-            find_smart_skip_brackets_and_parens(path_, ".", position_) == safestring::npos)
+            find_smart_skip_brackets_and_parens(path_, mark_, position_) == safestring::npos)
             return {};
         if (scalar_.IsUndefined()) {
             scalar_ = item;
@@ -87,6 +87,7 @@ private:
     MemBlock const* current_;
     PMemBlock held_; // keeps `current_`, once that is not the start
     safestring const& path_;
+    safestring const mark_ = "."; // between two steps
     safestring::size_type position_ = 0;
     ThrowHandlerFunc handler_;
     ThrowHandlerFunc step_handler_;
