@@ -170,7 +170,8 @@ void VectorOperation::EqualizeFactors()
     y_.EnsureFactor(x_->Factor());
 }
 
-/// Bits, shifts, remainders and coordinates are those of the cooked values.
+/// Bits, shifts, remainders and coordinates are those of the cooked values. Settled: under
+/// "no_factor" too, since callers combine raw values with the other operators alone.
 void VectorOperation::DropFactors()
 {
     if (!IsOneOf(op_, "~aoxlrp"))
@@ -226,7 +227,8 @@ void VectorOperation::RunOnFloats()
     y_.Convert(type);
     if (by_operator_ != no_request)
         type = by_operator_;
-    if (requested_ != no_request && TypedChunk::SizeOf(requested_) > TypedChunk::SizeOf(type))
+    // A type that does not exist is refused by the conversion at the end.
+    if (IsInSet<AllTypes>(requested_) && TypedChunk::SizeOf(requested_) > TypedChunk::SizeOf(type))
         type = requested_;
     MakeResult(type);
     DispatchFloats();

@@ -127,6 +127,16 @@ TEST(VectorOp, OptionsSteerSubtractionAndDivision)
     EXPECT_EQ(Raw(guarded), (std::vector<double>{255, 5})); // not the 32767 of Short
 }
 
+TEST(VectorOp, AResultTypeThatDoesNotExistIsRefusedByNumbersOfAnyKind)
+{
+    for (DataType const type : {Vector::Byte, Vector::Float, Vector::Double})
+        for (int wanted : {-5, 12, 99})
+            EXPECT_RAISES(Op('+', Make(type, {2}), Make(type, {3}),
+                             Options({{"fixed_result_type", 1}, {"result_type", wanted}})),
+                          err_kind,
+                          "Conversion not supported: " + Make(type, {5})->GetDescription());
+}
+
 TEST(VectorOp, ModuloReportsZeroDivisorsInItsOptions)
 {
     op_options const options;
