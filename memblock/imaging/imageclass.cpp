@@ -6,6 +6,8 @@
 #include <memblock/serial/warning.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
+#include <utility>
+
 namespace NKelmic {
 
 namespace {
@@ -137,6 +139,11 @@ void Image::SetElemType(DataType type, bool contents, bool keep_factor)
             TypeToString(type));
     if (type == ElemType() || type == NoType)
         return;
+    if (type == Triple && contents && Length() > 0) {
+        // Made aside: colours have no factor, and to be rid of it may be refused.
+        auto const colours = std::as_const(*this).ConvertElemsToType(type, true, keep_factor);
+        return InstallConverted(cref(colours).Chunk(), 1.0);
+    }
     ElemTypeChange change(*this);
     Vector::SetElemType(type, contents, keep_factor);
     change.Finish();

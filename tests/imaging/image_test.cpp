@@ -54,6 +54,21 @@ TEST(Image, LengthAndSizesFollowEachOther)
     EXPECT_EQ(cref(image).CloneSlice(1, 1)->Length(), 0u);
 }
 
+TEST(Image, AFactorThatColoursCannotTakeLeavesTheImageAsItWas)
+{
+    auto image = Picture<int>(2, 1, {1, 255}, 100.0);
+    image->SetEdgeWidth(1);
+    safestring const before = image->GetDescription();
+    EXPECT_THROW(image->SetElemType(Vector::Triple, true, true), Exception);
+    EXPECT_EQ(image->GetDescription(), before);
+    EXPECT_EQ(TextOf(image), "1 255");
+    image->EnsureFactor(1.0);
+    image->SetElemType(Vector::Triple, true, true);
+    EXPECT_EQ(image->GetDescription(), "Visual color image 2x1");
+    EXPECT_EQ(image->GetEdgeWidth(), 1);
+    EXPECT_EQ(cref(image).TriplePointer()[1], 25500u);
+}
+
 TEST(Image, EachClassHasItsDescriptionAndNames)
 {
     auto image = Picture<unsigned short>(3, 1, {0, 0, 0}, 0.5);
