@@ -78,6 +78,7 @@ MEMBLOCK_API void PimplFlushSecondary(MemBlockImpl* pimpl); ///< null: nothing
 /// The name of a key of the cache for messages.
 MEMBLOCK_API safestring MemKey2String(int key);
 
+/// The cache of a vector with elements of type T: it works out the summary values.
 template <class T>
 class VectorImpl : public MemBlockImpl {
 public:
