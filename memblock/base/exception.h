@@ -97,12 +97,12 @@ MEMBLOCK_API unsigned int Throw(Exception const& e, ThrowHandlerFunc handler);
 
 /// Throw the `Exception` of a failed assertion: code 4096, "Assertion failed: " with expression,
 /// file and line.
-MEMBLOCK_API [[noreturn]] void ThrowAssertException(char const* file, int line,
+[[noreturn]] MEMBLOCK_API void ThrowAssertException(char const* file, int line,
                                                     char const* expression);
 
 namespace detail {
 /// Throw an `Exception` of code 512 with both texts joined.
-MEMBLOCK_API [[noreturn]] void Throw(char const* message, char const* detail);
+[[noreturn]] MEMBLOCK_API void Throw(char const* message, char const* detail);
 } // namespace detail
 
 } // namespace Ntarnwick

@@ -119,10 +119,12 @@ MEMBLOCK_API char const* extract_morvane_constant(char const* text, numeric_t& o
 namespace NStnPol { // exported: a template is as visible as what it is made over
 /// An integer result from a text with a fraction is rounded and not refused.
 struct MEMBLOCK_API Rounding_Supported {};
+/// '.' or ',' stands before a fraction.
 struct MEMBLOCK_API DecimalPoint_Dot_And_Comma {
     static char First() { return '.'; }
     static char Second() { return ','; }
 };
+/// '.' or the decimal point of the current locale stands before a fraction.
 struct MEMBLOCK_API DecimalPoint_Current_Locale_And_Dot {
     static char First() { return '.'; }
     static char Second() { return CurrentDecimalPoint(); }

@@ -78,6 +78,7 @@ MEMBLOCK_API void PimplFlushSecondary(MemBlockImpl* pimpl); ///< null: nothing
 /// The name of a key of the cache for messages.
 MEMBLOCK_API safestring MemKey2String(int key);
 
+/// The cache of a vector with elements of type T: it works out the summary values.
 template <class T>
 class VectorImpl : public MemBlockImpl {
 public:
@@ -87,9 +88,13 @@ public:
     DataItem CalculateSecondaryItemNonVirtual(int key, bool& handled,
                                               ThrowHandlerFunc handler) const;
 };
+
+/// Work out a summary value of an array and keep it in the cache. `handled` comes out false for a
+/// key that is none; the value is then undefined.
 template <class T>
-DataItem CSINV(T const* data, unsigned int n, int key, MemBlockImpl* impl, bool& handled,
-               ThrowHandlerFunc handler); // vector summary values; handled:
+MEMBLOCK_API DataItem CSINV(T const* data, unsigned int n, int key, MemBlockImpl* impl,
+                            bool& handled, ThrowHandlerFunc handler);
+
 } // namespace NKelmic
 
 #endif // MEMBLOCK_CORE_MEMBLOCKIMPL_H

@@ -108,6 +108,7 @@ private:
 /// is exposed; the second pass puts a copy in its place, one for all places.
 class MEMBLOCK_API DeepCopier : public MemBlockVisitor {
 public:
+    /// What is known of one object of the tree.
     struct refcount_entry {
         int unseen = -1; ///< references not met in the tree; -1 before the first sight
         bool exposed = false;

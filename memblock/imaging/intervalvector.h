@@ -218,14 +218,15 @@ MEMBLOCK_API DerivedPointer<IntervalVector> intvecimageand(DerivedPointer<Interv
                                                            DerivedPointer<Image>);
 /// Copy the indices whose pixel is not 0; `out` has room for n. Returns their count.
 template <class T>
-unsigned int intvecimageand_tmpl(unsigned int const* indices, unsigned int n, T const* pixels,
-                                 unsigned long npixels, unsigned int* out);
+MEMBLOCK_API unsigned int intvecimageand_tmpl(unsigned int const* indices, unsigned int n,
+                                              T const* pixels, unsigned long npixels,
+                                              unsigned int* out);
 /// Write k at the pixels of object k, for k from 1 to `count`; arrays are by base 1.
 template <class T>
-void ComposeStencilImage_tmpl(unsigned int const* start, unsigned int const* end,
-                              unsigned int count, unsigned int const* indices,
-                              unsigned int nindices, T* pixels, unsigned long npixels,
-                              IntervalVector const* v);
+MEMBLOCK_API void ComposeStencilImage_tmpl(unsigned int const* start, unsigned int const* end,
+                                           unsigned int count, unsigned int const* indices,
+                                           unsigned int nindices, T* pixels, unsigned long npixels,
+                                           IntervalVector const* v);
 /// One interval for each element: an index vector, or an image that stands for its mask.
 /// Throws: "Incompatible targets: %s AND %s", "Type of vector element %d not supported: %s".
 MEMBLOCK_API DerivedPointer<IntervalVector>

@@ -109,6 +109,7 @@ private:
     std::atomic<void*> address_;
 };
 
+/// The same with the type of the function.
 template <class Signature>
 class EngineFunction : public EngineFunctionBase {
 public:

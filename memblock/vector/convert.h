@@ -41,7 +41,8 @@ MEMBLOCK_API void SetConvertElemsToTypePerformanceCallback(void (*callback)(bool
 /// A vector that may be changed: the argument itself if it has no other owner, otherwise a clone.
 MEMBLOCK_API DerivedPointer<Vector> PrivateCopy(DerivedPointer<Vector>&& v);
 
-// ---- Families: a member per element type that they work for. `n` elements, never 0.
+// ---- Families: a member per element type that they work for. `n` elements, never 0. They are
+// inner tools, which the shared library does not export.
 
 /// Copy integers of the source's type, given by `src`, that all fit.
 /// Throws: "Cannot convert vector to unsigned representation, because it contains negative values

@@ -18,15 +18,16 @@ namespace NKelmic {
 ///         4096 "Vector::op(): operation not implemented: '%c'";
 ///         an assertion "ylen==dstlen" when the lengths do not fit.
 template <class T, class R>
-void ApplyOp(char op, T const* x, unsigned int xlen, T const* y, unsigned int ylen, R* dest,
-             unsigned int destlen, op_options const& options);
+MEMBLOCK_API void ApplyOp(char op, T const* x, unsigned int xlen, T const* y, unsigned int ylen,
+                          R* dest, unsigned int destlen, op_options const& options);
 
 /// The same without '/'. Exists for the 31 integer pairs, and for the floating pairs (float,
 /// float), (float, double), (double, double), (float, unsigned char), (double, unsigned char),
 /// where '/' is plain IEEE division and '~' is `fmod`.
 template <class T, class R>
-void ApplyOpSimple(char op, T const* x, unsigned int xlen, T const* y, unsigned int ylen, R* dest,
-                   unsigned int destlen, op_options const& options);
+MEMBLOCK_API void ApplyOpSimple(char op, T const* x, unsigned int xlen, T const* y,
+                                unsigned int ylen, R* dest, unsigned int destlen,
+                                op_options const& options);
 
 /// Whether an operator works on strings: a member of "c=#<>()".
 MEMBLOCK_API bool OpImplementedForStrings(char op);
@@ -43,8 +44,8 @@ MEMBLOCK_API DerivedPointer<Vector> StringOp(char op, DerivedPointer<Vector> con
 /// The form of `StringOp` for one shape of operands that are `String` vectors already.
 /// Throws: 4096 "Vector::op(): operation not implemented for string vectors: '%c'".
 template <bool xscalar, bool yscalar>
-DerivedPointer<Vector> PerformStringOp(char op, DerivedPointer<Vector> const& x,
-                                       DerivedPointer<Vector> const& y);
+MEMBLOCK_API DerivedPointer<Vector> PerformStringOp(char op, DerivedPointer<Vector> const& x,
+                                                    DerivedPointer<Vector> const& y);
 
 /// Whether a value is closer to zero than 1e-12.
 MEMBLOCK_API bool IsPracticallyZero(double value);

@@ -42,14 +42,15 @@ struct stat_minmax {
 /// Find the extremes of n > 0 elements in one pass, and one look inside the blocks that hold them.
 /// They go into the cache under the keys 100, 101, 111 to 114 unless `impl` is null.
 template <class T>
-stat_minmax<T> CalcMinMax(T const* data, unsigned int n, MemBlockImpl* impl);
+MEMBLOCK_API stat_minmax<T> CalcMinMax(T const* data, unsigned int n, MemBlockImpl* impl);
 
 /// The element that stands at n / 2 when all finite ones are sorted, or for an even n and `average`
 /// the mean of the two middle ones. NaN if there is none. O(n), by selection; the data stays.
 ///
 /// Warns: 512 "Ignored %d infinities and %d NaN-s in vector of %d elements."
 template <class T>
-double calc_median(T const* data, unsigned int n, bool average, ThrowHandlerFunc handler);
+MEMBLOCK_API double calc_median(T const* data, unsigned int n, bool average,
+                                ThrowHandlerFunc handler);
 
 } // namespace NKelmic
 

@@ -1,0 +1,20 @@
+# cmake -DEXPECTED=FILE -P compare.cmake -- PROGRAM [ARGUMENT]...
+# Run a program and compare what it prints with a file.
+set(command)
+set(after_dashes OFF)
+math(EXPR last "${CMAKE_ARGC} - 1")
+foreach(i RANGE ${last})
+    if(after_dashes)
+        list(APPEND command ${CMAKE_ARGV${i}})
+    elseif(CMAKE_ARGV${i} STREQUAL "--")
+        set(after_dashes ON)
+    endif()
+endforeach()
+
+execute_process(COMMAND ${command} OUTPUT_VARIABLE printed RESULT_VARIABLE status)
+file(READ ${EXPECTED} expected)
+if(NOT status EQUAL 0)
+    message(FATAL_ERROR "ended with ${status} after printing:\n${printed}")
+elseif(NOT printed STREQUAL expected)
+    message(FATAL_ERROR "printed:\n${printed}\nand not, as ${EXPECTED} says:\n${expected}")
+endif()
