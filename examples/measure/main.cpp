@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <memory>
 
 namespace {
 
@@ -30,13 +31,13 @@ bool PrintTo(std::string const& path, MeasurePool const& pool)
 
 int Run(std::vector<std::string> const& arguments)
 {
-    Options const options = ReadOptions(arguments);
-    if (options.help) {
+    auto const options = std::make_shared<Options const>(ReadOptions(arguments));
+    if (options->help) {
         std::cout << usage_text;
         return 0;
     }
-    if (options.threads) // before the first pool, which makes the workers
-        setenv("MORVANE_NUM_THREADS", std::to_string(*options.threads).c_str(), 1);
+    if (options->threads) // before the first pool, which makes the workers
+        setenv("MORVANE_NUM_THREADS", std::to_string(*options->threads).c_str(), 1);
     InterruptsHeld const held; // the workers' too
     MeasurePool pool(options);
     std::atomic<bool> interrupted{false};
@@ -47,7 +48,7 @@ int Run(std::vector<std::string> const& arguments)
         });
         pool.Measure();
     }
-    bool const written = pool.MayWrite() && PrintTo(options.output, pool);
+    bool const written = pool.MayWrite() && PrintTo(options->output, pool);
     if (interrupted && !pool.Complete()) {
         std::cerr << "measure: interrupted\n";
         return interrupted_status;

@@ -39,9 +39,10 @@ bool SaysYes(std::atomic<bool> const& stopped)
 
 } // namespace
 
-MeasurePool::MeasurePool(Options const& options)
-    : JobPool(continue_on_error), options_(options), source_(options), progress_(options.quiet),
-      asks_(!options.output.empty() && !options.force), may_write_(!asks_)
+MeasurePool::MeasurePool(std::shared_ptr<Options const> options)
+    : JobPool(continue_on_error), options_(std::move(options)), source_(*options_),
+      progress_(options_->quiet), asks_(!options_->output.empty() && !options_->force),
+      may_write_(!asks_)
 {
 }
 
@@ -49,7 +50,7 @@ void MeasurePool::Measure()
 {
     try {
         if (asks_)
-            Add(std::make_unique<OutputJob>(options_.output), options_.output);
+            Add(std::make_unique<OutputJob>(options_->output), options_->output);
         Feed();
         Wait(no_limit);
     } catch (Exception const&) {
@@ -125,7 +126,7 @@ DataItem MeasurePool::HandleConsult(int, int, DataItem& value)
 
 void MeasurePool::Print(std::ostream& out) const
 {
-    if (options_.format.empty() || options_.objects.wanted) {
+    if (options_->format.empty() || options_->objects.wanted) {
         for (auto const& [job, text] : results_)
             out << text.GetString().c_str();
         return;
@@ -133,7 +134,7 @@ void MeasurePool::Print(std::ostream& out) const
     RowTable rows;
     for (auto const& [job, table] : results_)
         rows.Add(DerivedPointer<Table>(table.GetMemory()));
-    PrintTable(out, cref(PageTable(rows)), options_.format);
+    PrintTable(out, cref(PageTable(rows)), options_->format);
 }
 
 } // namespace measure

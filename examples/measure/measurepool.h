@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <map>
+#include <memory>
 #include <ostream>
 
 namespace measure {
@@ -14,7 +15,7 @@ namespace measure {
 /// done makes room for the next page, which the waiting thread reads.
 class MeasurePool : public NKelmic::JobPool {
 public:
-    explicit MeasurePool(Options const& options);
+    explicit MeasurePool(std::shared_ptr<Options const> options);
 
     void Measure();
     void Stop(); ///< from any thread: leave `Measure` with what is done by now
@@ -34,7 +35,7 @@ private:
     void Tell(int job, NKelmic::DataItem const& message);
     bool IsOutputJob(int job) const { return asks_ && job == 0; }
 
-    Options const& options_;
+    std::shared_ptr<Options const> const options_;
     WorkSource source_;
     Progress progress_;
     std::vector<std::string> files_; // by job

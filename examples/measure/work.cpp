@@ -88,9 +88,9 @@ void WorkSource::Open()
 DataItem PageJob::Run()
 {
     CheckAbortion();
-    if (options_.objects.wanted)
+    if (options_->objects.wanted)
         return ObjectText();
-    if (options_.format.empty())
+    if (options_->format.empty())
         return Text();
     return Rows();
 }
@@ -99,7 +99,7 @@ safestring PageJob::Text()
 {
     std::ostringstream out;
     PrintPage(out, work_.file + ", page " + std::to_string(work_.number), std::move(work_.page),
-              options_);
+              *options_);
     return out.str().c_str();
 }
 
@@ -107,10 +107,10 @@ DataItem PageJob::Rows()
 {
     RowTable rows;
     auto const width = work_.page.width, height = work_.page.height;
-    for (Block const& block : BlocksOf(work_.page, options_.factor)) {
+    for (Block const& block : BlocksOf(work_.page, options_->factor)) {
         CheckAbortion();
         if (block.measured)
-            rows.Add(PageRow(work_.file, work_.number, width, height, block, options_.policies));
+            rows.Add(PageRow(work_.file, work_.number, width, height, block, options_->policies));
     }
     return rows.Get();
 }
@@ -118,15 +118,15 @@ DataItem PageJob::Rows()
 safestring PageJob::ObjectText()
 {
     Image const& plane = cref(work_.plane);
-    auto const objects = ObjectsOf(plane, options_.objects);
+    auto const objects = ObjectsOf(plane, options_->objects);
     auto const table = ObjectTable(plane, cref(objects));
-    if (options_.objects.zones)
+    if (options_->objects.zones)
         AddZones(*table.Pointer(), plane, ZonesOf(plane, cref(objects)));
     std::ostringstream out;
-    bool const plain = options_.format.empty() || options_.format == "text";
+    bool const plain = options_->format.empty() || options_->format == "text";
     if (plain)
         out << work_.file << ", page " << work_.number << ", " << table->RowCount() << " objects\n";
-    PrintTable(out, cref(table), plain ? "text" : options_.format);
+    PrintTable(out, cref(table), plain ? "text" : options_->format);
     return out.str().c_str();
 }
 

@@ -48,7 +48,10 @@ private:
 /// Measures one page. The result is the text to print, or for a table of pages one with its rows.
 class PageJob : public NKelmic::Job {
 public:
-    PageJob(Work work, Options const& options) : work_(std::move(work)), options_(options) {}
+    PageJob(Work work, std::shared_ptr<Options const> options)
+        : work_(std::move(work)), options_(std::move(options))
+    {
+    }
     NKelmic::DataItem Run() override;
     void OnFinished() override { delete this; }
 
@@ -58,7 +61,7 @@ private:
     NKelmic::safestring ObjectText();
 
     Work work_; // nobody else's: the page has come with its last reference
-    Options const& options_;
+    std::shared_ptr<Options const> const options_; // a job may outlive its pool and more
 };
 
 constexpr int ask_overwrite = 1; ///< a question of `OutputJob`; its value is the path

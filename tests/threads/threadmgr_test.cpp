@@ -80,30 +80,6 @@ void ExitWhile(Task::Work const& work)
     std::exit(0);
 }
 
-/// Ends with 0 if a pool that could not get its threads failed, and a later one did its work.
-void ExitHavingAskedForTooMany()
-{
-    Threads const few(2);
-    JobPool const before;
-    rlim_t pages = 0;
-    std::ifstream("/proc/self/statm") >> pages;
-    rlim_t const room = pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + (256UL << 20);
-    rlimit const limit{room, room};
-    setrlimit(RLIMIT_AS, &limit);
-    bool refused = false;
-    try {
-        Threads const many(900);
-        JobPool const pool;
-    } catch (boost::thread_resource_error const&) {
-        refused = true;
-    }
-    Threads const again(2);
-    JobPool pool;
-    Add(pool, [](Task&) { return DataItem(1); });
-    pool.Wait();
-    std::exit(refused && Target() == 2 ? 0 : 1);
-}
-
 } // namespace
 
 TEST(ThreadMgr, ABlockedWorkerIsReplacedAndTheSurplusEndsAfterAQuietTime)
@@ -261,6 +237,34 @@ TEST(ThreadMgrExitDeathTest, OtherThreadsMayGoOnWithPoolsWhileTheProcessEnds)
 }
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // they need room of their own
+namespace {
+
+/// Ends with 0 if a pool that could not get its threads failed, and a later one did its work.
+void ExitHavingAskedForTooMany()
+{
+    Threads const few(2);
+    JobPool const before;
+    rlim_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    rlim_t const room = pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + (256UL << 20);
+    rlimit const limit{room, room};
+    setrlimit(RLIMIT_AS, &limit);
+    bool refused = false;
+    try {
+        Threads const many(900);
+        JobPool const pool;
+    } catch (boost::thread_resource_error const&) {
+        refused = true;
+    }
+    Threads const again(2);
+    JobPool pool;
+    Add(pool, [](Task&) { return DataItem(1); });
+    pool.Wait();
+    std::exit(refused && Target() == 2 ? 0 : 1);
+}
+
+} // namespace
+
 TEST(ThreadMgrExitDeathTest, TooManyThreadsFailThePoolThatAskedAndNoOther)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
