@@ -27,6 +27,7 @@ public:
 
 private:
     friend class ThreadMgr;
+    friend struct ThreadMgrProbe; // of the tests
     void RunJobs();
     template <class Sink>
     static void RunInto(Sink sink, Job& job);
@@ -62,7 +63,7 @@ public:
     void GetInfo(int& cores, int& desired, int& busy, int& threads);
     int GetThreadCount(); ///< the target
     /// Set the target and launch what is missing; reaps the workers that have ended.
-    /// Throws: `boost::thread_resource_error`.
+    /// Throws: `boost::thread_resource_error`; the target is then the former one.
     void SetThreadCount(int n);
     void ChangeBlockedThreadCount(int delta);
     void RegisterJobPool(JobPoolImpl_MT_base* pool);
@@ -92,7 +93,7 @@ private:
     bool TakeJob_lk(JobPoolImpl_MT_base& pool, ThrMsg& message);
     bool SpinForJob(MainLock& main);
     bool SleepUntilNeeded(MainLock& main, ThrMsg& message, bool& timed_out);
-    void Signal_lk(std::size_t count);
+    bool Signal_lk(std::size_t count);
     /// Workers that run, sleep or are about to.
     int Working_lk() const { return actual_ - ended_ - blocked_; }
 
