@@ -186,7 +186,7 @@ private:
         case 2:
         case 3:
             if (Vector const* const v = MemCast<Vector>(object);
-                v && v->ElemType() == Vector::PMemory)
+                v && (v->ElemType() == Vector::PMemory || v->ElemType() == Vector::PolyType))
                 return; // it might be made to hold itself
             if (object)
                 object->SetSubItem(source_.OneOf(set_keys), Value(), throw_always);

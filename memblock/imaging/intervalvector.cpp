@@ -263,7 +263,7 @@ void IntervalParts::Install(IntervalVector& v, TypedChunk const& limits, PMemBlo
     PMemBlock const old_target = std::exchange(v.Target_, PMemBlock(target));
     PMemBlock const old_ends = std::exchange(v.EndArray_, PMemBlock());
     v.SetTypedChunk(limits);
-    v.IntervalCount_ = v.Length() - 1;
+    v.ResizeVector(v.Length(), true, true); // counts the intervals; those of no limits have one
 }
 
 void IntervalParts::ReplaceTarget(IntervalVector& v, PMemBlock const& target)

@@ -179,6 +179,8 @@ TEST(IntervalVector, ReformatSortsAndParts)
     auto const none = StencilOf({{6}, {7}});
     none->Rearrange(nullptr, 0, 0, throw_always);
     EXPECT_TRUE(IsConsistent(none) && none->IntervalCount() == 0);
+    none->SetSubItem("outer_index_array", SafeValue(UInts({})), throw_always);
+    EXPECT_TRUE(IsConsistent(none) && none->IntervalCount() == 0);
 
     zones->SetElemType(Vector::Double, true, false); // what can't be limits is told, not read
     safestring message;
