@@ -45,8 +45,10 @@ int main()
     picture->Fill(DataItem(3));
 
     StripPool pool;
-    for (unsigned from = 0; from < 400000; from += 100000)
-        pool.AddNewJob(new StripJob(PMemBlock(cref(picture).CloneSlice(from, from + 100000))));
+    for (unsigned from = 0; from < 400000; from += 100000) {
+        auto* const job = new StripJob(cref(picture).CloneSlice(from, from + 100000));
+        pool.AddNewJob(job); // a statement of its own: no pointer of this thread is left by now
+    }
     pool.Wait();
 
     double sum = 0;
