@@ -41,7 +41,9 @@ double SumOf(std::vector<PMemBlock> parts)
         DataItem own(part);
         part = PMemBlock();
         own.MakeCopy(); // whoever else holds the part keeps his, this one is ours
-        pool.AddNewJob(new SumJob(own.GetMemory()));
+        auto* const job = new SumJob(own.GetMemory());
+        own = DataItem(); // and now the job's alone
+        pool.AddNewJob(job);
     }
     pool.Wait();
     double sum = 0;
