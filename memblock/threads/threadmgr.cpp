@@ -193,24 +193,23 @@ void ThreadMgr::Post(JobPoolImpl_MT_base& pool, ThrMsg const* messages, std::siz
     next_pool_ =
         static_cast<std::size_t>(std::find(pools_.begin(), pools_.end(), &pool) - pools_.begin());
     posted_.fetch_add(1, std::memory_order_release);
-    bool const woken = Signal_lk(count);
+    bool const all_asleep = idle_ > 0 && idle_ >= Working_lk();
+    Signal_lk(count);
     main.unlock();
-    // A sleeper tends to wake on the processor of who posts, and would begin when that one's time
-    // slice is over, milliseconds later.
-    if (woken)
+    // The one that wakes tends to do so on the processor of who posts, and would begin when that
+    // one's time slice is over, milliseconds later.
+    if (all_asleep)
         std::this_thread::yield();
 }
 
-/// True if somebody was asleep.
-bool ThreadMgr::Signal_lk(std::size_t count)
+void ThreadMgr::Signal_lk(std::size_t count)
 {
     auto const sleepers = std::min(count, static_cast<std::size_t>(std::max(idle_, 0)));
     if (sleepers == 0)
-        return false;
+        return;
     boost::mutex::scoped_lock const wake(wake_mutex_);
     for (std::size_t i = 0; i < sleepers; ++i)
         wake_condition_.notify_one();
-    return true;
 }
 
 void ThreadMgr::Fetch(ThrMsg& message)

@@ -93,7 +93,7 @@ private:
     bool TakeJob_lk(JobPoolImpl_MT_base& pool, ThrMsg& message);
     bool SpinForJob(MainLock& main);
     bool SleepUntilNeeded(MainLock& main, ThrMsg& message, bool& timed_out);
-    bool Signal_lk(std::size_t count);
+    void Signal_lk(std::size_t count);
     /// Workers that run, sleep or are about to.
     int Working_lk() const { return actual_ - ended_ - blocked_; }
 

@@ -59,11 +59,6 @@ void ShrinkTo(int count)
     ASSERT_EQ(ThreadMgrProbe::Actual(), count);
 }
 
-int Target()
-{
-    return ThreadMgr::Instance().GetThreadCount();
-}
-
 /// Ends the process by exit() while jobs do what `work` does.
 void ExitWhile(Task::Work const& work)
 {
@@ -208,10 +203,23 @@ TEST(ThreadMgrExitDeathTest, TheProcessEndsWhateverItsWorkersDo)
             return DataItem();
         },
         [](Task&) { return DataItem(); },
-        [](Task&) -> DataItem { std::exit(0); },
     };
     for (auto const& work : works)
         EXPECT_EXIT(ExitWhile(work), testing::ExitedWithCode(0), "");
+}
+
+TEST(ThreadMgrExitDeathTest, AJobMayCallExit)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            alarm(5);
+            Threads const threads(2);
+            JobPool pool;
+            Add(pool, [](Task&) -> DataItem { std::exit(0); });
+            pool.Wait();
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 TEST(ThreadMgrExitDeathTest, OtherThreadsMayGoOnWithPoolsWhileTheProcessEnds)
@@ -238,6 +246,11 @@ TEST(ThreadMgrExitDeathTest, OtherThreadsMayGoOnWithPoolsWhileTheProcessEnds)
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // they need room of their own
 namespace {
+
+int Target()
+{
+    return ThreadMgr::Instance().GetThreadCount();
+}
 
 /// Ends with 0 if a pool that could not get its threads failed, and a later one did its work.
 void ExitHavingAskedForTooMany()
