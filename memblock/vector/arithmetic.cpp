@@ -416,8 +416,8 @@ void VectorOperation::DispatchIntegers(op_options const& options)
                     ApplyOp(op_, x, x_->Length(), y, y_->Length(), dest, result_->Length(),
                             options);
                 } else if constexpr (std::is_same_v<R, unsigned char>) {
-                    ops::CompareKernel<T>(op_, {x, y, XIsScalar(), YIsScalar(), result_->Length()},
-                                          dest);
+                    ops::CompareKernel<T, R>(
+                        op_, {x, y, XIsScalar(), YIsScalar(), result_->Length()}, dest);
                     options.SetOutput("nancount", 0);
                 } else {
                     missed();
