@@ -41,8 +41,9 @@ def calls(ufunc, x, y, result, out):
         if out is not None and result != np.uint8:
             return lambda: ufunc(x, y, out=out, casting="unsafe")
         return (lambda: ufunc(x, y)) if out is None else lambda: ufunc(x, y, out=out)
-    return (lambda: ufunc(x, y, dtype=result)) if out is None else \
-        lambda: ufunc(x, y, out=out, dtype=result)
+    if out is not None:
+        return lambda: ufunc(x, y, out=out, dtype=result)
+    return (lambda: ufunc(x, y)) if x.dtype == result else lambda: ufunc(x, y, dtype=result)
 
 
 def arithmetic(what, case, lengths):

@@ -90,7 +90,7 @@ private:
     DataType requested_ = no_request;   // the caller's "result_type"
     DataType by_operator_ = no_request; // what the operator itself asks for at the end
     bool from_stencil_ = false;
-    bool plain_ = false; // the result is of no derived class
+    bool bare_ = false; // the array is: then its type and elements make the result
     DerivedPointer<Vector> result_;
 };
 
@@ -163,8 +163,8 @@ void VectorOperation::PrepareScalar(Operand& scalar, Vector const& other)
         return;
     double const value = scalar->Elem(0);
     DataType const smallest = Vector::MinMax2Type(value, value);
-    if (!IsPlain(*scalar) || scalar->Factor() != 1.0)
-        return scalar.Convert(smallest);
+    if (!IsPlain(*scalar) || scalar->Factor() != 1.0 || other.Factor() != 1.0)
+        return scalar.Convert(smallest); // either may still change its type with its factor
     // Where it is going to be widened to the type of the array it takes that at once.
     bool const widened = IsInSet<IntegerTypes>(other.ElemType()) &&
                          TypedChunk::SizeOf(smallest) < other.ElemSize() && other.ElemSize() <= 4 &&
@@ -330,6 +330,12 @@ PMemBlock VectorOperation::RunOnIntegers()
     if (x_->ElemSize() != y_->ElemSize())
         ThrowAssertException(__FILE__, __LINE__, "SizeOf(x->ElemType()) == SizeOf(y->ElemType())");
 
+    bool const compares = IsOneOf(op_, comparisons) && !Is64BitInteger(x_.Type());
+    if (compares && x_.Type() == y_.Type() && IsBare(*x_) && IsBare(*y_)) {
+        MakeResult(DataTypeBase::Byte); // whatever their ranges
+        DispatchIntegers(options_);
+        return {};
+    }
     double const spread = options_.GetValue("spread_factor", 1).GetDouble();
     Range x = RawRange(*x_);
     Range y = RawRange(*y_);
@@ -346,7 +352,6 @@ PMemBlock VectorOperation::RunOnIntegers()
         ReconcileSigns(x, y);
     if (wanted == DataTypeBase::Double)
         return RunInDouble();
-    bool const compares = IsOneOf(op_, comparisons) && !Is64BitInteger(x_.Type());
     if (!compares) // comparisons write their bytes at once
         wanted = RaiseToWidth(wanted, x_.Type());
     if (!compares && TypedChunk::SizeOf(wanted) < TypedChunk::SizeOf(x_.Type()))
@@ -456,8 +461,8 @@ void VectorOperation::DispatchIntegers(op_options const& options)
 void VectorOperation::MakeResult(DataType type)
 {
     Vector const& array = Array();
-    plain_ = IsPlain(array) && array.Flags() == 0 && array.LgType() == 0;
-    if (plain_) {
+    bare_ = IsBare(array);
+    if (bare_) {
         result_ = Vector::Create(OpenChunk(array.Length(), type), 1.0);
         return;
     }
@@ -537,7 +542,7 @@ PMemBlock VectorOperation::Finish()
         result_->SetFactor(1.0);
     if (op_ == '!' && from_stencil_ && result_->Conforms("image"))
         result_->SetLgType("mask");
-    return plain_ ? result_ : PlainUnlessOwnType(result_);
+    return bare_ ? result_ : PlainUnlessOwnType(result_);
 }
 
 /// The element-wise binary operator. See VectorOperation for the steps.

@@ -48,6 +48,12 @@ inline bool IsPlain(Vector const& v)
     return typeid(v) == typeid(Vector);
 }
 
+/// Whether there is also nothing else about it that a clone would take over.
+inline bool IsBare(Vector const& v)
+{
+    return IsPlain(v) && v.Flags() == 0 && v.LgType() == 0;
+}
+
 /// The raw extremes of a vector that is not empty.
 Range RawRange(Vector const& v);
 
