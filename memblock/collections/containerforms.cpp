@@ -148,13 +148,14 @@ void Container::SerializeMorvane(SerializeVisitor& v, safestring const& path,
         output += Text("set(%s=cnt(", variable);
         AppendPlainItems(*this, path, output);
         output += "))\n";
+        // Ahead of what lies below: that goes to places in this container.
+        if (path != variable)
+            output += Text("Set(%s=%s)\nDelete(%s)\n", path, variable, variable);
         ContainerWalk walk(*this);
         while (auto* const item = walk.Next())
             if (IsNested(item->second))
                 Descend(item->second, Formatter::ser_morvane, v, path + "." + item->first,
                         formatter, output);
-        if (path != variable)
-            output += Text("Set(%s=%s)\nDelete(%s)\n", path, variable, variable);
     } catch (...) {
         output.resize(start);
         throw;
