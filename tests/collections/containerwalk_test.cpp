@@ -228,9 +228,9 @@ TEST(ContainerWalk, OneThatHoldsItselfHasAnEnd)
         EXPECT_EQ(*c == *twin, !by_vector) << "vectors are compared by what they are";
         EXPECT_TRUE(c->Consistent(text, true));
         EXPECT_GE(c->CalcMemUsage(), 0);
-        c->Merge(twin);
+        if (!by_vector)
+            c->Merge(twin);
         c->Merge(c);
-        c->MakeDeepCopy();
         c->SetConst(true);
         for (int const form : {Formatter::ser_xml, Formatter::ser_morvane}) {
             SerializeVisitor visitor("v");
