@@ -30,6 +30,12 @@ bool IsNested(DataItem& value)
     return value.GetType() == it_sharable || (value.GetType() == it_memblock && value.MemoryRef());
 }
 
+void CheckForLoop(Container const& container, SerializeVisitor const& v)
+{
+    if (ContainerWalk::IsUnderWay(container, &v))
+        Raise(err_state, "An object that holds itself cannot be serialized: %s", container);
+}
+
 void Descend(DataItem const& value, int format, SerializeVisitor& v, safestring const& path,
              Formatter const& formatter, safestring& output)
 {
@@ -79,6 +85,10 @@ void OrderedImpl::GetExpression(safestring& expression) const
 
 safestring Container::GetExpression() const
 {
+    static constexpr char purpose = 0;
+    if (ContainerWalk::IsUnderWay(*this, &purpose)) // as objects without an expression
+        return MemBlock::ResolveSubItem("@expression", throw_always).GetString();
+    ContainerWalk const mark(*this, &purpose);
     safestring expression;
     impl_->GetExpression(expression);
     return expression;
@@ -87,8 +97,9 @@ safestring Container::GetExpression() const
 void SerializeContainer2Xml(Container const& container, SerializeVisitor& v, safestring const& path,
                             Formatter const& formatter, safestring& output)
 {
+    CheckForLoop(container, v);
     safestring text;
-    ContainerWalk walk(container);
+    ContainerWalk walk(container, &v);
     while (auto* const item = walk.Next()) {
         SafeValue& value = item->second;
         ItemType const kind = KindOf(value);
@@ -141,6 +152,7 @@ void AppendPlainItems(Container const& container, safestring const& path, safest
 void Container::SerializeMorvane(SerializeVisitor& v, safestring const& path,
                                  Formatter const& formatter, safestring& output) const
 {
+    CheckForLoop(*this, v);
     auto const start = output.size();
     try {
         safestring const variable =
@@ -148,13 +160,14 @@ void Container::SerializeMorvane(SerializeVisitor& v, safestring const& path,
         output += Text("set(%s=cnt(", variable);
         AppendPlainItems(*this, path, output);
         output += "))\n";
-        ContainerWalk walk(*this);
+        // Ahead of what lies below: that goes to places in this container.
+        if (path != variable)
+            output += Text("Set(%s=%s)\nDelete(%s)\n", path, variable, variable);
+        ContainerWalk walk(*this, &v);
         while (auto* const item = walk.Next())
             if (IsNested(item->second))
                 Descend(item->second, Formatter::ser_morvane, v, path + "." + item->first,
                         formatter, output);
-        if (path != variable)
-            output += Text("Set(%s=%s)\nDelete(%s)\n", path, variable, variable);
     } catch (...) {
         output.resize(start);
         throw;

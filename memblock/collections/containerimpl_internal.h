@@ -86,9 +86,13 @@ private:
 ///         Use(item->first, item->second);
 ///
 /// It keeps the container alive. Walks over one container are nested, as calls are.
+///
+/// A walk that goes down into objects tells its purpose, an address. Where one of this purpose is
+/// under way already the container holds itself, and a second one would have no end.
 class ContainerWalk {
 public:
-    explicit ContainerWalk(Container const& container);
+    explicit ContainerWalk(Container const& container, void const* purpose = nullptr);
+    static bool IsUnderWay(Container const& container, void const* purpose);
     ~ContainerWalk();
     ContainerWalk(ContainerWalk const&) = delete;
     ContainerWalk& operator=(ContainerWalk const&) = delete;
@@ -101,6 +105,7 @@ private:
     KeepAlive alive_;
     ContainerImpl* impl_; // null when its items are gone
     ContainerWalk* outer_;
+    void const* purpose_;
     ContainerIterator item_; // the one given last or, where that has gone, the next one
     bool gone_ = true;
 };

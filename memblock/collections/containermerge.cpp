@@ -60,8 +60,10 @@ void Container::Append(DerivedPointer<Container> other)
 void Container::Merge(DerivedPointer<Container> other)
 {
     Container const& source = CheckedSource(other);
+    if (ContainerWalk::IsUnderWay(source, this))
+        return;
     KeepAlive const alive(*this);
-    ContainerWalk walk(source);
+    ContainerWalk walk(source, this);
     while (auto const* const item = walk.Next())
         MergeItem(item->first, item->second);
     ContentHasBeenChanged(); // nested ones, too
@@ -79,7 +81,10 @@ void Container::MergeItem(safestring const& name, SafeValue const& value)
 
 void MergeToVector(DerivedPointer<Vector> vector, DerivedPointer<Container> container)
 {
-    ContainerWalk walk(CheckedSource(container));
+    Container const& source_items = CheckedSource(container);
+    if (ContainerWalk::IsUnderWay(source_items, vector.Pointer()))
+        return;
+    ContainerWalk walk(source_items, vector.Pointer());
     while (auto const* const item = walk.Next()) {
         safestring name = item->first;
         UnquoteName(name); // leaves a name without quotes alone

@@ -9,10 +9,18 @@
 
 namespace NKelmic {
 
-ContainerWalk::ContainerWalk(Container const& container)
+ContainerWalk::ContainerWalk(Container const& container, void const* purpose)
     : alive_(container), impl_(container.impl_), outer_(std::exchange(impl_->walks_, this)),
-      item_(impl_->map_.begin())
+      purpose_(purpose), item_(impl_->map_.begin())
 {
+}
+
+bool ContainerWalk::IsUnderWay(Container const& container, void const* purpose)
+{
+    ContainerWalk const* walk = container.impl_->walks_;
+    while (walk && walk->purpose_ != purpose)
+        walk = walk->outer_;
+    return walk != nullptr;
 }
 
 ContainerWalk::~ContainerWalk()
@@ -89,9 +97,9 @@ bool Container::Entertain(MemBlockVisitor& v, safestring const& path, entertainm
     KeepAlive const alive(*this);
     if (!MemBlock::Entertain(v, path, mode))
         return false;
-    if (mode == em_no_attr)
+    if (mode == em_no_attr || ContainerWalk::IsUnderWay(*this, &v))
         return true;
-    ContainerWalk walk(*this);
+    ContainerWalk walk(*this, &v);
     safestring const prefix = path.empty() ? path : path + ".";
     while (auto* const item = walk.Next()) {
         SafeValue& value = item->second;
@@ -106,8 +114,11 @@ bool Container::Entertain(MemBlockVisitor& v, safestring const& path, entertainm
 
 bool Container::Consistent(safestring& message, bool deep) const
 {
+    static constexpr char purpose = 0;
+    if (ContainerWalk::IsUnderWay(*this, &purpose))
+        return true; // it is looked at further up
     bool ok = true;
-    ContainerWalk walk(*this);
+    ContainerWalk walk(*this, &purpose);
     while (auto* const item = walk.Next()) {
         if (item->second.GetType() != it_memblock || !item->second.MemoryRef())
             continue;
@@ -127,6 +138,9 @@ bool Container::Equals(MemBlock const& other) const
     auto const* const container = MemCast<Container>(&other);
     if (!container || Count() != container->Count())
         return false;
+    if (ContainerWalk::IsUnderWay(*this, &other))
+        return true; // unless another item tells them apart
+    ContainerWalk const mark(*this, &other);
     bool equal = true;
     auto theirs = container->begin();
     for (auto mine = begin(); equal && mine != end(); ++mine, ++theirs)
@@ -143,7 +157,7 @@ PMemBlock Container::DoClone(int mode) const
     while (auto* const item = walk.Next()) {
         SafeValue& value = item->second;
         if (value.GetType() == it_memblock && value.MemoryRef())
-            WithEnoughStack([&] { value.MemoryRef() = value.MemoryRef()->Clone(mode == 1); });
+            value.MemoryRef() = value.MemoryRef()->Clone(mode == 1);
         else if (value.GetType() == it_sharable)
             value = SafeValue(DataItem(value.GetSharable()->DoClone()));
     }

@@ -80,9 +80,9 @@ bool Table::Equals(MemBlock const& other) const
         return true;
     if (!o || row_count_ != o->row_count_ || names_ != o->names_ || Length() != o->Length())
         return false;
-    if (BeingWritten::Is(*this))
+    if (OnTheWay::Is(*this))
         return false; // it holds itself, and equals no other table
-    BeingWritten const mark(*this);
+    OnTheWay const mark(*this);
     bool equal = true;
     for (int i = 0; equal && i < ColumnCount(); ++i)
         WithEnoughStack([&] { equal = *Column(i) == *o->Column(i); });
@@ -388,9 +388,9 @@ bool Table::HasColumn(PMemBlock const& column) const
 
 bool Table::Consistent(safestring& message, bool deep) const
 {
-    if (BeingWritten::Is(*this))
+    if (OnTheWay::Is(*this))
         return true; // it holds itself, and is looked at further up
-    BeingWritten const mark(*this);
+    OnTheWay const mark(*this);
     auto const old_size = message.size();
     bool const base_ok = Vector::Consistent(message, false);
     if (names_.size() != Length())

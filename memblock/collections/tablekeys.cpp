@@ -169,9 +169,9 @@ bool IsLengthKey(safestring const& key)
 
 safestring Table::GetExpression() const
 {
-    if (BeingWritten::Is(*this)) // it holds itself: as objects without an expression
+    if (OnTheWay::Is(*this)) // it holds itself: as objects without an expression
         return MemBlock::ResolveSubItem("@expression", throw_always).GetString();
-    BeingWritten const mark(*this);
+    OnTheWay const mark(*this);
     safestring text = "tbl(";
     for (int i = 0; i < ColumnCount(); ++i) {
         if (i > 0)

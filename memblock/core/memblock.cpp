@@ -2,6 +2,7 @@
 
 #include <memblock/base/raise.h>
 #include <memblock/collections/container.h>
+#include <memblock/core/deepstack_internal.h>
 #include <memblock/core/memblock_internal.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/logging/logger.h>
@@ -10,6 +11,7 @@
 #include <memblock/threads/mutex.h>
 #include <memblock/vector/vector.h>
 
+#include <bit>
 #include <cstdio>
 #include <typeinfo>
 #include <vector>
@@ -127,9 +129,42 @@ void MemBlock::DeleteThis() const
     }
 }
 
+namespace {
+
+/// One level of a clone within a clone. An object that holds itself would be cloned for ever; the
+/// level that it is met at again need not be the next one, but comes in time.
+class CloneLevel {
+public:
+    explicit CloneLevel(MemBlock const& object)
+        : outer_(innermost_), depth_(outer_ ? outer_->depth_ + 1 : 1),
+          earlier_(outer_ ? outer_->earlier_ : nullptr)
+    {
+        if (earlier_ == &object)
+            Raise(err_state, "An object that holds itself cannot be cloned: %s", object);
+        if (std::has_single_bit(depth_))
+            earlier_ = &object;
+        innermost_ = this;
+    }
+    ~CloneLevel() { innermost_ = outer_; }
+    CloneLevel(CloneLevel const&) = delete;
+    CloneLevel& operator=(CloneLevel const&) = delete;
+
+private:
+    static thread_local constinit CloneLevel* innermost_;
+    CloneLevel* outer_;
+    unsigned long depth_;
+    MemBlock const* earlier_; // the object of a level above, further up the deeper this one is
+};
+
+thread_local constinit CloneLevel* CloneLevel::innermost_ = nullptr;
+
+} // namespace
+
 PMemBlock MemBlock::Clone(bool share) const
 {
-    PMemBlock clone = DoClone(share ? 1 : 0);
+    CloneLevel const level(*this);
+    PMemBlock clone;
+    WithEnoughStack([&] { clone = DoClone(share ? 1 : 0); });
     if (!clone)
         return clone;
     // The copy may have made a cache of its own; nothing in it is known to hold for the clone.

@@ -4,12 +4,12 @@
 
 namespace NKelmic {
 
-thread_local constinit BeingWritten* BeingWritten::top_ = nullptr;
+thread_local constinit OnTheWay* OnTheWay::top_ = nullptr;
 
-bool BeingWritten::Is(Vector const& v)
+bool OnTheWay::Is(Vector const& v, void const* visitor)
 {
-    for (BeingWritten const* level = top_; level; level = level->outer_)
-        if (level->vector_ == &v)
+    for (OnTheWay const* level = top_; level; level = level->outer_)
+        if (level->vector_ == &v && level->visitor_ == visitor)
             return true;
     return false;
 }
@@ -29,9 +29,9 @@ safestring ElementExpressions(Vector const& v)
 
 safestring VectorExpression(Vector const& v)
 {
-    if (BeingWritten::Is(v)) // as objects without an expression of their own
+    if (OnTheWay::Is(v)) // as objects without an expression of their own
         return v.MemBlock::ResolveSubItem("@expression", throw_always).GetString();
-    BeingWritten const mark(v);
+    OnTheWay const mark(v);
     safestring text = "vec(";
     WithEnoughStack([&] { text += ElementExpressions(v); });
     text += ')';

@@ -278,9 +278,9 @@ void Vector::DoSerialize(int format, SerializeVisitor& visitor, safestring const
         return MemBlock::DoSerialize(format, visitor, path, formatter, output);
     unsigned long const before = output.size();
     try {
-        if (BeingWritten::Is(*this))
+        if (OnTheWay::Is(*this))
             Raise(err_state, "An object that holds itself cannot be serialized: %s", *this);
-        BeingWritten const mark(*this);
+        OnTheWay const mark(*this);
         WithEnoughStack([&] { write(*this, {format, visitor, path, formatter}, output); });
     } catch (Exception const& e) {
         output.resize(before);

@@ -9,20 +9,25 @@
 
 namespace NKelmic {
 
-/// Marks a vector while its elements are written on this thread: one that holds itself, however far
-/// down, would be written for ever.
-class BeingWritten {
+/// Marks a vector while this thread goes down through its elements, to write them or on behalf of a
+/// visitor: one that holds itself, however far down, would be gone through for ever.
+class OnTheWay {
 public:
-    explicit BeingWritten(Vector const& v) : vector_(&v), outer_(top_) { top_ = this; }
-    ~BeingWritten() { top_ = outer_; }
-    BeingWritten(BeingWritten const&) = delete;
-    BeingWritten& operator=(BeingWritten const&) = delete;
-    static bool Is(Vector const& v);
+    explicit OnTheWay(Vector const& v, void const* visitor = nullptr)
+        : vector_(&v), visitor_(visitor), outer_(top_)
+    {
+        top_ = this;
+    }
+    ~OnTheWay() { top_ = outer_; }
+    OnTheWay(OnTheWay const&) = delete;
+    OnTheWay& operator=(OnTheWay const&) = delete;
+    static bool Is(Vector const& v, void const* visitor = nullptr);
 
 private:
-    static thread_local BeingWritten* top_;
+    static thread_local OnTheWay* top_;
     Vector const* vector_;
-    BeingWritten* outer_;
+    void const* visitor_;
+    OnTheWay* outer_;
 };
 
 /// The expressions of the cooked elements, with commas between them.

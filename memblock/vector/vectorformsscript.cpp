@@ -68,23 +68,20 @@ void WriteRaw(Vector const& v, safestring& output)
         [&]<class T>(Elem<T>) { WriteRaw(v.TypedPointer<T>(), v.Length(), output); });
 }
 
-/// A list in a macro makes signed integers of four bytes, or doubles.
-bool IsMadeByLists(DataType type)
+/// Tell if a list of these numbers in a macro makes the vector as it is. It makes signed integers
+/// of four bytes, or doubles if one of them is written as such.
+bool IsMadeByList(Vector const& v, safestring const& numbers)
 {
-    return type == Vector::Int || type == Vector::Double;
+    if (v.ElemType() == Vector::Double)
+        return numbers.find_first_of(".en") != safestring::npos; // of "1e+20", "inf" and "nan"
+    return v.ElemType() == Vector::Int;
 }
 
-void WriteInline(Vector const& v, safestring const& name, safestring& output)
+void WriteConversion(Vector const& v, safestring const& name, safestring& output)
 {
-    output += "set(" + name + "=vec(";
-    WriteRaw(v, output);
-    if (IsMadeByLists(v.ElemType())) {
-        output += "))\n";
-        return;
-    }
     bool const floating = IsInSet<FloatTypes>(v.ElemType());
     bool const is_signed = floating || IsInSet<SignedTypes>(v.ElemType());
-    output += Text("))\nConvElems(%s,\"%s\",%d,\"%s\")\n", name, floating ? "floating" : "integral",
+    output += Text("ConvElems(%s,\"%s\",%d,\"%s\")\n", name, floating ? "floating" : "integral",
                    v.ElemSize(), is_signed ? "signed" : "unsigned");
 }
 
@@ -114,6 +111,22 @@ void WriteFactor(Vector const& v, safestring const& name, safestring& output)
         output += Text("set(%s.factor=%s.factor*%.16g)\n", name, name, v.Factor());
 }
 
+void WriteInline(Vector const& v, SerializeVisitor& visitor, safestring const& place,
+                 safestring& output)
+{
+    safestring numbers;
+    WriteRaw(v, numbers);
+    if (IsMadeByList(v, numbers)) { // one statement, good for any place
+        output += "set(" + place + "=vec(" + numbers + "))\n";
+        return WriteFactor(v, place, output);
+    }
+    Target const target(visitor, place);
+    output += "set(" + target.Name() + "=vec(" + numbers + "))\n";
+    WriteConversion(v, target.Name(), output);
+    WriteFactor(v, target.Name(), output);
+    target.MoveToPlace(output);
+}
+
 void WriteNumbers(Vector const& v, SerializeVisitor& visitor, safestring const& place,
                   Formatter const& formatter, safestring& output)
 {
@@ -121,15 +134,10 @@ void WriteNumbers(Vector const& v, SerializeVisitor& visitor, safestring const& 
     int const frm = IntOption(formatter, "bin_fmt", default_blob_format);
     bool const short_form =
         static_cast<long>(v.Length()) <= threshold || frm == Formatter::ser_ascii;
-    if (short_form && IsMadeByLists(v.ElemType())) { // one statement, good for any place
-        WriteInline(v, place, output);
-        return WriteFactor(v, place, output);
-    }
-    Target const target(visitor, place);
     if (short_form)
-        WriteInline(v, target.Name(), output);
-    else
-        WriteBlob(v, frm, visitor, target.Name(), output);
+        return WriteInline(v, visitor, place, output);
+    Target const target(visitor, place);
+    WriteBlob(v, frm, visitor, target.Name(), output);
     WriteFactor(v, target.Name(), output);
     target.MoveToPlace(output);
 }

@@ -30,8 +30,10 @@ bool Vector::Entertain(MemBlockVisitor& visitor, safestring const& path, enterta
 {
     if (!MemBlock::Entertain(visitor, path, mode))
         return false;
-    if (mode == em_no_attr)
+    bool const has_children = ElemType() == PMemory || ElemType() == PolyType;
+    if (mode == em_no_attr || (has_children && OnTheWay::Is(*this, &visitor)))
         return true;
+    OnTheWay const mark(*this, &visitor);
     if (ElemType() == PMemory) {
         // The length and the place are asked anew each time: a visitor may come back to this
         // vector.

@@ -48,19 +48,6 @@ TEST(Container, ManyItemsAreFoundByNameWhateverComesAndGoes)
     EXPECT_EQ(c->Count(), expected.size());
 }
 
-TEST(Container, APositionMakesItOrderedInNameOrder)
-{
-    auto const c = Ordered("cab");
-    auto const item = c->find("a");
-    c->SetOrdered(false);
-    EXPECT_EQ(Listed(c), "a=1 b=2 c=0");
-    EXPECT_EQ(c->GetOrderedImplIfOrdered(), nullptr);
-    c->ReplaceAt(1, "x", 9);
-    EXPECT_TRUE(c->IsOrdered());
-    EXPECT_EQ(Listed(c), "a=1 x=9 c=0");
-    EXPECT_EQ(c->GetPos(item), 0u);
-}
-
 TEST(Container, AnItemThatIsThereMovesToThePlaceOfAnInsertion)
 {
     std::tuple<unsigned, char const*, char const*> const cases[] = {
@@ -218,22 +205,4 @@ TEST(Container, EveryObjectConvertsToItAndItsItemsToAVector)
     EXPECT_EQ(VectorOf(wrapped->Convert(none, "vector", throw_always))->ElemMemory(0), numbers);
     EXPECT_RAISES(Cnt("p", static_cast<void*>(nullptr))->Convert(none, "vector", throw_always), 128,
                   "Converting container into a vector not supported for item type: p");
-}
-
-TEST(Container, ListsGoByPositionAndObjectsAreFoundByClass)
-{
-    auto const numbers = Ints({1});
-    auto const attribute = TestBlock::Create({{"vector", PMemBlock(numbers)}});
-    attribute->conforms = "attribute";
-    auto const c = Ordered("bi");
-    c->Put(DataItem(attribute), "a");
-    safestring names[3];
-    c->ListItems(names);
-    EXPECT_EQ(names[0] + names[1] + names[2], "bia");
-    safestringlist by_name(';');
-    EXPECT_EQ(c->List(by_name), 3);
-    EXPECT_EQ(by_name.Text(), "a;b;i");
-    EXPECT_EQ(c->GetMemory("A", nullptr), attribute);
-    EXPECT_EQ(c->GetMemory("a", "vector"), numbers);
-    EXPECT_FALSE(c->GetMemory("a", "container") || c->GetMemory("i", nullptr));
 }

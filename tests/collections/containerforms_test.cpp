@@ -61,11 +61,11 @@ TEST(ContainerForms, TheScriptSetsAVariableAndThenThePathsOfNestedOnes)
                  R"(LongText="a text of more than twenty bytes\n'",oo=oo,)"
                  R"(real=0.100000000000000006,text="<a & \"b\">",zero="",))
 set(tmp1=cnt(x=1,))
+Set(r.inner=tmp1)
+Delete(tmp1)
 set(tmp2=cnt(y=2,))
 Set(r.inner.deep=tmp2)
 Delete(tmp2)
-Set(r.inner=tmp1)
-Delete(tmp1)
 )");
     ASSERT_EQ(WarningLog::Lines().size(), 1u);
     EXPECT_EQ(WarningLog::Lines()[0].first, 4096u);

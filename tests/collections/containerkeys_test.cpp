@@ -158,22 +158,6 @@ TEST(ContainerKeys, AWriteMakesTheMissingLevelsAndKeepsOtherOwnersOut)
     EXPECT_TRUE(root->exists("fresh"));
 }
 
-TEST(ContainerKeys, AttributeContainersComeIntoBeingWhenTheyAreAskedFor)
-{
-    auto const numbers = Ints({1});
-    PMemBlock const sticky = numbers->GetAttr(true), transient = numbers->GetAttr(false);
-    EXPECT_TRUE(sticky.Conforms("container"));
-    EXPECT_TRUE(numbers->SetSubItem("@sticky.a.b", 1, throw_always));
-    EXPECT_TRUE(numbers->SetSubItem("@transient.t", 2, throw_always));
-    numbers->ContentHasBeenChanged();
-    EXPECT_EQ(numbers->GetSubItem("@sticky.a.b", throw_always).GetInt(), 1);
-    EXPECT_FALSE(numbers->GetAttr(false) == transient);
-    EXPECT_EQ(numbers->GetSubItem("@transient.@length", throw_always).GetInt(), 0);
-    EXPECT_EQ(numbers->Clone(true)->GetSubItem("@sticky.a.b", throw_always).GetInt(), 1);
-    EXPECT_RAISES(numbers->SetSubItem("@transient", 5, throw_always), 128,
-                  "The @transient attribute must be a container instead of: 5 (integer)");
-}
-
 TEST(ContainerKeys, ACloneOnTheWayOfAWriteDoesNotEndTheTransientContainer)
 {
     auto const shared = Container::Create();

@@ -148,18 +148,6 @@ TEST(ContainerWalk, AClonesItemsAreSharedClonedOrCopiedByItsMode)
     EXPECT_FALSE(branch->GetMemory("c", nullptr) == c->GetMemory("c", nullptr));
 }
 
-TEST(ContainerWalk, MemoryCountsBuffersOnceAndLongTexts)
-{
-    auto const numbers = Bytes(std::vector<unsigned char>(1000));
-    auto const c = Cnt("p", DataItem(numbers), "q", DataItem(numbers));
-    long long const one = numbers->CalcMemUsage();
-    EXPECT_EQ(c->CalcMemUsage(), one);
-    c->Put(safestring(99, 'x'), "text");
-    EXPECT_EQ(c->CalcMemUsage(), one + 100);
-    c->SetConst(true);
-    EXPECT_TRUE(numbers->Flags() & MemBlock::mem_const);
-}
-
 TEST(ContainerWalk, TheHashIsThatOfDescriptionNamesAndValues)
 {
     auto const numbers = Bytes({1, 2});
@@ -186,23 +174,6 @@ TEST(ContainerWalk, TheHashIsThatOfDescriptionNamesAndValues)
     SafeValue argument(static_cast<void*>(static_cast<MemBlockVisitor*>(&visitor)));
     c->DoVerb("md5", 1, &argument);
     EXPECT_EQ(visitor.paths, "|v|");
-}
-
-TEST(ContainerWalk, InconsistentItemsAreToldByName)
-{
-    auto const c = Cnt("a", DataItem(Ints({1})), "b", DataItem(Cnt("x", 1)));
-    safestring message;
-    EXPECT_TRUE(c->Consistent(message, true));
-    struct Broken : TestBlock {
-        bool Consistent(safestring& text, bool) const override
-        {
-            text += "broken";
-            return false;
-        }
-    };
-    DerivedPointer<Container>(c->GetMemory("b", nullptr))->Put(DataItem(*new Broken), "y");
-    EXPECT_FALSE(c->Consistent(message, true));
-    EXPECT_EQ(message, "{b: {y: broken}}");
 }
 
 TEST(ContainerWalk, TenThousandLevelsAreWalkedToTheLast)
@@ -237,4 +208,41 @@ TEST(ContainerWalk, TenThousandLevelsAreWalkedToTheLast)
     text.clear();
     c->Serialize(Formatter::ser_morvane, visitor, "r", formatter, text);
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 3 * depth - 2);
+}
+
+TEST(ContainerWalk, OneThatHoldsItselfHasAnEnd)
+{
+    // By itself, and by way of a vector; each has a twin that holds the same.
+    auto const make = [](bool by_vector) {
+        auto const c = Cnt("n", 1);
+        PMemBlock const inner = by_vector ? PMemBlock(Objects({PMemBlock(c)})) : PMemBlock(c);
+        c->Put(DataItem(inner), "self");
+        return c;
+    };
+    for (bool const by_vector : {false, true}) {
+        auto const c = make(by_vector), twin = make(by_vector);
+        safestring text;
+        EXPECT_EQ(c->GetSubItem("@expression", throw_always).GetString().find("@self@="), 10u);
+        EXPECT_EQ(c->GetSubItem("@md5", throw_always).GetString(),
+                  twin->GetSubItem("@md5", throw_always).GetString());
+        EXPECT_EQ(*c == *twin, !by_vector) << "vectors are compared by what they are";
+        EXPECT_TRUE(c->Consistent(text, true));
+        EXPECT_GE(c->CalcMemUsage(), 0);
+        if (!by_vector)
+            c->Merge(twin);
+        c->Merge(c);
+        c->SetConst(true);
+        for (int const form : {Formatter::ser_xml, Formatter::ser_morvane}) {
+            SerializeVisitor visitor("v");
+            EXPECT_THROW(c->Serialize(form, visitor, "r", Formatter(), text), Exception);
+            EXPECT_EQ(text, "");
+        }
+        EXPECT_RAISES(c->Clone(false), 256,
+                      "An object that holds itself cannot be cloned: " +
+                          (by_vector ? safestring("Vector of 1 elements of type memblock")
+                                     : c->GetDescription()));
+        EXPECT_EQ(c->Count(), 2u);
+        c->clear();
+        twin->clear();
+    }
 }

@@ -6,6 +6,7 @@
 #include <memblock/imaging/mask.h>
 #include <memblock/imaging/numrange.h>
 #include <memblock/imaging/point.h>
+#include <memblock/imaging/stencil.h>
 #include <memblock/serial/warning.h>
 #include <support/vectors.h>
 
@@ -41,6 +42,7 @@ TEST(KeyLists, OfEveryClassHoldNamesThatCanBeReadAndNoOthers)
                                  Triples({5u, 6u}),
                                  Texts({"a"}),
                                  Objects({Ints({1})}),
+                                 Items({DataItem(1), DataItem("t")}),
                                  Cnt("a", 1, "b", "text"),
                                  Table::Create("a", Ints({1}), "q r", Texts({"t"})),
                                  Image::Create(5, 4, Vector::Byte, 1.0),
@@ -49,7 +51,8 @@ TEST(KeyLists, OfEveryClassHoldNamesThatCanBeReadAndNoOthers)
                                  labels,
                                  Point::Create(1, 2),
                                  NumRange::Create(1, 4),
-                                 Mask::Create(DerivedPointer<Vector>(pixels))};
+                                 Mask::Create(DerivedPointer<Vector>(pixels)),
+                                 Stencil::Create(DerivedPointer<Vector>(labels))};
     for (PMemBlock const& object : objects) {
         SCOPED_TRACE(object.GetDescription().c_str());
         auto const list = [&](char const* key) {
@@ -58,15 +61,19 @@ TEST(KeyLists, OfEveryClassHoldNamesThatCanBeReadAndNoOthers)
         auto const* const vector = MemCast<Vector>(object.Pointer());
         EXPECT_TRUE(!vector || list("") == list("!"));
         bool const numbers = !vector || !Vector::IsObject(vector->ElemType());
-        for (char const* key : {"", "*"})
+        for (char const* key : {"", "!", "*"}) {
+            int names = 0;
             AnyKeyOfList(list(key), [&](KeyListEntry const& entry) {
                 safestring const name(entry.name.data(), entry.name.size());
+                ++names;
                 if (!vector && name[0] == '@' && name.back() == '@')
                     return false; // the quoted name of an item
                 DataItem const value = object->ResolveSubItem(name, throw_never);
                 EXPECT_EQ(value.IsDefined(), numbers || !IsSummary(name.c_str())) << name.c_str();
                 return false;
             });
+            EXPECT_GT(names, 1) << key;
+        }
     }
     MemBlock_DoVerb("set_calldistributionfunc", DataItem(static_cast<void*>(nullptr)));
 }

@@ -99,12 +99,3 @@ TEST(TableForms, HtmlIsWrittenByteByByteAndReadByAnotherParser)
     std::remove(script.c_str());
     std::remove(html.c_str());
 }
-
-TEST(TableForms, HtmlDescribesObjects)
-{
-    auto const t = Table::Create("o", Objects({Ints({1})}), "p", Items({DataItem(2.5)}));
-    safestring const page = Form(*t, "html");
-    EXPECT_NE(page.find("<td>Vector of 1 elements of type signed int</td><td>2.5</td>"),
-              safestring::npos)
-        << page.c_str();
-}
