@@ -130,8 +130,8 @@ DerivedPointer<Vector> Source(unsigned long count, bool fractions)
     return v;
 }
 
-template <class S, class D>
-void Convert(benchmark::State& state, bool keep_factor, bool fractions)
+template <class S, class D, bool keep_factor, bool fractions>
+void Convert(benchmark::State& state)
 {
     auto const count = static_cast<unsigned long>(state.range(0));
     auto const source = Source<S>(count, fractions);
@@ -172,15 +172,15 @@ void OpenCv(benchmark::State& state)
     }
     PerElement(state, count);
 }
-#define PEER(S, D) BENCHMARK(OpenCv<S, D>)->SIZES
+#define PEER(S, D) BENCHMARK_TEMPLATE(OpenCv, S, D)->SIZES
 #else
 #define PEER(S, D)
 #endif
 
 #define SIZES Arg(1 << 16)->Arg(1 << 20)->Arg(1 << 24)
 #define CONVERSION(S, D, KEEP, FRACTIONS)                                                          \
-    BENCHMARK_CAPTURE((Convert<S, D>), S##_##D, KEEP, FRACTIONS)->SIZES;                           \
-    BENCHMARK(PlainLoop<S, D>)->SIZES;                                                             \
+    BENCHMARK_TEMPLATE(Convert, S, D, KEEP, FRACTIONS)->SIZES;                                     \
+    BENCHMARK_TEMPLATE(PlainLoop, S, D)->SIZES;                                                    \
     PEER(S, D)
 using byte = unsigned char;
 using ushort = unsigned short;

@@ -2,6 +2,7 @@
 
 #include <memblock/base/number.h>
 
+#include <charconv>
 #include <cmath>
 
 namespace measure {
@@ -24,10 +25,16 @@ char const* const usage_text =
     "  --zones       with --objects: also the pixels up to, and above, each object's mean\n"
     "  --labels=FILE with --objects: take them from this picture, pixel k marks object k\n"
     "  --report=DIR  --objects, and a page to look at of each FILE: DIR/FILE.html\n"
+    "  --threads=N   measure N pages at a time (default: one a processor); the result is the same\n"
+    "  --output=FILE print to FILE; if it exists, ask first\n"
+    "  --force       overwrite it without a question\n"
+    "  --quiet       do not show on standard error how far the work is\n"
     "  --help        print this text\n"
     "\n"
+    "Ctrl-C ends the work and prints what is measured by then.\n"
     "Minimum and maximum come with the lowest index that reaches them (x + y * width).\n"
-    "Exit status: 0, 1 if a file could not be read, 2 for a call that is not understood.\n";
+    "Exit status: 0, 1 if a file could not be read or written, 2 for a call that is not\n"
+    "understood, 130 after Ctrl-C.\n";
 
 namespace {
 
@@ -77,6 +84,16 @@ std::string ReadFormat(std::string const& text)
     return text;
 }
 
+int ReadThreads(std::string const& text)
+{
+    constexpr int most = 1024;
+    int threads = 0;
+    auto const end = std::from_chars(text.data(), text.data() + text.size(), threads);
+    if (end.ec != std::errc() || *end.ptr || threads < 0 || threads > most)
+        throw UsageError("--threads takes a number up to 1024, not '" + text + "'");
+    return threads;
+}
+
 bool SetObjectOption(ObjectOptions& objects, std::string const& name, std::string const& value)
 {
     if (name == "--threshold") {
@@ -117,6 +134,28 @@ bool SetOption(Options& options, std::string const& name, std::string const& val
         options.format = ReadFormat(value);
     else if (name == "--report")
         SetReport(options, value);
+    else if (name == "--threads")
+        options.threads = ReadThreads(value);
+    else if (name == "--output")
+        options.output = value;
+    else
+        return false;
+    return true;
+}
+
+/// An option without a value.
+bool SetFlag(Options& options, std::string const& name)
+{
+    if (name == "--help")
+        options.help = true;
+    else if (name == "--objects")
+        options.objects.wanted = true;
+    else if (name == "--zones")
+        options.objects.zones = true;
+    else if (name == "--force")
+        options.force = true;
+    else if (name == "--quiet")
+        options.quiet = true;
     else
         return false;
     return true;
@@ -134,12 +173,8 @@ Options ReadOptions(std::vector<std::string> const& arguments)
             options.files.push_back(argument);
         } else if (argument == "--") {
             only_files = true;
-        } else if (argument == "--help") {
-            options.help = true;
-        } else if (argument == "--objects") {
-            options.objects.wanted = true;
-        } else if (argument == "--zones") {
-            options.objects.zones = true;
+        } else if (SetFlag(options, argument)) {
+            continue;
         } else { // "--name=value" or "--name value"
             auto const sign = argument.find('=');
             std::string const name = argument.substr(0, sign);

@@ -33,7 +33,11 @@ struct Options {
     Policies policies;
     std::string format; ///< "text", "html" or "xml" for a table; empty for lines to read
     ObjectOptions objects;
-    std::string report; ///< a folder for pages to look at; empty: none
+    std::string report;         ///< a folder for pages to look at; empty: none
+    std::optional<int> threads; ///< none: one a processor; 0: the program's own
+    std::string output;         ///< a file to print to; empty: standard output
+    bool force = false;         ///< overwrite it without a question
+    bool quiet = false;
     bool help = false;
 };
 

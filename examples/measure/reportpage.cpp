@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <set>
+#include <sstream>
 
 namespace measure {
 
@@ -30,9 +31,23 @@ std::string Picture(std::string const& png, char const* attributes)
            Ntarnwick::Encode_base64(png.data(), png.size()).c_str() + "\">\n";
 }
 
-void WriteSection(std::ostream& out, Section const& section)
+void WritePage(std::ostream& out, std::string const& title,
+               std::vector<std::string> const& sections)
+{
+    out << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n<title>"
+        << Encoded(title) << "</title>\n<style>\n"
+        << page_style << "</style>\n</head>\n<body>\n<h1>" << Encoded(title) << "</h1>\n";
+    for (std::string const& section : sections)
+        out << section;
+    out << "<script>\n" << page_script << "</script>\n</body>\n</html>\n";
+}
+
+} // namespace
+
+std::string SectionHtml(Section const& section)
 {
     Image const& picture = cref(section.picture);
+    std::ostringstream out;
     out << "<section>\n<h2>" << Encoded(section.title) << "</h2>\n<div class=\"views\">\n"
         << "<div class=\"picture\">\n"
         << Picture(GreyPng(picture), "alt=\"The picture\"")
@@ -44,19 +59,7 @@ void WriteSection(std::ostream& out, Section const& section)
         << "<p>Click a column's name to sort; point at a row to find its object.</p>\n"
         << "</div>\n</div>\n<div class=\"rows\">\n"
         << TableForm(cref(section.table), "html") << "</div>\n</section>\n";
-}
-
-} // namespace
-
-void WriteReportPage(std::ostream& out, std::string const& title,
-                     std::vector<Section> const& sections)
-{
-    out << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n<title>"
-        << Encoded(title) << "</title>\n<style>\n"
-        << page_style << "</style>\n</head>\n<body>\n<h1>" << Encoded(title) << "</h1>\n";
-    for (Section const& section : sections)
-        WriteSection(out, section);
-    out << "<script>\n" << page_script << "</script>\n</body>\n</html>\n";
+    return out.str();
 }
 
 std::string ReportName(std::vector<std::string> const& files, std::string const& file)
@@ -76,14 +79,14 @@ std::string ReportName(std::vector<std::string> const& files, std::string const&
 }
 
 void WriteReport(std::string const& folder, std::string const& name, std::string const& title,
-                 std::vector<Section> const& sections)
+                 std::vector<std::string> const& sections)
 {
     std::error_code error;
     fs::create_directories(folder, error);
     auto const path = fs::path(folder) / name;
     std::ofstream out(path, std::ios::binary);
     if (out)
-        WriteReportPage(out, title, sections);
+        WritePage(out, title, sections);
     if (!out.flush())
         throw WriteError("cannot write '" + path.string() + "'");
 }

@@ -6,7 +6,6 @@
 #include <memblock/imaging/stencil.h>
 
 #include <optional>
-#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -28,18 +27,18 @@ struct Section {
     std::optional<double> threshold;               ///< shown in the histogram
 };
 
-/// Write one HTML file that needs no other: of each section the picture with the outlines of its
+/// The part of a page that shows one picture, as HTML: the picture with the outlines of its
 /// objects, its histogram, and its table, which sorts by the column whose name is clicked.
-void WriteReportPage(std::ostream& out, std::string const& title,
-                     std::vector<Section> const& sections);
+std::string SectionHtml(Section const& section);
 
 /// The name of the page of `file`: that of the file itself and ".html", with "-2", "-3" ... behind
 /// where `files` names others of the same name in other folders before it.
 std::string ReportName(std::vector<std::string> const& files, std::string const& file);
 
-/// Write the page into a folder, which is made where it is missing. Throws: WriteError.
+/// Write a page, one HTML file that needs no other, into a folder, which is made where it is
+/// missing. Throws: WriteError.
 void WriteReport(std::string const& folder, std::string const& name, std::string const& title,
-                 std::vector<Section> const& sections);
+                 std::vector<std::string> const& sections);
 
 } // namespace measure
 

@@ -17,6 +17,10 @@ public:
     {
         table_->AppendRow(*row.Pointer(), true, true);
     }
+    void Add(NKelmic::DerivedPointer<NKelmic::Table> const& rows)
+    {
+        table_->AppendRows(cref(rows), true);
+    }
     NKelmic::DerivedPointer<NKelmic::Table> const& Get() const { return table_; }
 
 private:

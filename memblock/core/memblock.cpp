@@ -244,8 +244,8 @@ PMemBlock MemBlock::op(char operation, PMemBlock other, op_options const&) const
 {
     if (operation != '=' && operation != '#')
         Raise(err_request, "Operation '%c' not supported for object type: %s", int(operation),
-              other->Class());
-    bool const equal = *this == *other;
+              other ? other->Class() : "none");
+    bool const equal = other && *this == *other;
     return Vector::CreateFrom(int(equal == (operation == '=')));
 }
 

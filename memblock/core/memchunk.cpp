@@ -27,6 +27,13 @@ int types_of(unsigned long counts)
     return static_cast<int>(static_cast<unsigned int>(counts >> 32));
 }
 
+/// Whether a chunk is the only one on its buffer. No other thread has one then that it could copy
+/// or drop, and the owner may do without atomic additions.
+bool alone(unsigned long& counts)
+{
+    return clones_of(word_ref(counts).load(std::memory_order_acquire)) == 1;
+}
+
 void* checked(void* block, unsigned long size)
 {
     if (!block && size > 0)
@@ -109,6 +116,14 @@ MemChunk::MemChunk(MemChunk const& o, counts_t added)
         counts_ = o.counts_ = NewCounts(one_clone + added);
 }
 
+MemChunk::MemChunk(MemChunk&& o) noexcept
+    : release_(o.release_), release2_(o.release2_), user_data_(o.user_data_),
+      counts_(std::exchange(o.counts_, nullptr)), data_(o.data_), size_(o.size_),
+      read_only_(o.read_only_)
+{
+    o.Forget();
+}
+
 MemChunk& MemChunk::operator=(MemChunk const& o)
 {
     if (this != &o) {
@@ -140,7 +155,8 @@ bool MemChunk::DropClone() noexcept
     counts_t* const counts = std::exchange(counts_, nullptr);
     if (!counts)
         return true;
-    if (clones_of(word_ref(*counts).fetch_sub(one_clone, std::memory_order_acq_rel)) > 1)
+    if (!alone(*counts) &&
+        clones_of(word_ref(*counts).fetch_sub(one_clone, std::memory_order_acq_rel)) > 1)
         return false;
     mb_free(counts);
     return true;
@@ -191,14 +207,20 @@ int MemChunk::IncrTypeCount() const
 {
     if (!counts_)
         counts_ = NewCounts(one_clone);
-    return types_of(word_ref(*counts_).fetch_add(one_type, std::memory_order_relaxed)) + 1;
+    if (!alone(*counts_))
+        return types_of(word_ref(*counts_).fetch_add(one_type, std::memory_order_relaxed)) + 1;
+    *counts_ += one_type;
+    return types_of(*counts_);
 }
 
 int MemChunk::DecrTypeCount() const
 {
     if (!counts_)
         return 0;
-    return types_of(word_ref(*counts_).fetch_sub(one_type, std::memory_order_acq_rel)) - 1;
+    if (!alone(*counts_))
+        return types_of(word_ref(*counts_).fetch_sub(one_type, std::memory_order_acq_rel)) - 1;
+    *counts_ -= one_type;
+    return types_of(*counts_);
 }
 
 bool MemChunk::IsDataTyped() const

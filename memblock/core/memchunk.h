@@ -30,7 +30,8 @@ public:
     MemChunk(void* data, release2_t release, void* user_data, unsigned long size);
     /// Take the buffer out of the carrier, which keeps neither data nor release functions.
     MemChunk(Carrier const& carrier);
-    MemChunk(MemChunk const& o); ///< shares the buffer: one atomic add
+    MemChunk(MemChunk const& o);     ///< shares the buffer: one atomic add
+    MemChunk(MemChunk&& o) noexcept; ///< takes its place; `o` is left as by `Dismiss`
     MemChunk& operator=(MemChunk const& o);
     ~MemChunk();
 

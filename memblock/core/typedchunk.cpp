@@ -8,6 +8,7 @@
 #include <iostream>
 #include <memory>
 #include <new>
+#include <utility>
 
 namespace NKelmic {
 
@@ -28,6 +29,12 @@ MemChunk const& checked(MemChunk const& chunk, unsigned long offset, unsigned lo
     return chunk;
 }
 
+MemChunk&& checked(MemChunk&& chunk, unsigned long offset, unsigned long count, unsigned long width)
+{
+    checked(std::as_const(chunk), offset, count, width);
+    return std::move(chunk);
+}
+
 } // namespace
 
 TypedChunk::TypedChunk()
@@ -42,6 +49,22 @@ TypedChunk::TypedChunk(unsigned long length, DataType type, MemChunk const& chun
       length_(length), type_(type), elem_size_(static_cast<unsigned char>(SizeOf(type)))
 {
     Rebase(byte_offset);
+}
+
+TypedChunk::TypedChunk(unsigned long length, DataType type, MemChunk&& chunk,
+                       unsigned long byte_offset)
+    : chunk_(checked(std::move(chunk), byte_offset, length, SizeOf(type))), length_(length),
+      type_(type), elem_size_(static_cast<unsigned char>(SizeOf(type)))
+{
+    chunk_.IncrTypeCount();
+    Rebase(byte_offset);
+}
+
+TypedChunk::TypedChunk(TypedChunk&& o) noexcept
+    : chunk_(std::move(o.chunk_)), data_(std::exchange(o.data_, nullptr)),
+      length_(std::exchange(o.length_, 0)), type_(o.type_), elem_size_(o.elem_size_),
+      no_destroy_(o.no_destroy_), delayed_(std::exchange(o.delayed_, nullptr))
+{
 }
 
 TypedChunk::TypedChunk(TypedChunk const& o, shared_view)

@@ -31,7 +31,9 @@ public:
     ///         the text of `SizeOf` for a type without a size.
     TypedChunk(unsigned long length, DataType type, MemChunk const& chunk,
                unsigned long byte_offset);
-    TypedChunk(TypedChunk const& o); ///< with a copy of a pending initializer
+    TypedChunk(unsigned long length, DataType type, MemChunk&& chunk, unsigned long byte_offset);
+    TypedChunk(TypedChunk const& o);     ///< with a copy of a pending initializer
+    TypedChunk(TypedChunk&& o) noexcept; ///< takes its place; `o` is left without elements
     TypedChunk& operator=(TypedChunk const& o);
     ~TypedChunk();
 

@@ -84,27 +84,33 @@ DerivedPointer<IntervalVector> IntervalVector::GetXYVector(char c) const
 
 namespace {
 
-unsigned int AreaBelow(IndexVector const& v, unsigned int first, unsigned int last, int depth)
+/// The running sums of the innermost elements that the intervals reach: element k tells of those
+/// ahead of interval k. Each layer is gone through once, however often its intervals are reached.
+std::vector<unsigned int> AreaSums(IntervalVector const& v, int depth)
 {
-    IntervalVector const* const layer = dynamic_cast<IntervalVector const*>(&v);
-    if (!layer || depth == most_layers)
-        return last - first;
-    Intervals const intervals(*layer);
-    last = std::min(last, intervals.Count());
-    IndexVector const* const below = MemCast<IndexVector>(layer->Target());
-    unsigned int area = 0;
-    for (unsigned int k = first; k < last; ++k)
-        area += Layer(layer->Target())
-                    ? AreaBelow(*below, intervals.From(k), intervals.To(k), depth + 1)
-                    : intervals.Size(k);
-    return area;
+    Intervals const intervals(v);
+    IntervalVector const* const layer = depth < most_layers ? Layer(v.Target()) : nullptr;
+    auto const below = layer ? AreaSums(*layer, depth + 1) : std::vector<unsigned int>();
+    std::vector<unsigned int> sums(intervals.Count() + 1UL);
+    for (unsigned int k = 0; k < intervals.Count(); ++k)
+        sums[k + 1UL] = sums[k] + (layer ? below[intervals.To(k)] - below[intervals.From(k)]
+                                         : intervals.Size(k));
+    return sums;
 }
 
 } // namespace
 
 unsigned int find_area_rec(DerivedPointer<IndexVector> v, unsigned int first, unsigned int last)
 {
-    return first < last ? AreaBelow(cref(v), first, last, 0) : 0;
+    auto const* const layer = dynamic_cast<IntervalVector const*>(&cref(v));
+    if (layer)
+        last = std::min(last, layer->IntervalCount());
+    if (first >= last)
+        return 0;
+    if (!layer)
+        return last - first;
+    auto const sums = AreaSums(*layer, 0);
+    return sums[last] - sums[first];
 }
 
 void unpack_three_layer_const(DerivedPointer<IntervalVector> const& v, unsigned int const*& inner,

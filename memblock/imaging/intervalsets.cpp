@@ -68,14 +68,24 @@ int const* Pixels(PMemBlock const& target)
 /// Limits and pixels of a result that is written object by object.
 class StencilBuilder {
 public:
-    StencilBuilder(IntervalVector const& model, unsigned long most_pixels)
-        : limits_(model.IntervalCount() + 1UL),
-          pixels_(OpenIndexVector(most_pixels, model.IndexVectorTarget()->GetTargetData())),
+    /// Room is made for `expected` pixels, and for `most` when they are more.
+    StencilBuilder(IntervalVector const& model, unsigned long most, unsigned long expected)
+        : limits_(model.IntervalCount() + 1UL), most_(most), room_(std::min(expected, most)),
+          pixels_(OpenIndexVector(room_, model.IndexVectorTarget()->GetTargetData())),
           out_(pixels_->UnsignedIntPointer())
     {
         limits_[0] = 0;
     }
-    unsigned int* Room() const { return out_ + used_; }
+    /// Where the next object goes, which has up to `most` pixels.
+    unsigned int* Room(unsigned long most)
+    {
+        if (used_ + most > room_) [[unlikely]] {
+            room_ = most_;
+            pixels_->ResizeVector(room_, true, false);
+            out_ = pixels_->UnsignedIntPointer();
+        }
+        return out_ + used_;
+    }
     /// End the next object behind what was written to `Room`.
     void Close(unsigned int count)
     {
@@ -90,9 +100,65 @@ public:
 
 private:
     LimitArray limits_;
+    unsigned long most_, room_;
     DerivedPointer<IndexVector> pixels_;
     unsigned int* out_;
     unsigned int used_ = 0, objects_ = 0;
+};
+
+/// The set operation on the objects of two structures, one number after the other.
+class ObjectPairs {
+public:
+    ObjectPairs(char op, IntervalVector const& a, IntervalVector const& b)
+        : op_(op), left_(a), right_(b), pixels_a_(Pixels(a.Target())),
+          pixels_b_(Pixels(b.Target())), work_a_(LongestInterval(left_)),
+          work_b_(LongestInterval(right_))
+    {
+    }
+    unsigned int Count() const { return left_.Count(); }
+    struct Pair {
+        int const *a, *b;
+        unsigned int na, nb;
+        unsigned int most; ///< pixels of the result
+    };
+    Pair At(unsigned int k) const
+    {
+        unsigned int const from_a = left_.From(k), from_b = right_.From(k);
+        unsigned int const na = left_.To(k) - from_a, nb = right_.To(k) - from_b;
+        return {pixels_a_ + from_a, pixels_b_ + from_b, na, nb, op_ == '&' ? na : na + nb};
+    }
+    unsigned long Most() const { return left_.Total() + (op_ == '&' ? 0 : right_.Total()); }
+    unsigned int Write(Pair const& pair, unsigned int* out)
+    {
+        return static_cast<unsigned int>(
+            intvecop(op_, pair.a, static_cast<int>(pair.na), pair.b, static_cast<int>(pair.nb),
+                     reinterpret_cast<int*>(out), work_a_.data(), work_b_.data()));
+    }
+    /// The pixels of the whole result, some more than it has by a sample of its objects. Memory
+    /// that is asked for and given back unused costs more than the operation itself.
+    unsigned long Expected()
+    {
+        constexpr unsigned int stride = 64, few = 16 * stride;
+        unsigned long const most = Most();
+        if (Count() < few)
+            return most;
+        std::vector<unsigned int> out(work_a_.size() + work_b_.size());
+        unsigned long sampled = 0, written = 0;
+        for (unsigned int k = 0; k < Count(); k += stride) {
+            Pair const pair = At(k);
+            sampled += pair.most;
+            written += Write(pair, out.data());
+        }
+        double const share = sampled > 0 ? double(written) / double(sampled) : 1.0;
+        return static_cast<unsigned long>(double(most) * std::min(share * 1.0625, 1.0)) +
+               out.size();
+    }
+
+private:
+    char op_;
+    Intervals left_, right_;
+    int const *pixels_a_, *pixels_b_;
+    std::vector<int> work_a_, work_b_;
 };
 
 PMemBlock Combine(char op, IntervalVector const& a, IntervalVector const& b)
@@ -102,15 +168,11 @@ PMemBlock Combine(char op, IntervalVector const& a, IntervalVector const& b)
               "Logical operation \"%c\" only supported for operands with the same number of "
               "geometrical figures. These operands have %d and %d.",
               op, a.IntervalCount(), b.IntervalCount());
-    Intervals const left(a), right(b);
-    int const *const pixels_a = Pixels(a.Target()), *const pixels_b = Pixels(b.Target());
-    StencilBuilder result(a, left.Total() + (op == '&' ? 0 : right.Total()));
-    std::vector<int> work_a(LongestInterval(left)), work_b(LongestInterval(right));
-    for (unsigned int k = 0; k < left.Count(); ++k) {
-        int const n = intvecop(op, pixels_a + left.From(k), static_cast<int>(left.Size(k)),
-                               pixels_b + right.From(k), static_cast<int>(right.Size(k)),
-                               reinterpret_cast<int*>(result.Room()), work_a.data(), work_b.data());
-        result.Close(static_cast<unsigned int>(n));
+    ObjectPairs pairs(op, a, b);
+    StencilBuilder result(a, pairs.Most(), pairs.Expected());
+    for (unsigned int k = 0; k < pairs.Count(); ++k) {
+        auto const pair = pairs.At(k);
+        result.Close(pairs.Write(pair, result.Room(pair.most)));
     }
     return result.Finish();
 }
@@ -211,10 +273,10 @@ DerivedPointer<IntervalVector> intvecimageand(DerivedPointer<IntervalVector> v,
     auto const* const indices =
         reinterpret_cast<unsigned int const*>(Pixels(objects.IndexVectorTarget()));
     auto const keep = [&]<class T>(T const* pixels) {
-        StencilBuilder result(objects, intervals.Total());
+        StencilBuilder result(objects, intervals.Total(), intervals.Total());
         for (unsigned int k = 0; k < intervals.Count(); ++k)
             result.Close(intvecimageand_tmpl(indices + intervals.From(k), intervals.Size(k), pixels,
-                                             mask.Length(), result.Room()));
+                                             mask.Length(), result.Room(intervals.Size(k))));
         return result.Finish();
     };
     if (mask.ElemSize() == 1)

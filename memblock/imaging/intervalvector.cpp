@@ -79,12 +79,14 @@ DerivedPointer<IntervalVector> IntervalVector::CreateBySample(DerivedPointer<Int
                                                               DerivedPointer<Vector> target)
 {
     IntervalVector const& v = cref(sample);
-    if (v.EndArray_) { // limits of the other form would need a second array to be shared
-        v.EnsureStartAndEnd();
-    }
     DerivedPointer<IntervalVector> made = Create(v.IntervalCount_, std::move(target));
-    if (!made->UseMemoryOf(DerivedPointer<Vector>(sample)))
+    if (v.EndArray_) {
+        v.Start(0); // the limits must be such
+        made->EndArray_ = v.EndArray_->Clone(true);
+        made->SetTypedChunk(v.Chunk());
+    } else if (!made->UseMemoryOf(DerivedPointer<Vector>(sample))) {
         made->ResizeVector(v.Length(), true, true);
+    }
     return made;
 }
 
@@ -161,7 +163,7 @@ void IntervalVector::Rearrange(int const* order, unsigned int n, unsigned int ne
     AddEndArray();
     DerivedPointer<Vector> const ends(EndArray_->Clone(true));
     ends->Rearrange(order, n, newcount, handler);
-    PMemBlock const old_ends = std::exchange(EndArray_, PMemBlock());
+    PMemBlock const old_ends = std::exchange(EndArray_, PMemBlock(ends)); // the form is known by it
     try {
         IndexVector::Rearrange(order, n, newcount, handler);
     } catch (...) {
@@ -169,7 +171,6 @@ void IntervalVector::Rearrange(int const* order, unsigned int n, unsigned int ne
         IntervalCount_ = Length();
         throw;
     }
-    EndArray_ = ends;
     IntervalCount_ = Length();
 }
 
@@ -262,7 +263,7 @@ void IntervalParts::Install(IntervalVector& v, TypedChunk const& limits, PMemBlo
     PMemBlock const old_target = std::exchange(v.Target_, PMemBlock(target));
     PMemBlock const old_ends = std::exchange(v.EndArray_, PMemBlock());
     v.SetTypedChunk(limits);
-    v.IntervalCount_ = v.Length() - 1;
+    v.ResizeVector(v.Length(), true, true); // counts the intervals; those of no limits have one
 }
 
 void IntervalParts::ReplaceTarget(IntervalVector& v, PMemBlock const& target)
@@ -436,6 +437,7 @@ bool IntervalVector::Equals(MemBlock const& other) const
 safestring IntervalVector::DoGetDescription() const
 {
     int const count = static_cast<int>(IntervalCount_);
+    bool const limits_are_fit = ElemType() == UnsignedInt; // the error for others describes this
     switch (LgType()) {
     case stencil: {
         unsigned int w = 0, h = 0;
@@ -445,7 +447,7 @@ safestring IntervalVector::DoGetDescription() const
     }
     case subobj:
         return Text("Subobject complex attribute for %d subobjects of %d objects: %s",
-                    CountAccessibleSubObjects(*this), count,
+                    limits_are_fit ? CountAccessibleSubObjects(*this) : 0, count,
                     BehindObjects(Target_.GetDescription()));
     case subnum:
         return Text("Subobject scalar attribute for %d objects.", count);
@@ -465,6 +467,10 @@ safestring IntervalVector::DoGetDescription() const
 
 bool IntervalVector::Consistent(safestring& message, bool deep) const
 {
+    if (ElemType() != UnsignedInt) {
+        message += Text("Cannot cast data to UnsignedInt type: %s", *this);
+        return false;
+    }
     if (!IndexVector::Consistent(message, deep))
         return false;
     bool const bad_type = [&] {

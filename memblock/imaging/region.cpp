@@ -53,10 +53,11 @@ DerivedPointer<IndexVector> RegionBase::GetVectorRepr() const
 
 IndexVector::TargetData RegionBase::GetTargetData() const
 {
-    if (IndexVector const* const vector = MemCast<IndexVector>(vector_))
-        return PixelsOf(*vector)->GetTargetData();
     IndexVector::TargetData target;
-    if (Image const* const image = MemCast<Image>(image_)) {
+    if (IndexVector const* const vector = MemCast<IndexVector>(vector_)) {
+        if (auto const pixels = PixelsOf(*vector))
+            target = cref(pixels).GetTargetData();
+    } else if (Image const* const image = MemCast<Image>(image_)) {
         target.descr = image->GetDescription();
         target.dims = {image->width(), image->height()};
     }

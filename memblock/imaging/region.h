@@ -29,7 +29,8 @@ public:
     /// The forms. They stay the object's own: a second call gives the same one.
     DerivedPointer<Image> GetImageRepr() const;
     DerivedPointer<IndexVector> GetVectorRepr() const;
-    /// Size and description of the image that the region lies in.
+    /// Size and description of the image that the region lies in; nothing where a key has made
+    /// something else of the vector form.
     IndexVector::TargetData GetTargetData() const;
 
 protected:
@@ -59,6 +60,7 @@ private:
     virtual void Take(PMemBlock content) = 0;           ///< `SetContent`
     virtual bool IsSource(PMemBlock const& source) const = 0;
     virtual PMemBlock MakeVector(Image const& image) const = 0;
+    /// The list of pixels in a vector form; null where a write by key has put something else there.
     virtual DerivedPointer<IndexVector> PixelsOf(IndexVector const& vector) const = 0;
     virtual Words const& Told() const = 0;
     /// Tell what is wrong with the forms as this class sees it.

@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <cstddef>
 
-/// Set operations on lists of pixel numbers. Objects are drawn in rows, so their sorted lists are
-/// made of runs of successive numbers: these are gone through as a whole.
+/// Set operations on lists of pixel numbers. Objects are drawn in rows, so what two sorted lists
+/// have in common are runs of successive numbers: these are gone through some numbers at a time.
 namespace NKelmic::setops {
 
 /// Whether each number is above the one before it.
@@ -36,35 +36,33 @@ inline bool Increases(int const* list, std::ptrdiff_t n)
     return true;
 }
 
-/// The first number from `a` on that is not below `limit`, which is above *a.
-inline int const* SkipBelow(int const* a, int const* end, int limit)
-{
-    // Numbers that increase reach limit - 1 no sooner than an unbroken run does.
-    auto const distance =
-        static_cast<std::size_t>(static_cast<unsigned int>(limit) - static_cast<unsigned int>(*a));
-    if (distance <= static_cast<std::size_t>(end - a) && a[distance - 1] == limit - 1)
-        return a + distance;
-    do
-        ++a;
-    while (a != end && *a < limit);
-    return a;
-}
-
 /// Which parts of two increasing lists go into the result.
 template <bool common, bool single>
-int* Merge(int const* a, int const* a_end, int const* b, int const* b_end, int* out)
+MEMBLOCK_INLINE_LOOP int* Merge(int const* a, int const* a_end, int const* b, int const* b_end,
+                                int* out)
 {
-    auto const take_below = [&out](int const*& list, int const* end, int limit) {
-        int const* const stop = SkipBelow(list, end, limit);
-        if constexpr (single)
-            out = std::copy(list, stop, out);
-        list = stop;
-    };
+    constexpr int step = 8;
     while (a != a_end && b != b_end) {
-        if (*a < *b) {
-            take_below(a, a_end, *b);
-        } else if (*b < *a) {
-            take_below(b, b_end, *a);
+        int x = *a, y = *b;
+        if (x < y) {
+            do {
+                if constexpr (single)
+                    *out++ = x;
+                ++a;
+            } while (a != a_end && (x = *a) < y);
+        } else if (y < x) {
+            do {
+                if constexpr (single)
+                    *out++ = y;
+                ++b;
+            } while (b != b_end && (y = *b) < x);
+        } else if (a_end - a >= step && b_end - b >= step && a[step - 1] == b[step - 1] &&
+                   static_cast<unsigned int>(a[step - 1]) - static_cast<unsigned int>(x) ==
+                       step - 1) { // eight numbers that increase by seven: a run
+            if constexpr (common)
+                out = std::copy_n(a, step, out);
+            a += step;
+            b += step;
         } else {
             do {
                 if constexpr (common)

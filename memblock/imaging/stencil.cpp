@@ -66,7 +66,8 @@ PMemBlock Stencil::MakeVector(Image const& image) const
 DerivedPointer<IndexVector> Stencil::PixelsOf(IndexVector const& vector) const
 {
     auto const* const objects = dynamic_cast<IntervalVector const*>(&vector);
-    return objects ? objects->IndexVectorTarget() : DerivedPointer<IndexVector>(&vector);
+    return objects ? DerivedPointer<IndexVector>(MemCast<IndexVector>(objects->Target()))
+                   : DerivedPointer<IndexVector>(&vector);
 }
 
 RegionBase::Words const& Stencil::Told() const

@@ -245,8 +245,8 @@ struct Op_variance {
     double Compute(T const* __restrict x, int n, F const& filter, double) const
     {
         if constexpr (summary::is_small_integer<T>)
-            if (static_cast<std::size_t>(n) > summary::ordered)
-                return summary::ExactVariance(x, static_cast<std::size_t>(n));
+            if (auto const count = static_cast<std::size_t>(n); count > summary::ordered)
+                return summary::ExactVariance(summary::SumExactly<true>(x, count), count);
         double s1 = 0, s2 = 0;
         for (int i = 0; i < n; ++i) {
             double const value = static_cast<double>(static_cast<Number<T>>(filter.Value(x[i])));

@@ -32,11 +32,12 @@ public:
     Job& operator=(Job const&) = delete;
 
     /// Called when the job is queued for the workers, with the manager's lock held: be short, and
-    /// call nothing of a pool.
+    /// call nothing of a pool. What it throws is logged and goes no further.
     virtual void OnPosted();
     /// Do the work; runs on a worker. What it throws, of any type, becomes the job's failure.
     virtual DataItem Run() = 0;
-    /// Called after the result is on its way, on the same thread; may delete the job.
+    /// Called after the result is on its way, on the same thread; may delete the job. Be short: the
+    /// worker comes for the next job only then.
     virtual void OnFinished();
 
     /// Null before the job is added and after it has run.
@@ -80,7 +81,8 @@ private:
 class MEMBLOCK_API JobPool : public ThreadSharable {
 public:
     /// The environment variable MORVANE_NUM_THREADS overrides the number of processors; 0 makes a
-    /// single-threaded pool. The count becomes the target of the whole process.
+    /// single-threaded pool, and more than 1024 count as 1024. The count becomes the target of the
+    /// whole process.
     ///
     /// continue_on_error: a failing job doesn't abort the pool.
     explicit JobPool(bool continue_on_error = false, bool headless = false);
@@ -96,6 +98,7 @@ public:
     /// Give the job to the pool, which owns it until `OnFinished`; returns its index.
     ///
     /// Throws: err_notify with the abort message; err_precondition "JobPool: no job was given.".
+    /// The job stays the caller's then.
     int AddNewJob(Job* job);
     int GetJobCount();
 

@@ -16,6 +16,10 @@
 namespace NKelmic {
 namespace {
 
+/// Settled: a greater number in the environment is taken as this one. It is a mistake, and would
+/// take the machine down before the pool could fail.
+constexpr unsigned most_threads = 1024;
+
 enum status_t { status_unknown = 0, status_added = 1, status_succeeded = 3, status_failed = 4 };
 
 constinit std::atomic<unsigned long long> last_serial{0};
@@ -34,7 +38,7 @@ int ThreadsFromEnvironment(int threads)
     char const* const text = std::getenv("MORVANE_NUM_THREADS");
     if (!text || *text < '0' || *text > '9')
         return threads;
-    return static_cast<int>(StringToUInt()(text));
+    return static_cast<int>(std::min(StringToUInt()(text), most_threads));
 }
 
 void LogTask(safestring const& text)
@@ -210,6 +214,9 @@ void JobPoolImpl::NotifyJobPoolDestroyed()
 {
     Abort(safestring());
     DoAbandon();
+    // Callers may share what the results refer to, and this object may end on a worker.
+    std::vector<DataItem>().swap(results_);
+    statuses_.clear();
 }
 
 void JobPoolImpl::Notify(int job, int code, DataItem& value)

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <boost/date_time/posix_time/posix_time_types.hpp>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 
@@ -52,6 +53,16 @@ public:
 private:
     int& idle_;
 };
+
+/// What a job throws here must not keep it, or those posted with it, out of the queue.
+void TellPosted(Job& job)
+{
+    try {
+        job.OnPosted();
+    } catch (...) {
+        LogCounts(2, "Error while posting a task: %s", ComposeExceptionMessageText());
+    }
+}
 
 } // namespace
 
@@ -102,8 +113,13 @@ void ThreadMgr::SetThreadCount(int n)
     ProcessMessages();
     LogCounts(5, "Setting desired worker thread count to: %d", n);
     MainLock const main(main_mutex_);
-    desired_ = n;
-    AdjustThreadCount_lk();
+    int const before = std::exchange(desired_, n);
+    try {
+        AdjustThreadCount_lk();
+    } catch (...) { // a target out of reach would make every later pool fail
+        desired_ = before;
+        throw;
+    }
 }
 
 void ThreadMgr::AdjustThreadCount_lk()
@@ -142,8 +158,8 @@ void ThreadMgr::ChangeBlockedThreadCount(int delta)
 void ThreadMgr::RegisterJobPool(JobPoolImpl_MT_base* pool)
 {
     MainLock const main(main_mutex_);
+    AdjustThreadCount_lk(); // first: when it throws, the pool is not made
     pools_.push_back(pool);
-    AdjustThreadCount_lk();
 }
 
 void ThreadMgr::UnregisterJobPool(JobPoolImpl_MT_base* pool)
@@ -168,7 +184,7 @@ void ThreadMgr::Post(JobPoolImpl_MT_base& pool, ThrMsg const* messages, std::siz
     LockSoon(main);
     for (std::size_t i = 0; i < count; ++i)
         if (messages[i].job)
-            messages[i].job->OnPosted();
+            TellPosted(*messages[i].job);
     {
         boost::unique_lock<boost::mutex> lock(pool.queue_mutex_, boost::defer_lock);
         LockSoon(lock);
@@ -177,7 +193,13 @@ void ThreadMgr::Post(JobPoolImpl_MT_base& pool, ThrMsg const* messages, std::siz
     next_pool_ =
         static_cast<std::size_t>(std::find(pools_.begin(), pools_.end(), &pool) - pools_.begin());
     posted_.fetch_add(1, std::memory_order_release);
+    bool const all_asleep = idle_ > 0 && idle_ >= Working_lk();
     Signal_lk(count);
+    main.unlock();
+    // The one that wakes tends to do so on the processor of who posts, and would begin when that
+    // one's time slice is over, milliseconds later.
+    if (all_asleep)
+        std::this_thread::yield();
 }
 
 void ThreadMgr::Signal_lk(std::size_t count)
@@ -320,6 +342,8 @@ void ThreadMgr::ProcessMessages()
 void ThreadMgr::Reap(WorkerThread* worker)
 {
     MainLock main(main_mutex_);
+    if (stopping_) // its handle is being joined at exit
+        return;
     std::unique_ptr<WorkerThread> const ended(worker);
     workers_.erase(worker);
     --actual_;

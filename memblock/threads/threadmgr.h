@@ -27,6 +27,7 @@ public:
 
 private:
     friend class ThreadMgr;
+    friend struct ThreadMgrProbe; // of the tests
     void RunJobs();
     template <class Sink>
     static void RunInto(Sink sink, Job& job);
@@ -62,7 +63,7 @@ public:
     void GetInfo(int& cores, int& desired, int& busy, int& threads);
     int GetThreadCount(); ///< the target
     /// Set the target and launch what is missing; reaps the workers that have ended.
-    /// Throws: `boost::thread_resource_error`.
+    /// Throws: `boost::thread_resource_error`; the target is then the former one.
     void SetThreadCount(int n);
     void ChangeBlockedThreadCount(int delta);
     void RegisterJobPool(JobPoolImpl_MT_base* pool);

@@ -36,6 +36,15 @@ bool Is64BitInteger(DataType type)
     return type == DataTypeBase::Int64 || type == DataTypeBase::UnsignedInt64;
 }
 
+/// An integer in a vector of its own, under a type that holds it.
+DerivedPointer<Vector> ScalarOf(double value, DataType type)
+{
+    TypedChunk const chunk = OpenChunk(1, type);
+    WithElemTypeOr<IntegerTypes>(
+        type, [] {}, [&]<class T>(Elem<T>) { *static_cast<T*>(chunk.Data()) = T(value); });
+    return Vector::Create(chunk, 1.0);
+}
+
 } // namespace
 
 /// One run of an operator: the steps in order, each of which may end it.
@@ -81,15 +90,17 @@ private:
     DataType requested_ = no_request;   // the caller's "result_type"
     DataType by_operator_ = no_request; // what the operator itself asks for at the end
     bool from_stencil_ = false;
+    bool bare_ = false; // the array is: then its type and elements make the result
     DerivedPointer<Vector> result_;
 };
 
 VectorOperation::VectorOperation(char op, Vector const& x, DerivedPointer<Vector> y,
                                  op_options const& options)
     : op_(op), x_(x), y_(std::move(y)), options_(options),
-      no_factor_(options.GetFlag("no_factor", false)),
-      fixed_(options.GetFlag("fixed_result_type", false)), route_(DataTypeBase::Double)
+      no_factor_(options.GetFlag("no_factor", false)), route_(DataTypeBase::Double)
 {
+    static safestring const fixed("fixed_result_type"); // too long to be made without allocation
+    fixed_ = options.GetFlag(fixed, false);
     if (!fixed_)
         return;
     route_ = static_cast<DataType>(options.GetValue("result_type", DataTypeBase::Double).GetInt());
@@ -148,10 +159,21 @@ void VectorOperation::PrepareScalar(Operand& scalar, Vector const& other)
     if ((op_ == '+' || op_ == '-') && !no_factor_ &&
         !IsPracticallyZero(scalar->Factor() - other.Factor()))
         scalar.Replace(EnsureScalarFactor(scalar.Pointer(), other.Factor(), throw_always));
-    if (IsInSet<IntegerTypes>(scalar.Type())) {
-        double const value = scalar->Elem(0);
-        scalar.Convert(Vector::MinMax2Type(value, value));
-    }
+    if (!IsInSet<IntegerTypes>(scalar.Type()))
+        return;
+    double const value = scalar->Elem(0);
+    DataType const smallest = Vector::MinMax2Type(value, value);
+    if (!IsPlain(*scalar) || scalar->Factor() != 1.0 || other.Factor() != 1.0)
+        return scalar.Convert(smallest); // either may still change its type with its factor
+    // Where it is going to be widened to the type of the array it takes that at once.
+    bool const widened = IsInSet<IntegerTypes>(other.ElemType()) &&
+                         TypedChunk::SizeOf(smallest) < other.ElemSize() && other.ElemSize() <= 4 &&
+                         (value >= 0 || !TypedChunk::IsUnsignedInteger(other.ElemType()));
+    DataType const type = widened ? other.ElemType() : smallest;
+    if (TypedChunk::SizeOf(type) > 4)
+        scalar.Convert(type);
+    else if (type != scalar.Type())
+        scalar.Replace(ScalarOf(value, type));
 }
 
 /// Two integer operands of different factors leave the integer world.
@@ -307,16 +329,21 @@ PMemBlock VectorOperation::RunInDouble()
 PMemBlock VectorOperation::RunOnIntegers()
 {
     WidenNarrower();
-    if (TypedChunk::SizeOf(x_.Type()) != TypedChunk::SizeOf(y_.Type()))
+    if (x_->ElemSize() != y_->ElemSize())
         ThrowAssertException(__FILE__, __LINE__, "SizeOf(x->ElemType()) == SizeOf(y->ElemType())");
 
+    bool const compares = IsOneOf(op_, comparisons) && !Is64BitInteger(x_.Type());
+    if (compares && x_.Type() == y_.Type() && IsBare(*x_) && IsBare(*y_)) {
+        MakeResult(DataTypeBase::Byte); // whatever their ranges
+        DispatchIntegers(options_);
+        return {};
+    }
     double const spread = options_.GetValue("spread_factor", 1).GetDouble();
-    auto const spread_range = [&](Vector const& v) {
-        Range const raw = RawRange(v);
-        return Range{raw.min * spread, raw.max * spread};
-    };
-    Range const x = spread_range(*x_);
-    Range const y = spread_range(*y_);
+    Range x = RawRange(*x_);
+    Range y = RawRange(*y_);
+    if (spread != 1.0)
+        for (double* bound : {&x.min, &x.max, &y.min, &y.max})
+            *bound *= spread;
     bool const large =
         std::max(x.max, y.max) >= integer_limit - 1 || std::min(x.min, y.min) <= -integer_limit;
     if (large && !IsOneOf(op_, integer_operators))
@@ -327,7 +354,6 @@ PMemBlock VectorOperation::RunOnIntegers()
         ReconcileSigns(x, y);
     if (wanted == DataTypeBase::Double)
         return RunInDouble();
-    bool const compares = IsOneOf(op_, comparisons) && !Is64BitInteger(x_.Type());
     if (!compares) // comparisons write their bytes at once
         wanted = RaiseToWidth(wanted, x_.Type());
     if (!compares && TypedChunk::SizeOf(wanted) < TypedChunk::SizeOf(x_.Type()))
@@ -344,8 +370,8 @@ PMemBlock VectorOperation::RunOnIntegers()
 /// unsigned type: it takes the signed one of the same width, and signs are reconciled later.
 void VectorOperation::WidenNarrower()
 {
-    unsigned const xwidth = TypedChunk::SizeOf(x_.Type());
-    unsigned const ywidth = TypedChunk::SizeOf(y_.Type());
+    unsigned const xwidth = x_->ElemSize();
+    unsigned const ywidth = y_->ElemSize();
     if (xwidth == ywidth)
         return;
     Operand& narrow = xwidth < ywidth ? x_ : y_;
@@ -418,8 +444,8 @@ void VectorOperation::DispatchIntegers(op_options const& options)
                     ApplyOp(op_, x, x_->Length(), y, y_->Length(), dest, result_->Length(),
                             options);
                 } else if constexpr (std::is_same_v<R, unsigned char>) {
-                    ops::CompareKernel<T>(op_, {x, y, XIsScalar(), YIsScalar(), result_->Length()},
-                                          dest);
+                    ops::CompareKernel<T, R>(
+                        op_, {x, y, XIsScalar(), YIsScalar(), result_->Length()}, dest);
                     options.SetOutput("nancount", 0);
                 } else {
                     missed();
@@ -437,6 +463,11 @@ void VectorOperation::DispatchIntegers(op_options const& options)
 void VectorOperation::MakeResult(DataType type)
 {
     Vector const& array = Array();
+    bare_ = IsBare(array);
+    if (bare_) {
+        result_ = Vector::Create(OpenChunk(array.Length(), type), 1.0);
+        return;
+    }
     from_stencil_ = array.LgType() == lg_stencil && array.Conforms("image");
     result_ = DerivedPointer<Vector>(array.Clone(true));
     if (result_->ElemType() == type)
@@ -449,6 +480,8 @@ void VectorOperation::MakeResult(DataType type)
 /// Only plain data carries a factor: an image of another class becomes data first.
 void VectorOperation::SetFactor(double factor)
 {
+    if (factor == result_->Factor())
+        return;
     if (factor != 1.0 && result_->LgType() != 0 && result_->Conforms("image"))
         result_->DoSetLgType(0);
     result_->SetFactor(factor);
@@ -511,13 +544,13 @@ PMemBlock VectorOperation::Finish()
         result_->SetFactor(1.0);
     if (op_ == '!' && from_stencil_ && result_->Conforms("image"))
         result_->SetLgType("mask");
-    return PlainUnlessOwnType(result_);
+    return bare_ ? result_ : PlainUnlessOwnType(result_);
 }
 
 /// The element-wise binary operator. See VectorOperation for the steps.
 PMemBlock Vector::op(char operation, PMemBlock other, op_options const& options) const
 {
-    auto* const vector = MemCast<Vector>(other);
+    Vector* const vector = AsVector(other);
     if (vector == nullptr) {
         if (operation == '#' || operation == '=')
             return CreateFrom(operation == '#' ? 1 : 0);

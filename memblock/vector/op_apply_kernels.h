@@ -21,6 +21,17 @@ Operands<T> MakeOperands(T const* x, unsigned int xlen, T const* y, unsigned int
     return in;
 }
 
+/// The comparisons where the result is wider than the operands. 0 and 1 have the same bits in the
+/// signed and the unsigned type of a width: one set of loops serves both.
+template <class T, class R>
+bool CompareWider(char op, Operands<T> const& in, R* dest)
+{
+    if constexpr (sizeof(R) > sizeof(T) && !std::is_same_v<T, triple> && !std::is_same_v<R, triple>)
+        return CompareKernel(op, in, reinterpret_cast<std::make_unsigned_t<R>*>(dest));
+    else
+        return false;
+}
+
 /// Modulo of a whole run, with its report.
 template <class T, class R>
 int Modulo(Operands<T> const& in, R* dest, op_options const& options)
@@ -62,7 +73,7 @@ void ApplyOpSimple(char op, T const* x, unsigned int xlen, T const* y, unsigned 
         if (op == '~')
             nancount = ops::Modulo(in, dest, options);
         else
-            known = ops::WideningKernel(op, in, dest, kernel) ||
+            known = ops::WideningKernel(op, in, dest, kernel) || ops::CompareWider(op, in, dest) ||
                     ops::ByBlocks<T>(in, dest, [op](ops::Operands<T> const& part, T* out) {
                         return ops::KeepingKernel(op, part, out);
                     });
@@ -105,7 +116,7 @@ void ApplyOp(char op, T const* x, unsigned int xlen, T const* y, unsigned int yl
     template void ApplyOp<T, R>(char, T const*, unsigned int, T const*, unsigned int, R*,          \
                                 unsigned int, op_options const&);
 #define MEMBLOCK_INSTANTIATE_COMPARE(T)                                                            \
-    template bool ops::CompareKernel<T>(char, ops::Operands<T> const&, unsigned char*);
+    template bool ops::CompareKernel(char, ops::Operands<T> const&, unsigned char*);
 
 } // namespace NKelmic
 

@@ -26,7 +26,9 @@ using Computed = std::conditional_t<
 template <class R, class C>
 constexpr R Stored(C value)
 {
-    if constexpr (std::is_floating_point_v<C> && !std::is_floating_point_v<R>)
+    if constexpr (std::is_same_v<C, bool> && std::is_floating_point_v<R>)
+        return value ? R(1) : R(0); // a choice of two numbers; a conversion would not vectorize
+    else if constexpr (std::is_floating_point_v<C> && !std::is_floating_point_v<R>)
         return static_cast<R>(TruncToInt(value));
     else
         return static_cast<R>(value);
@@ -448,10 +450,10 @@ bool ByBlocks(Operands<T> const& in, R* out, Kernel kernel)
     }
 }
 
-/// A whole number in the range of C, from a double. Written so that vector units can do it: they
-/// convert to signed integers only.
-template <class C>
-MEMBLOCK_INLINE_LOOP C FromWhole(double value)
+/// A whole number in the range of C, from a floating one. Written so that vector units can do it:
+/// they convert to signed integers only.
+template <class C, class F>
+MEMBLOCK_INLINE_LOOP C FromWhole(F value)
 {
     if constexpr (std::is_signed_v<C>) {
         return static_cast<C>(value);
@@ -462,35 +464,51 @@ MEMBLOCK_INLINE_LOOP C FromWhole(double value)
     }
 }
 
-/// Remainders, exact in double: a quotient of 32-bit integers that is no integer lies farther from
-/// one than double rounds. The sign is that of x for a positive y, and of -x for a negative one.
-/// Returns how many elements met a zero y; these give 0.
 template <class T>
-MEMBLOCK_MULTIVERSION std::size_t ModuloKernel(Operands<T> const& in, T* __restrict out)
+MEMBLOCK_INLINE_LOOP std::size_t ModuloLoop(T const* __restrict x, std::size_t xstep,
+                                            T const* __restrict y, std::size_t ystep, std::size_t n,
+                                            T* __restrict out)
 {
     using C = Computed<T>;
-    std::size_t const xstep = in.xscalar ? 0 : 1;
-    std::size_t const ystep = in.yscalar ? 0 : 1;
-    std::size_t zeros = 0;
-    for (std::size_t i = 0; i < in.n; ++i) {
-        double const y = static_cast<C>(in.y[i * ystep]);
-        double const x = static_cast<C>(in.x[i * xstep]);
-        double const divisor = y == 0 ? 1 : y;
-        double const dividend = y < 0 ? -x : x;
-        double const rest = dividend - std::trunc(dividend / divisor) * divisor;
-        zeros += y == 0;
-        out[i] = static_cast<T>(FromWhole<C>(rest));
+    using F = std::conditional_t<sizeof(T) <= 2, float, double>;
+    unsigned int zeros = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+        C const a = static_cast<C>(x[i * xstep]);
+        C const b = static_cast<C>(y[i * ystep]);
+        unsigned int const zero = b == 0;
+        auto const divisor = static_cast<F>(static_cast<C>(static_cast<unsigned int>(b) + zero));
+        auto const dividend = static_cast<F>(a);
+        auto const rest = static_cast<unsigned int>(
+            FromWhole<C>(dividend - std::trunc(dividend / divisor) * divisor));
+        auto const mask = std::is_signed_v<C> ? static_cast<unsigned int>(b >> 31) : 0U;
+        zeros += zero;
+        out[i] = static_cast<T>(static_cast<C>((rest ^ mask) - mask)); // negated for a negative y
     }
     return zeros;
 }
 
-/// The quotient of two 32-bit integers, truncated toward zero, by way of double, where it is exact.
-/// The lowest integer divided by -1 wraps.
-template <class C>
+/// Remainders, exact in floating numbers that hold the operands: a quotient of integers that is no
+/// integer lies farther from one than they round. The sign is that of x for a positive y, and of -x
+/// for a negative one. Returns how many elements met a zero y; these give 0.
+template <class T>
+MEMBLOCK_MULTIVERSION std::size_t ModuloKernel(Operands<T> const& in, T* out)
+{
+    if (in.yscalar)
+        return ModuloLoop(in.x, 1, in.y, 0, in.n, out);
+    if (in.xscalar)
+        return ModuloLoop(in.x, 0, in.y, 1, in.n, out);
+    return ModuloLoop(in.x, 1, in.y, 1, in.n, out);
+}
+
+/// The quotient of two integers, truncated toward zero, by way of floating numbers in which it is
+/// exact: double for 32 bits, float for fewer. The lowest integer divided by -1 wraps.
+template <class F, class C>
 MEMBLOCK_INLINE_LOOP C Quotient(C numerator, C divisor)
 {
-    double const quotient = static_cast<double>(numerator) / static_cast<double>(divisor);
-    if constexpr (std::is_signed_v<C>)
+    F const quotient = static_cast<F>(numerator) / static_cast<F>(divisor);
+    if constexpr (std::is_same_v<F, float>)
+        return static_cast<C>(static_cast<int>(quotient));
+    else if constexpr (std::is_signed_v<C>)
         return FromWhole<C>(quotient > 2147483647.0 ? -2147483648.0 : quotient);
     else
         return FromWhole<C>(quotient);
@@ -505,44 +523,58 @@ struct DivisionGuard {
     std::size_t uncertainties = 0;
 };
 
-template <class T, class C = Computed<T>>
+template <class F, class T, class C = Computed<T>>
 MEMBLOCK_INLINE_LOOP void DivideLoop(T const* __restrict x, std::size_t xstep,
                                      T const* __restrict y, std::size_t ystep, std::size_t n,
                                      C* __restrict out, DivisionGuard& guard)
 {
     auto const spread = static_cast<unsigned int>(guard.spread);
-    auto const infinity = static_cast<C>(guard.infinity);
-    auto const uncertainty = static_cast<C>(guard.uncertainty);
-    std::size_t infinities = 0;
-    std::size_t uncertainties = 0;
+    unsigned int const infinity = guard.infinity;
+    unsigned int const uncertainty = guard.uncertainty;
+    unsigned int infinities = 0;
+    unsigned int uncertainties = 0;
     for (std::size_t i = 0; i < n; ++i) {
         C const a = static_cast<C>(x[i * xstep]);
         C const b = static_cast<C>(y[i * ystep]);
-        bool const guarded = b == 0;
-        bool const zero = a == 0;
+        unsigned int const guarded = b == 0;
+        unsigned int const zero = a == 0;
         auto const half = static_cast<unsigned int>(b >> 1);
         auto const numerator = static_cast<C>(static_cast<unsigned int>(a) * spread + half);
-        C const quotient = Quotient(numerator, guarded ? C(1) : b);
-        C const replacement = zero ? uncertainty : infinity;
-        out[i] = guarded ? replacement : quotient;
-        infinities += guarded & !zero;
+        auto const divisor = static_cast<C>(static_cast<unsigned int>(b) + guarded);
+        auto const quotient = static_cast<unsigned int>(Quotient<F>(numerator, divisor));
+        unsigned int const replacement = zero ? uncertainty : infinity;
+        unsigned int const mask = -guarded; // a choice would become a branch round the division
+        out[i] = static_cast<C>((replacement & mask) | (quotient & ~mask));
+        infinities += guarded & (zero ^ 1);
         uncertainties += guarded & zero;
     }
     guard.infinities += infinities;
     guard.uncertainties += uncertainties;
 }
 
+template <class F, class T>
+MEMBLOCK_INLINE_LOOP void DivideShapes(Operands<T> const& in, Computed<T>* out,
+                                       DivisionGuard& guard)
+{
+    if (in.yscalar)
+        DivideLoop<F>(in.x, 1, in.y, 0, in.n, out, guard);
+    else if (in.xscalar)
+        DivideLoop<F>(in.x, 0, in.y, 1, in.n, out, guard);
+    else
+        DivideLoop<F>(in.x, 1, in.y, 1, in.n, out, guard);
+}
+
 /// Rounded, guarded integer division: (x * spread + (y >> 1)) / y in 32-bit arithmetic.
+///
+/// A float tells a quotient n / y from the integer above it where |n| + |y| stays below 2^24.
 template <class T>
 MEMBLOCK_MULTIVERSION void DivideKernel(Operands<T> const& in, Computed<T>* out,
                                         DivisionGuard& guard)
 {
-    if (in.yscalar)
-        DivideLoop(in.x, 1, in.y, 0, in.n, out, guard);
-    else if (in.xscalar)
-        DivideLoop(in.x, 0, in.y, 1, in.n, out, guard);
-    else
-        DivideLoop(in.x, 1, in.y, 1, in.n, out, guard);
+    if constexpr (sizeof(T) <= 2)
+        if (guard.spread >= -128 && guard.spread <= 128)
+            return DivideShapes<float>(in, out, guard);
+    DivideShapes<double>(in, out, guard);
 }
 
 /// The floating operators. Returns false for an unknown operator.
@@ -565,9 +597,10 @@ MEMBLOCK_MULTIVERSION bool FloatKernel(char op, Operands<T> const& in, R* out,
     }
 }
 
-/// The comparisons of integers, written as `Byte` at once. Returns false for another operator.
-template <class T>
-MEMBLOCK_MULTIVERSION bool CompareKernel(char op, Operands<T> const& in, unsigned char* out)
+/// The comparisons of integers, written as another type at once. Returns false for another
+/// operator.
+template <class T, class R>
+MEMBLOCK_MULTIVERSION bool CompareKernel(char op, Operands<T> const& in, R* out)
 {
     return CompareLoop(op, in, out);
 }

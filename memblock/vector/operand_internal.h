@@ -4,7 +4,18 @@
 #include <memblock/vector/convert.h>
 #include <memblock/vector/vector.h>
 
+#include <typeinfo>
+
 namespace NKelmic::ops {
+
+/// The vector that an object is, null if it is none. Most are of the very class, which is told
+/// without a cast.
+inline Vector* AsVector(PMemBlock const& object)
+{
+    MemBlock* const block = object.Pointer();
+    return block != nullptr && typeid(*block) == typeid(Vector) ? static_cast<Vector*>(block)
+                                                                : MemCast<Vector>(object);
+}
 
 /// One operand on its way through an operation. The object that came in is only read; what the
 /// operation made of it on the way is its own and may be changed.

@@ -12,8 +12,13 @@ namespace {
 template <class T>
 Range RangeOf(T const* data, unsigned int n)
 {
-    auto const [low, high] = std::minmax_element(data, data + n, [](T a, T b) { return a < b; });
-    return {static_cast<double>(*low), static_cast<double>(*high)};
+    T low = data[0];
+    T high = data[0];
+    for (unsigned int i = 1; i < n; ++i) {
+        low = data[i] < low ? data[i] : low;
+        high = data[i] > high ? data[i] : high;
+    }
+    return {static_cast<double>(low), static_cast<double>(high)};
 }
 
 /// The range that the result of an integer operator can take.
@@ -100,7 +105,8 @@ DataType SignedTwin(DataType type)
 Range RawRange(Vector const& v)
 {
     constexpr unsigned int short_vector = 64;
-    if (v.Length() <= short_vector && v.PimplIfAny() == nullptr && !v.Conforms("image"))
+    if (v.Length() <= short_vector && v.PimplIfAny() == nullptr &&
+        (IsPlain(v) || !v.Conforms("image")))
         return WithElemType<IntegerTypes>(
             v.ElemType(), "Vector::op(): data type not supported: %s",
             [&]<class T>(Elem<T>) { return RangeOf(v.TypedPointer<T>(), v.Length()); },

@@ -4,7 +4,7 @@
 #include <memblock/core/safevalue.h>
 #include <memblock/vector/vector.h>
 
-#include <cstring>
+#include <typeinfo>
 
 /// How the result type of an integer operation follows from the data.
 namespace NKelmic::ops {
@@ -13,9 +13,23 @@ namespace NKelmic::ops {
 constexpr char integer_operators[] = "~aoxlr^&|p";
 constexpr char comparisons[] = "=#<>()";
 
-inline bool IsOneOf(char op, char const* set)
+/// Some operators, made of their characters by the compiler.
+class OpSet {
+public:
+    consteval OpSet(char const* ops) // implicit: a literal stands for its operators
+    {
+        for (; *ops != '\0'; ++ops)
+            bits_[*ops / 64] |= 1UL << *ops % 64;
+    }
+    constexpr bool Has(char op) const { return op > 0 && (bits_[op / 64] >> op % 64 & 1) != 0; }
+
+private:
+    unsigned long bits_[2] = {};
+};
+
+constexpr bool IsOneOf(char op, OpSet set)
 {
-    return op != '\0' && std::strchr(set, op) != nullptr;
+    return set.Has(op);
 }
 
 /// The unsigned, and the signed, type of the same width; the type itself where there is none.
@@ -27,6 +41,18 @@ struct Range {
     double min;
     double max;
 };
+
+/// Whether an object is a vector and no more: a derived class may ask for steps of its own.
+inline bool IsPlain(Vector const& v)
+{
+    return typeid(v) == typeid(Vector);
+}
+
+/// Whether there is also nothing else about it that a clone would take over.
+inline bool IsBare(Vector const& v)
+{
+    return IsPlain(v) && v.Flags() == 0 && v.LgType() == 0;
+}
 
 /// The raw extremes of a vector that is not empty.
 Range RawRange(Vector const& v);

@@ -93,6 +93,16 @@ double Variance(T const* data, unsigned int n, double mean)
     return NotBelowZero((sums.second - sums.first * sums.first / count) / (count - 1));
 }
 
+/// The variance of small integers. The mean comes with it, and stays where there is a cache.
+template <class T>
+double SmallVariance(T const* data, unsigned int n, MemBlockImpl* impl)
+{
+    ExactSums const sums = SumExactly<true>(data, n);
+    if (impl)
+        impl->SetSecondaryItem(key_mean, DataItem(static_cast<double>(sums.first) / n));
+    return NotBelowZero(ExactVariance(sums, n));
+}
+
 /// Another key of the same vector: from the cache, or computed where there is none.
 template <class T>
 double OtherKey(T const* data, unsigned int n, int key, MemBlockImpl* impl,
@@ -228,7 +238,7 @@ DataItem CSINV(T const* data, unsigned int n, int key, MemBlockImpl* impl, bool&
     case key_variance:
         if constexpr (is_small_integer<T>)
             if (n > ordered)
-                return DataItem(NotBelowZero(ExactVariance(data, n)));
+                return DataItem(SmallVariance(data, n, impl));
         return DataItem(Variance(data, n, OtherKey(data, n, key_mean, impl, handler)));
     case key_max:
     case key_min:

@@ -149,18 +149,22 @@ struct SumLanes {
     }
 };
 
-/// Add whole rows of lanes that are all finite.
+/// Add whole rows of lanes that are all finite. The squares go in a loop of their own: one with
+/// both would keep its lanes in memory.
 template <bool squares, class T>
 MEMBLOCK_INLINE_LOOP void AddFinite(T const* __restrict x, std::size_t n, double centre,
                                     SumLanes& lanes)
 {
+    auto const about = [=](T v) { return static_cast<double>(static_cast<Number<T>>(v)) - centre; };
     for (std::size_t i = 0; i < n; i += sum_lanes)
-        for (std::size_t lane = 0; lane < sum_lanes; ++lane) {
-            double const d = static_cast<double>(static_cast<Number<T>>(x[i + lane])) - centre;
-            lanes.first[lane] += d;
-            if constexpr (squares)
+        for (std::size_t lane = 0; lane < sum_lanes; ++lane)
+            lanes.first[lane] += about(x[i + lane]);
+    if constexpr (squares)
+        for (std::size_t i = 0; i < n; i += sum_lanes)
+            for (std::size_t lane = 0; lane < sum_lanes; ++lane) {
+                double const d = about(x[i + lane]);
                 lanes.second[lane] += d * d;
-        }
+            }
 }
 
 /// Add elements from lane 0 on, passing over what is not finite, which is counted.
@@ -218,41 +222,66 @@ struct ExactSums {
 };
 
 /// Sums of a short run: so short that a sum of bytes fits 16 bits, one of 16-bit numbers 32.
-template <bool squares, class T>
+template <class T>
 MEMBLOCK_INLINE_LOOP void AddExactly(T const* __restrict x, std::size_t n, ExactSums& sums)
 {
     using Sum =
         std::conditional_t<sizeof(T) == 1,
                            std::conditional_t<std::is_signed_v<T>, short, unsigned short>, int>;
-    using Squares = std::conditional_t<sizeof(T) == 1, int, unsigned long long>;
     Sum first = 0;
-    Squares second = 0;
     for (std::size_t i = 0; i < n; ++i)
         first = static_cast<Sum>(first + x[i]);
-    if constexpr (squares)
-        for (std::size_t i = 0; i < n; ++i) {
-            if constexpr (sizeof(T) == 1) {
-                short const v = x[i]; // as 16 bits: pairs of them are multiplied and added at once
-                second += v * v;
-            } else {
-                int const v = x[i];
-                second += static_cast<unsigned int>(v) * static_cast<unsigned int>(v);
-            }
-        }
     sums.first += first;
+}
+
+/// Elements of bytes that are widened together.
+constexpr std::size_t byte_run = 4096;
+
+/// Sums of a run of bytes and of their squares. Vector units multiply pairs of 16-bit numbers and
+/// add the products at once, where they come from memory as such; the sum of v is that of
+/// v * (v + 1) less that of v * v.
+template <class T>
+MEMBLOCK_INLINE_LOOP void AddSquaresOfBytes(T const* __restrict x, std::size_t n, ExactSums& sums)
+{
+    short wide[byte_run];
+    for (std::size_t i = 0; i < n; ++i)
+        wide[i] = x[i];
+    int both = 0;
+    int second = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+        second += wide[i] * wide[i];
+        both += wide[i] * static_cast<short>(wide[i] + 1);
+    }
+    sums.first += both - second;
     sums.second += static_cast<unsigned long long>(second);
+}
+
+template <class T>
+MEMBLOCK_INLINE_LOOP void AddSquares(T const* __restrict x, std::size_t n, ExactSums& sums)
+{
+    for (std::size_t i = 0; i < n; ++i) {
+        int const v = x[i];
+        sums.second += static_cast<unsigned int>(v) * static_cast<unsigned int>(v);
+    }
 }
 
 template <bool squares, class T>
 MEMBLOCK_MULTIVERSION ExactSums SumExactly(T const* __restrict x, std::size_t n)
 {
     static_assert(std::is_integral_v<T> && sizeof(T) <= 2);
-    constexpr std::size_t run = sizeof(T) == 1 ? 256 : 8192;
+    constexpr bool bytes = sizeof(T) == 1;
+    constexpr std::size_t run = !bytes ? 8192 : squares ? byte_run : 256;
     ExactSums sums;
-    std::size_t start = 0;
-    for (; start + run <= n; start += run)
-        AddExactly<squares>(x + start, run, sums);
-    AddExactly<squares>(x + start, n - start, sums);
+    for (std::size_t start = 0; start < n; start += run) {
+        std::size_t const size = std::min(run, n - start);
+        if constexpr (bytes && squares) {
+            AddSquaresOfBytes(x + start, size, sums);
+        } else {
+            AddExactly(x + start, size, sums);
+            if constexpr (squares)
+                AddSquares(x + start, size, sums);
+        }
+    }
     return sums;
 }
 
@@ -262,12 +291,10 @@ constexpr bool is_small_integer = std::is_integral_v<T> && sizeof(T) <= 2;
 
 __extension__ typedef __int128 int128;
 
-/// Sample variance of n > 1 integers of at most two bytes: exact but for the rounding of the
-/// numerator and of the quotient.
-template <class T>
-double ExactVariance(T const* x, std::size_t n)
+/// Sample variance of n > 1 integers: exact but for the rounding of the numerator and of the
+/// quotient.
+inline double ExactVariance(ExactSums const& sums, std::size_t n)
 {
-    ExactSums const sums = SumExactly<true>(x, n);
     auto const first = static_cast<int128>(sums.first);
     int128 const numerator = static_cast<int128>(sums.second) * static_cast<int128>(n);
     auto const count = static_cast<double>(n);

@@ -88,6 +88,11 @@ Vector::Vector(TypedChunk const& chunk, double factor) : factor_(factor), chunk_
     CheckLength(chunk.Length());
 }
 
+Vector::Vector(TypedChunk&& chunk, double factor) : factor_(factor), chunk_(std::move(chunk))
+{
+    CheckLength(chunk_.Length());
+}
+
 Vector::Vector(Vector const& o, TypedChunk const& chunk, double factor)
     : MemBlock(o), DataTypeBase(o), factor_(factor), chunk_(chunk)
 {

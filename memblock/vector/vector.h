@@ -31,6 +31,7 @@ public:
     static DerivedPointer<Vector> Create(); ///< empty, of type Int
     /// Share the buffer of `chunk`.
     static DerivedPointer<Vector> Create(TypedChunk const& chunk, double factor);
+    static DerivedPointer<Vector> Create(TypedChunk&& chunk, double factor); ///< or take it over
     /// Make a vector of zeros, empty texts, undefined values or null objects.
     ///
     /// The bool is ignored: a new buffer is always initialized. With `first` above 0 that many
@@ -276,6 +277,7 @@ public:
 protected:
     Vector();
     Vector(TypedChunk const&, double factor);
+    Vector(TypedChunk&&, double factor);
     /// Share plain data; object elements are copied at once.
     Vector(Vector const&);
     /// The same kind of object, with other data.

@@ -67,6 +67,11 @@ DerivedPointer<Vector> Vector::Create(TypedChunk const& chunk, double factor)
     return DerivedPointer<Vector>(new Vector(chunk, factor));
 }
 
+DerivedPointer<Vector> Vector::Create(TypedChunk&& chunk, double factor)
+{
+    return DerivedPointer<Vector>(new Vector(std::move(chunk), factor));
+}
+
 DerivedPointer<Vector> Vector::Create(unsigned long length, DataType type, bool, int first,
                                       double factor)
 {

@@ -156,6 +156,27 @@ TEST(TypedChunk, ObjectElementsLiveAsLongAsTheLastView)
     EXPECT_NE(fresh.Chunk().Data(), plain.Data());
 }
 
+TEST(TypedChunk, AMovedViewLeavesNothingBehindAndCanBeUsedAgain)
+{
+    long const news = memtest::LiveNews();
+    {
+        TypedChunk from = Texts({long_text, "b"});
+        TypedChunk to(std::move(from));
+        EXPECT_EQ(TextOf(to), std::string(long_text) + "|b|");
+        EXPECT_FALSE(to.Chunk().IsShared());
+        EXPECT_EQ(from.Length(), 0u);
+        TypedChunk const empty(from);
+        from = to;
+        EXPECT_EQ(TextOf(from), TextOf(to));
+        EXPECT_TRUE(to.Chunk().IsShared());
+        MemChunk small(8);
+        EXPECT_RAISES(TypedChunk(3, Ids::Int, std::move(small), 0), 128,
+                      "MemChunk too small (8 bytes) to contain 3*4+0 bytes of data.");
+        EXPECT_EQ(small.Size(), 8u) << "taken although refused";
+    }
+    EXPECT_EQ(memtest::LiveNews(), news);
+}
+
 TEST(TypedChunk, DetachedTextsAreCopiesAndTheOriginalsStayWithTheirView)
 {
     long const before = memtest::LiveNews();

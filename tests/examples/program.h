@@ -25,9 +25,10 @@ inline Outcome RunProgram(std::string const& command)
 }
 
 #ifdef MEASURE_PROGRAM
+/// Without its progress.
 inline Outcome RunMeasure(std::string const& arguments, char const* output = "2>&1")
 {
-    return RunProgram("'" MEASURE_PROGRAM "' " + arguments + " " + output);
+    return RunProgram("'" MEASURE_PROGRAM "' --quiet " + arguments + " " + output);
 }
 #endif
 

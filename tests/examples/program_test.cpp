@@ -2,6 +2,10 @@
 
 #include <support/testdata.h>
 
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <string>
@@ -106,7 +110,8 @@ TEST_F(MeasureProgram, ACallThatIsNotUnderstoodExitsWith2)
 {
     for (char const* arguments :
          {"--factor=0", "--factor", "--factor=-1", "--factor=x", "--nan=perhaps", "--colour=red",
-          "--threshold=high", "--touch=6", "--format=pdf"}) {
+          "--threshold=high", "--touch=6", "--format=pdf", "--threads=-1", "--threads=2x",
+          "--threads=1025"}) {
         SCOPED_TRACE(arguments);
         auto const outcome = RunMeasure(arguments);
         EXPECT_EQ(outcome.status, 2);
@@ -128,6 +133,97 @@ TEST_F(MeasureProgram, EveryCutOfARealFileFailsCleanly)
             EXPECT_EQ(outcome.text.find("measure: " + path + ": is cut off or damaged: "), 0u);
             EXPECT_EQ(outcome.text.find('\n'), outcome.text.size() - 1);
         }
+    }
+}
+
+std::string Read(fs::path const& path)
+{
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+TEST_F(MeasureProgram, AnyNumberOfThreadsGivesTheSame)
+{
+    std::string pages;
+    for (int i = 0; i < 40; ++i)
+        pages += "P5 5 4 255\n" + std::string(6, '\1') + static_cast<char>(40 + i) + "\7\1\7" +
+                 std::string(10, '\2');
+    auto const files = File("many.pgm", pages) + " " + File("cut.pgm", pages + "P5 9 9") + " " +
+                       File("rgb.ppm", "P6 1 1 255\nabc");
+    for (std::string const form : {"", "--format=text", "--format=xml", "--objects --zones"}) {
+        auto const one = RunMeasure("--threads=1 " + form + " " + files);
+        EXPECT_EQ(one.status, 1);
+        EXPECT_GT(one.text.size(), 1000U);
+        for (std::string const threads : {"0", "4"}) {
+            auto const other = RunMeasure("--threads=" + threads + " " + form + " " + files);
+            EXPECT_EQ(other.text, one.text) << threads << " threads, " << form;
+        }
+    }
+}
+
+TEST_F(MeasureProgram, AsksOnceBeforeItOverwritesAFile)
+{
+    auto const file = File("out.txt", "old");
+    struct {
+        char const *answer, *option;
+        int status;
+        bool asked, written;
+    } const cases[] = {{"n", "", 1, true, false},
+                       {"", "", 1, true, false},
+                       {"yes", "", 0, true, true},
+                       {"", "--force", 0, false, true}};
+    for (auto const& c : cases)
+        for (char const* threads : {"0", "2"}) {
+            File("out.txt", "old");
+            auto const input = File("in.txt", c.answer);
+            auto const outcome =
+                RunMeasure(std::string(c.option) + " --threads=" + threads + " --output=" + file,
+                           ("2>&1 <" + input).c_str());
+            SCOPED_TRACE(outcome.text);
+            EXPECT_EQ(outcome.status, c.status);
+            auto const question = outcome.text.find("exists, overwrite? [y/N] ");
+            EXPECT_EQ(question != std::string::npos, c.asked);
+            EXPECT_EQ(outcome.text.find("overwrite?"), outcome.text.rfind("overwrite?"));
+            EXPECT_EQ(Read(file).find("(a picture made here)") == 0, c.written);
+        }
+}
+
+TEST_F(MeasureProgram, CtrlCPrintsTheRowsThatAreFinished)
+{
+    constexpr int many = 4000;
+    auto const file = File("page.pgm", "P5 300 300 255\n" + std::string(90'000, 'x'));
+    for (char const* threads : {"--threads=0", "--threads=2"}) {
+        int messages[2];
+        ASSERT_EQ(pipe(messages), 0);
+        auto const rows = File("rows.txt", "");
+        pid_t const child = fork();
+        if (child == 0) {
+            dup2(messages[1], STDERR_FILENO);
+            dup2(open(rows.c_str(), O_WRONLY), STDOUT_FILENO);
+            close(messages[0]);
+            std::vector<char const*> arguments(many, file.c_str());
+            arguments.insert(arguments.begin(), {"measure", "--format=text", threads});
+            arguments.push_back(nullptr);
+            execv(MEASURE_PROGRAM, const_cast<char* const*>(arguments.data()));
+            _exit(99);
+        }
+        close(messages[1]);
+        std::FILE* const lines = fdopen(messages[0], "r");
+        char line[1000] = "", last[1000] = "";
+        EXPECT_TRUE(std::fgets(line, sizeof line, lines)); // one page is measured
+        EXPECT_NE(std::string(line).find("done, 1 pages in all"), std::string::npos) << line;
+        kill(child, SIGINT);
+        while (std::fgets(line, sizeof line, lines))
+            std::copy(line, line + sizeof line, last);
+        std::fclose(lines);
+        int status = 0;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(WEXITSTATUS(status), 130);
+        EXPECT_STREQ(last, "measure: interrupted\n");
+        auto const text = Read(rows);
+        auto const count = std::count(text.begin(), text.end(), '\n') - 1; // but for the names
+        EXPECT_GE(count, 1);
+        EXPECT_LT(count, many);
     }
 }
 

@@ -105,7 +105,8 @@ document.title = [shown, row.cells[1].textContent,
     auto const seen = Browse(path);
     EXPECT_EQ(Count(seen.text, "<tr><td>"), 50) << "rows";
     EXPECT_EQ(Count(seen.text, ":CONSOLE"), 0) << "messages on the console:\n" << seen.text;
-    EXPECT_EQ(Count(seen.text, "<title>true 824 block</title>"), 1) << seen.text.substr(seen.text.find("<title>"), 100);
+    EXPECT_EQ(Count(seen.text, "<title>true 824 block</title>"), 1)
+        << seen.text.substr(seen.text.find("<title>"), 100);
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include <support/vectors.h>
 
 #include <gtest/gtest.h>
+#include <numeric>
 #include <random>
 #include <set>
 
@@ -159,6 +160,13 @@ TEST(IntervalVector, ReformatSortsAndParts)
     EXPECT_EQ(RowsOf(v), (Rows{{10}, {6, 7}, {7, 8}}));
     EXPECT_EQ(TextOf(v->IndexVectorTarget()), "10 6 7 7 8");
 
+    // A sample gives its intervals as they stand, for targets that lie as its own does.
+    unsigned int first[] = {2, 0}, behind[] = {3, 2};
+    auto const sample = IntervalVector::Create(2, 0, first, behind, nullptr, Pixels({6, 7, 8}));
+    auto const same = IntervalVector::CreateBySample(sample, Doubles({0.5, 0.6, 0.7}));
+    EXPECT_EQ(TextOf(same->MergedVector()), "0.7 0.5 0.6");
+    EXPECT_TRUE(IsConsistent(same) && sample->HasEndArray());
+
     // Zones: the limits of the middle layer move, the pixels stay.
     auto const zones = Zones();
     int const order[] = {1, 0};
@@ -167,6 +175,19 @@ TEST(IntervalVector, ReformatSortsAndParts)
     EXPECT_EQ(Read(zones, "area").GetInt(), 5);
     EXPECT_EQ(Read(zones, "@md5").GetString().size(), 32u);
     EXPECT_TRUE(IsConsistent(zones));
+
+    auto const none = StencilOf({{6}, {7}});
+    none->Rearrange(nullptr, 0, 0, throw_always);
+    EXPECT_TRUE(IsConsistent(none) && none->IntervalCount() == 0);
+    none->SetSubItem("outer_index_array", SafeValue(UInts({})), throw_always);
+    EXPECT_TRUE(IsConsistent(none) && none->IntervalCount() == 0);
+
+    zones->SetElemType(Vector::Double, true, false); // what can't be limits is told, not read
+    safestring message;
+    EXPECT_FALSE(zones->Consistent(message, true));
+    EXPECT_RAISES(zones->MergedTarget(), 128,
+                  "Cannot cast data to UnsignedInt type: Subobject complex attribute for 0 "
+                  "subobjects of 2 objects:  for 5x4 images, in vector representation.");
 }
 
 TEST(IntervalVector, SixteenBitsNumberTheOwnersOfUpTo65533Objects)
@@ -249,6 +270,8 @@ TEST(IntervalVector, SetOperationsFollowTheStandardAlgorithms)
                     row.push_back(random() % 20);
                 if (random() % 2)
                     std::sort(row.begin(), row.end());
+                if (random() % 2) // a row of pixels
+                    std::iota(row.begin(), row.end(), random() % 9);
             }
         auto const x = StencilOf(a), y = StencilOf(b);
         for (char const op : {'&', '|', '^'}) {
@@ -269,6 +292,14 @@ TEST(IntervalVector, SetOperationsFollowTheStandardAlgorithms)
         }
         EXPECT_EQ(RowsOf(x), a); // operands stay
     }
+    // Many objects, where those that are sampled for the room have nothing in common.
+    Rows many(1500, {1, 2, 3, 7}), others = many, common = many;
+    for (std::size_t k = 0; k < many.size(); k += 64) {
+        others[k] = {4, 5};
+        common[k] = {};
+    }
+    EXPECT_EQ(RowsOf(StencilOf(many)->op('&', StencilOf(others), op_options())), common);
+
     auto const image = Image::Create(5, 4, Vector::Byte, 1.0);
     image->BytePointer()[7] = image->BytePointer()[6] = 1;
     auto const v = StencilOf({{7, 1, 6}, {2}, {99, 7}});

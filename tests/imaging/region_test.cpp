@@ -1,3 +1,4 @@
+#include <memblock/core/options.h>
 #include <memblock/imaging/image.h>
 #include <memblock/imaging/intervalvector.h>
 #include <memblock/imaging/mask.h>
@@ -88,6 +89,14 @@ TEST(Regions, ContentIsTakenWithoutTouchingOtherOwners)
     EXPECT_FALSE(mask->Consistent(message, true));
     EXPECT_STREQ(message.c_str(), "Mask target is not an image: Mask for 0x0 images, in vector "
                                   "representation\n");
+
+    auto const stencil = Stencil::Create(); // of numbers now, which are in no image
+    stencil->SetSubItem("type", SafeValue("subnum"), throw_always);
+    message.clear();
+    EXPECT_FALSE(stencil->Consistent(message, true));
+    EXPECT_STREQ(message.c_str(), "Stencil target is not an image: Stencil for 0x0 images, in "
+                                  "vector representation\n");
+    EXPECT_EQ(TextOf(mask->op('=', nullptr, op_options())), "0");
 
     EXPECT_RAISES(mask->SetContent(Ints({1})), 128,
                   "Invalid object for Mask::SetContent(): Vector of 1 elements of type signed int");

@@ -94,14 +94,6 @@ TEST(Mutex, KeepsOtherThreadsOutWhileTheyReadItsRecord)
     ExpectFree(mutex);
 }
 
-TEST(Mutex, SetTimeoutReturnsTheOldOne)
-{
-    Mutex mutex;
-    EXPECT_EQ(mutex.SetTimeout(250), 6000);
-    EXPECT_EQ(mutex.SetTimeout(1), 250);
-    EXPECT_EQ(mutex.GetTimeout(), 1);
-}
-
 TEST(Mutex, OneThreadIsTheGuiThreadAndIsNamedSo)
 {
     EXPECT_FALSE(Mutex::IsGuiThread());

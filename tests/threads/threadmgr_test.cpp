@@ -1,23 +1,31 @@
 #include <memblock/threads/threadmgr.h>
 
-#include <memblock/threads/jobpool.h>
+#include <memblock/logging/logger.h>
 
 #include <support/logsink.h>
 
 #include <atomic>
-#include <cstdlib>
+#include <fstream>
 #include <gtest/gtest.h>
-#include <thread>
+#include <optional>
+#include <sys/resource.h>
 #include <unistd.h>
+
+#include "jobs.h"
 
 namespace NKelmic {
 struct ThreadMgrProbe {
-    static void SetQuietTime(int ms) { ThreadMgr::Instance().quiet_ms_ = ms; }
+    static ThreadMgr& Manager() { return ThreadMgr::Instance(); }
+    static int SetQuietTime(int ms) { return Manager().quiet_ms_.exchange(ms); }
     static int Actual()
     {
-        auto& manager = ThreadMgr::Instance();
-        boost::mutex::scoped_lock const lock(manager.main_mutex_);
-        return manager.actual_;
+        boost::mutex::scoped_lock const lock(Manager().main_mutex_);
+        return Manager().actual_;
+    }
+    static void InterruptOne()
+    {
+        boost::mutex::scoped_lock const lock(Manager().main_mutex_);
+        (*Manager().workers_.begin())->thread_->interrupt();
     }
 };
 } // namespace NKelmic
@@ -26,40 +34,44 @@ using namespace NKelmic;
 
 namespace {
 
-template <class Work>
-struct Task : Job {
-    explicit Task(Work w) : work(w) {}
-    DataItem Run() override { return work(*this); }
-    void OnFinished() override { delete this; }
-    Work work;
-};
-
-template <class Work>
-void Add(JobPool& pool, Work work)
+void Nap()
 {
-    pool.AddNewJob(new Task<Work>(work));
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
 }
 
-void WaitFor(std::atomic<bool> const& flag)
+/// Makes sleepers look around every 20 ms in its scope, and not every 300 s.
+struct ShortNaps {
+    ~ShortNaps() { ThreadMgrProbe::SetQuietTime(before); }
+    int const before = ThreadMgrProbe::SetQuietTime(20);
+};
+
+/// Wait until so many workers are left. Those that sleep already are woken to a shorter nap, and
+/// then left alone: only who sleeps it out ends.
+void ShrinkTo(int count)
 {
-    while (!flag)
-        boost::this_thread::yield();
+    ShortNaps const naps;
+    ThreadMgr::Instance().SetThreadCount(count);
+    for (int i = 0; i < 5000 && ThreadMgrProbe::Actual() > count; ++i, Nap()) {
+        for (int k = ThreadMgrProbe::Actual(); i % 50 == 0 && k > 0; --k)
+            ThreadMgr::Instance().ChangeBlockedThreadCount(0);
+        ThreadMgr::Instance().ProcessMessages();
+    }
+    ASSERT_EQ(ThreadMgrProbe::Actual(), count);
 }
 
 /// Ends the process by exit() while jobs do what `work` does.
-template <class Work>
-void ExitWhile(Work work, bool headless = false)
+void ExitWhile(Task::Work const& work)
 {
     alarm(5); // kills a process that hangs
-    setenv("MORVANE_NUM_THREADS", "2", 1);
+    Threads const threads(2);
     static std::atomic<bool> started{false};
-    auto* pool = new JobPool(true, headless); // not destroyed: the jobs go on
+    auto* pool = new JobPool(true); // not destroyed: the jobs go on
     for (int i = 0; i < 4; ++i)
-        Add(*pool, [work](Job& job) {
+        Add(*pool, [work](Task& job) {
             started = true;
             return work(job);
         });
-    WaitFor(started);
+    WaitUntil([] { return started.load(); });
     std::exit(0);
 }
 
@@ -67,77 +79,133 @@ void ExitWhile(Work work, bool headless = false)
 
 TEST(ThreadMgr, ABlockedWorkerIsReplacedAndTheSurplusEndsAfterAQuietTime)
 {
-    setenv("MORVANE_NUM_THREADS", "2", 1);
-    JobPool pool;
+    Threads const threads(2);
+    JobPool pool, other; // two: the first one has all its jobs out
     std::atomic<int> blocked{0};
     std::atomic<bool> third{false};
     for (int i = 0; i < 2; ++i)
-        Add(pool, [&](Job&) {
+        Add(pool, [&](Task&) {
             JobPool::BlockingOperation const operation;
             ++blocked;
-            WaitFor(third);
+            WaitUntil([&] { return third.load(); });
             return DataItem();
         });
-    ThreadMgrProbe::SetQuietTime(20);
-    JobPool other; // a pool of its own: the first one has all its jobs out
-    Add(other, [&](Job&) {
-        while (blocked < 2)
-            boost::this_thread::yield();
+    Add(other, [&](Task&) {
+        WaitUntil([&] { return blocked == 2; });
         third = true;
         return DataItem();
     });
     other.Wait();
     pool.Wait();
     EXPECT_GE(ThreadMgrProbe::Actual(), 3);
-    for (int i = 0; i < 1000 && ThreadMgrProbe::Actual() > 2; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        ThreadMgr::Instance().ProcessMessages();
-    }
-    EXPECT_EQ(ThreadMgrProbe::Actual(), 2);
-    ThreadMgrProbe::SetQuietTime(300'000);
-    unsetenv("MORVANE_NUM_THREADS");
+    ShrinkTo(2);
 }
 
 TEST(ThreadMgr, PoolsShareTheWorkersInTurn)
 {
-    setenv("MORVANE_NUM_THREADS", "1", 1);
-    JobPool a, b;
-    std::string order; // one thread per pool, two pools: guarded by the turn below
-    boost::mutex mutex;
-    for (int i = 0; i < 6; ++i)
-        for (auto [pool, name] : {std::pair(&a, 'a'), std::pair(&b, 'b')})
-            Add(*pool, [&, c = name](Job&) {
-                boost::mutex::scoped_lock const lock(mutex);
-                order += c;
+    Threads const threads(1);
+    JobPool a, b, c;
+    ShrinkTo(1);
+    std::atomic<bool> held{false}, open{false};
+    Add(a, [&](Task&) { // holds the only worker until all is queued
+        held = true;
+        WaitUntil([&] { return open.load(); });
+        return DataItem();
+    });
+    WaitUntil([&] { return held.load(); });
+    std::string order; // the worker's
+    for (auto [pool, name] : {std::pair(&c, 'c'), std::pair(&a, 'a'), std::pair(&b, 'b')})
+        for (int i = 0; i < 2; ++i)
+            Add(*pool, [&, letter = name](Task&) {
+                order += letter;
                 return DataItem();
             });
-    a.Wait();
-    b.Wait();
-    EXPECT_EQ(order.size(), 12U);
-    unsetenv("MORVANE_NUM_THREADS");
+    open = true;
+    for (JobPool* pool : {&a, &b, &c})
+        pool->Wait();
+    EXPECT_EQ(order, "bcabca"); // from the pool that was posted to last
+}
+
+TEST(ThreadMgr, AJobThatNobodyWasWokenForIsFoundAfterTheQuietTimeAndTold)
+{
+    struct Lingering : Task { // its worker reports, and doesn't come for the next job
+        Lingering(std::atomic<bool>& n, Work w) : Task(std::move(w)), next_ran(n) {}
+        void OnFinished() override
+        {
+            WaitUntil([this] { return next_ran.load(); });
+            delete this;
+        }
+        std::atomic<bool>& next_ran;
+    };
+    KeepingSink sink;
+    level_t const level = Logger::GetLogging(topic_thread);
+    Logger::SetLogging("thread", 2);
+    ShortNaps const naps;
+    Threads const threads(1); // the second job has to wait for the report of the first
+    bool told = false;
+    for (int i = 0; i < 50 && !told; ++i) { // the other worker may be late, and miss nothing
+        std::atomic<bool> posted{false}, next_ran{false};
+        JobPool pool;
+        ThreadMgr::Instance().SetThreadCount(2);
+        pool.AddNewJob(new Lingering(next_ran, [&](Task&) {
+            WaitUntil([&] { return posted.load(); });
+            Nap(); // the other worker looks, is given nothing and goes to sleep
+            return DataItem();
+        }));
+        Add(pool, [&](Task&) {
+            next_ran = true;
+            return DataItem();
+        });
+        posted = true;
+        pool.Wait();
+        ASSERT_TRUE(NoneLeft());
+        ShrinkTo(1); // nobody logs any more
+        told = !sink.lines.empty() &&
+               sink.lines.back() == "thread/jobpool 2 Performance loss: job queue was stalling.";
+    }
+    EXPECT_TRUE(told) << testing::PrintToString(sink.lines);
+    Logger::SetLogging("thread", level);
+}
+
+TEST(ThreadMgr, AWorkerThatFailsIsToldAndReplaced)
+{
+    Threads const threads(1);
+    ShrinkTo(1);
+    Nap(); // the one that is left sleeps
+    ThreadMgrProbe::InterruptOne();
+    testing::internal::CaptureStderr();
+    for (int i = 0; i < 1000 && ThreadMgrProbe::Actual() > 0; ++i, Nap())
+        ThreadMgr::Instance().ProcessMessages();
+    EXPECT_NE(testing::internal::GetCapturedStderr().find(
+                  "An unexpected error in a JobPool worker thread: Unknown error"),
+              std::string::npos);
+    JobPool pool;
+    Add(pool, [](Task&) { return DataItem(1); });
+    pool.Wait();
+    EXPECT_EQ(ThreadMgrProbe::Actual(), 1);
 }
 
 TEST(ThreadMgrExitDeathTest, TheProcessEndsWhateverItsWorkersDo)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    auto const run = [](Job&) {
-        for (;;)
-            boost::this_thread::yield();
-        return DataItem();
+    Task::Work const works[] = {
+        [](Task&) -> DataItem {
+            for (;;)
+                boost::this_thread::yield();
+        },
+        [](Task& job) {
+            DataItem question(1);
+            return job.Consult(1, question);
+        },
+        [](Task&) {
+            JobPool::BlockingOperation const operation;
+            pause();
+            return DataItem();
+        },
+        [](Task&) { return DataItem(); },
     };
-    EXPECT_EXIT(ExitWhile(run), testing::ExitedWithCode(0), "");
-    EXPECT_EXIT(ExitWhile([](Job& job) {
-                    DataItem question(1);
-                    return job.Consult(1, question);
-                }),
-                testing::ExitedWithCode(0), "");
-    EXPECT_EXIT(ExitWhile([](Job&) {
-                    JobPool::BlockingOperation const operation;
-                    pause();
-                    return DataItem();
-                }),
-                testing::ExitedWithCode(0), "");
-    EXPECT_EXIT(ExitWhile([](Job&) { return DataItem(); }), testing::ExitedWithCode(0), "");
+    for (auto const& work : works)
+        EXPECT_EXIT(ExitWhile(work), testing::ExitedWithCode(0), "");
 }
 
 TEST(ThreadMgrExitDeathTest, AJobMayCallExit)
@@ -146,10 +214,80 @@ TEST(ThreadMgrExitDeathTest, AJobMayCallExit)
     EXPECT_EXIT(
         {
             alarm(5);
-            setenv("MORVANE_NUM_THREADS", "2", 1);
+            Threads const threads(2);
             JobPool pool;
-            Add(pool, [](Job&) -> DataItem { std::exit(0); });
+            Add(pool, [](Task&) -> DataItem { std::exit(0); });
             pool.Wait();
         },
         testing::ExitedWithCode(0), "");
 }
+
+TEST(ThreadMgrExitDeathTest, OtherThreadsMayGoOnWithPoolsWhileTheProcessEnds)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            alarm(5);
+            std::atomic<int> made{0};
+            boost::thread([&] {
+                for (int i = 1;; ++i) {
+                    Threads const threads(1 + i % 4);
+                    JobPool pool;
+                    Add(pool, [](Task&) { return DataItem(); });
+                    pool.Wait();
+                    ++made;
+                }
+            }).detach();
+            WaitUntil([&] { return made > 20; });
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // they need room of their own
+namespace {
+
+int Target()
+{
+    return ThreadMgr::Instance().GetThreadCount();
+}
+
+/// Ends with 0 if a pool that could not get its threads failed, and a later one did its work.
+void ExitHavingAskedForTooMany()
+{
+    Threads const few(2);
+    JobPool const before;
+    rlim_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    rlim_t const room = pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + (256UL << 20);
+    rlimit const limit{room, room};
+    setrlimit(RLIMIT_AS, &limit);
+    bool refused = false;
+    try {
+        Threads const many(900);
+        JobPool const pool;
+    } catch (boost::thread_resource_error const&) {
+        refused = true;
+    }
+    Threads const again(2);
+    JobPool pool;
+    Add(pool, [](Task&) { return DataItem(1); });
+    pool.Wait();
+    std::exit(refused && Target() == 2 ? 0 : 1);
+}
+
+} // namespace
+
+TEST(ThreadMgrExitDeathTest, TooManyThreadsFailThePoolThatAskedAndNoOther)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(ExitHavingAskedForTooMany(), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(
+        {
+            Threads const typo(999'999);
+            JobPool const pool;
+            std::exit(Target() == 1024 ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+}
+#endif

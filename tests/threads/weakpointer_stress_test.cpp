@@ -1,10 +1,10 @@
 #include <memblock/threads/threadsharable.h>
 
-#include <atomic>
 #include <boost/thread/barrier.hpp>
-#include <boost/thread/thread.hpp>
 #include <gtest/gtest.h>
 #include <memory>
+
+#include "jobs.h"
 
 using namespace NKelmic;
 
@@ -42,7 +42,7 @@ bool Alive(Pointer const& p)
     return dynamic_cast<Target&>(*p).value == 7;
 }
 
-constexpr int rounds = 1500;
+int const rounds = Rounds(1500);
 
 } // namespace
 

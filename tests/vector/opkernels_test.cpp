@@ -180,6 +180,26 @@ TEST(IntegerKernels, DivisionByZeroStoresTheStatedValuesAndReportsOnRequest)
                   "Modulos op for 4 elements; second operand zero for 3 elements.");
 }
 
+TEST(IntegerKernels, QuotientsJustBelowAWholeNumberAreNotRoundedUp)
+{
+    std::vector<unsigned short> y;
+    for (unsigned short v = 1; v != 0; ++v)
+        y.push_back(v);
+    auto const n = static_cast<unsigned>(y.size());
+    std::vector<int> out(n);
+    op_options options;
+    for (int spread : {1, 128, -128, 129, 32000}) // small factors take another way than large ones
+        for (unsigned short x : {65535, 65521, 32768, 255}) {
+            options.SetValue("spread_factor", spread);
+            ApplyOp('/', &x, 1, y.data(), n, out.data(), n, options);
+            for (unsigned i = 0; i < n; ++i)
+                ASSERT_EQ(out[i], (x * spread + (y[i] >> 1)) / y[i]) << x << " " << spread;
+            ApplyOp('~', &x, 1, y.data(), n, out.data(), n, options);
+            for (unsigned i = 0; i < n; ++i)
+                ASSERT_EQ(out[i], x % y[i]) << x;
+        }
+}
+
 TEST(IntegerKernels, ModuloCountsZeroDivisorsInTheOptions)
 {
     unsigned char const x[] = {5, 6, 7};

@@ -242,6 +242,13 @@ TEST(Summary, ExactSumsOutlastTheirFastLoops)
     std::vector<short> low(200001, -32768);
     low.back() = 32767;
     EXPECT_EQ(Value(Shorts(low), key_sum), -32768.0 * 200000 + 32767);
+    std::vector<unsigned char> bytes(100001, 255);
+    bytes.back() = 0;
+    EXPECT_EQ(Value(Bytes(bytes), key_mean), 255.0 * 100000 / 100001);
+    EXPECT_EQ(Value(Bytes(bytes), key_variance), 65025.0 / 100001);
+    std::vector<char> chars(100001, -128);
+    chars.back() = 127;
+    EXPECT_EQ(Value(Chars(chars), key_variance), 65025.0 / 100001);
     EXPECT_EQ(Value(Triples(std::vector<triple>(100000, 0xFFFFFFU)), key_mean), 16777215);
     EXPECT_EQ(Value(UInts(std::vector<unsigned int>(100000, 0xFFFFFFFFU)), key_mean), 4294967295.0);
     EXPECT_EQ(Value(UInt64s({~0ULL, 1}), key_max), static_cast<double>(~0ULL));

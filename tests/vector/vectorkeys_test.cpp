@@ -148,6 +148,27 @@ TEST(VectorKeys, AStoredSummaryIsReadWithoutAllocation)
     EXPECT_EQ(count.All(), 0u);
 }
 
+TEST(VectorKeys, ASoftMissBuildsNoTextAndAllocatesNothing)
+{
+    auto const v = Bytes({1, 2, 3});
+    bool ok = true;
+    CheckOk check(ok);
+    for (safestring const key : {"nothing", "@nothing", "9", "9..10"}) {
+        v->ResolveSubItem(key, check); // makes the log and the dummy exception at first use
+        ok = true;
+        memtest::AllocationCount const count;
+        EXPECT_TRUE(v->ResolveSubItem(key, check).IsUndefined()) << key.c_str();
+        EXPECT_EQ(count.All(), 0u) << key.c_str();
+        EXPECT_FALSE(ok) << key.c_str();
+    }
+    v->Pimpl();
+    ok = true;
+    memtest::AllocationCount const count;
+    EXPECT_EQ(v->SecondaryDouble(MemBlock::key_double, check), 0); // of several elements
+    EXPECT_EQ(count.All(), 0u);
+    EXPECT_FALSE(ok);
+}
+
 TEST(VectorKeys, TheBufferIsTheVectorsOwn)
 {
     WarningLog warnings;
