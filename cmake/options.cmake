@@ -12,6 +12,10 @@ if(MEMBLOCK_SANITIZE)
     # -fno-sanitize=null: a description may be asked of a null object, see memblock/CMakeLists.txt.
     set(sanitize -fsanitize=${MEMBLOCK_SANITIZE} -fno-sanitize=null -fno-sanitize-recover=all)
     target_compile_options(memblock_options INTERFACE ${sanitize} -fno-omit-frame-pointer)
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        # What the sanitizers insert hides from g++ that a variable is set, even in std::regex.
+        target_compile_options(memblock_options INTERFACE -Wno-maybe-uninitialized)
+    endif()
     target_link_options(memblock_options INTERFACE ${sanitize})
 endif()
 

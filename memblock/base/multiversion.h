@@ -8,7 +8,8 @@
 ///
 /// Sanitizers instrument what the loader calls before they are ready: there is one version then.
 #if defined(__x86_64__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-#define MEMBLOCK_MULTIVERSION __attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default")))
+#define MEMBLOCK_MULTIVERSION                                                                      \
+    __attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default")))
 #else
 #define MEMBLOCK_MULTIVERSION
 #endif

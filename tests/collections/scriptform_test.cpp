@@ -6,6 +6,7 @@
 #include <support/vectors.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <limits>
@@ -119,8 +120,11 @@ private:
             return 2147483647;
         if (variables->exists(word.c_str()))
             return Load(word);
-        if (word.find_first_of(".en") != std::string::npos)
-            return std::stod(word);
+        if (word.find_first_of(".en") != std::string::npos) {
+            double real = 0; // whose point is one in every locale
+            std::from_chars(word.data(), word.data() + word.size(), real);
+            return real;
+        }
         long long const n = std::stoll(word);
         return n == static_cast<int>(n) ? SafeValue(static_cast<int>(n)) : SafeValue(n);
     }

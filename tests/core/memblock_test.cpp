@@ -203,7 +203,7 @@ TEST(MemBlock, CloneIsWritableDeletableAndKeepsItsType)
 
 TEST(MemBlock, DescriptionsAreGivenForNullToo)
 {
-    MemBlock const* volatile const null = nullptr; // not known to the compiler
+    MemBlock const* const volatile null = nullptr; // not known to the compiler
     MemBlock const* const block_of_none = null;
     EXPECT_EQ(block_of_none->GetDescription(), "none");
     EXPECT_EQ(PMemBlock().GetDescription(), "none");
