@@ -68,11 +68,11 @@ TEST(Image, AFactorThatColoursCannotTakeLeavesTheImageAsItWas)
     EXPECT_EQ(image->GetEdgeWidth(), 1);
     EXPECT_EQ(cref(image).TriplePointer()[1], 25500u);
 
-    auto colours = Picture<triple>(1, 1, {7}, 3.0); // asked for again they are colours to look at
+    auto colours = Picture<triple>(1, 1, {8}, 0.5); // asked for again they are colours to look at
     EXPECT_EQ(colours->Type(), Image::data);
     colours->SetElemType(Vector::Triple, true, true);
     EXPECT_EQ(colours->GetDescription(), "Visual color image 1x1");
-    EXPECT_EQ(TextOf(colours), "21");
+    EXPECT_EQ(cref(colours).TriplePointer()[0], 4u);
 }
 
 TEST(Image, EachClassHasItsDescriptionAndNames)
