@@ -5,8 +5,8 @@
 #include <memblock/core/datatype.h>
 
 #include <algorithm>
-#include <cstddef>
 #include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
