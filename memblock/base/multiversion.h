@@ -6,8 +6,10 @@
 /// (`MEMBLOCK_INLINE_LOOP`), or they stay at the baseline. All versions give the same bits, since
 /// contraction of a*b+c is off.
 ///
-/// Sanitizers instrument what the loader calls before they are ready: there is one version then.
-#if defined(__x86_64__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+/// Sanitizers instrument what the loader calls before they are ready, and clang has no versions of
+/// templates: there is one version then.
+#if defined(__x86_64__) && !defined(__clang__) && !defined(__SANITIZE_ADDRESS__) &&                \
+    !defined(__SANITIZE_THREAD__)
 #define MEMBLOCK_MULTIVERSION                                                                      \
     __attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default")))
 #else
