@@ -3,8 +3,8 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <random>
-#include <vector>
+
+#include "../samples.h"
 
 #ifdef MEMBLOCK_HAVE_EIGEN
 #include <Eigen/Core>
@@ -14,25 +14,10 @@ using namespace NKelmic;
 
 namespace {
 
-constexpr unsigned int length = 1 << 20;
-
-template <class T>
-std::vector<T> Data()
-{
-    std::mt19937 random(3);
-    std::vector<T> data(length);
-    for (T& v : data)
-        v = std::is_floating_point_v<T> ? static_cast<T>(std::normal_distribution<>(0, 50)(random))
-                                        : static_cast<T>(random());
-    return data;
-}
-
 template <class T>
 void Ours(benchmark::State& state, char const* word, char const* policy)
 {
-    auto vector = Vector::Create(length, type_of<T>::value, true, 0, 1.0);
-    std::ranges::copy(Data<T>(), vector->template TypedPointer<T>());
-    Statistic const statistic(vector, word, policy, policy, 0.25);
+    Statistic const statistic(VectorOfSamples<T>(), word, policy, policy, 0.25);
     for (auto _ : state)
         benchmark::DoNotOptimize(statistic.Comp(0, -1));
     state.SetItemsProcessed(state.iterations() * length);
@@ -68,7 +53,7 @@ void HandLoopMin(benchmark::State& state)
         state.SkipWithError("needs AVX-512");
         return;
     }
-    auto const data = Data<T>();
+    auto const data = Samples<T>();
     for (auto _ : state)
         benchmark::DoNotOptimize(HandMin(data.data(), data.size()));
     state.SetItemsProcessed(state.iterations() * length);
@@ -77,7 +62,7 @@ void HandLoopMin(benchmark::State& state)
 template <class T>
 void IntegerLoopSum(benchmark::State& state)
 {
-    auto const data = Data<T>();
+    auto const data = Samples<T>();
     for (auto _ : state) {
         long long sum = 0;
         for (T v : data)
@@ -90,7 +75,7 @@ void IntegerLoopSum(benchmark::State& state)
 template <class T>
 void DoubleLoopSum(benchmark::State& state)
 {
-    auto const data = Data<T>();
+    auto const data = Samples<T>();
     for (auto _ : state) {
         double sum = 0;
         for (T v : data)
@@ -103,7 +88,7 @@ void DoubleLoopSum(benchmark::State& state)
 template <class T>
 void FullSort(benchmark::State& state)
 {
-    auto const data = Data<T>();
+    auto const data = Samples<T>();
     for (auto _ : state) {
         auto copy = data;
         std::sort(copy.begin(), copy.end());
@@ -116,7 +101,7 @@ void FullSort(benchmark::State& state)
 template <class T>
 void EigenMin(benchmark::State& state)
 {
-    auto const data = Data<T>();
+    auto const data = Samples<T>();
     Eigen::Map<Eigen::Array<T, Eigen::Dynamic, 1> const> const array(data.data(), length);
     for (auto _ : state)
         benchmark::DoNotOptimize(array.minCoeff());
