@@ -59,25 +59,12 @@ void HandLoopMin(benchmark::State& state)
     state.SetItemsProcessed(state.iterations() * length);
 }
 
-template <class T>
-void IntegerLoopSum(benchmark::State& state)
+template <class T, class Sum>
+void LoopSum(benchmark::State& state)
 {
     auto const data = Samples<T>();
     for (auto _ : state) {
-        long long sum = 0;
-        for (T v : data)
-            sum += v;
-        benchmark::DoNotOptimize(sum);
-    }
-    state.SetItemsProcessed(state.iterations() * length);
-}
-
-template <class T>
-void DoubleLoopSum(benchmark::State& state)
-{
-    auto const data = Samples<T>();
-    for (auto _ : state) {
-        double sum = 0;
+        Sum sum = 0;
         for (T v : data)
             sum += v;
         benchmark::DoNotOptimize(sum);
@@ -120,23 +107,23 @@ void EigenMin(benchmark::State& state)
             [](::benchmark::State& state) { FUNCTION<T>(state, __VA_ARGS__); })))
 #endif
 
-#define MEMBLOCK_BENCH(T, SUM_BY_HAND)                                                             \
+#define MEMBLOCK_BENCH(T, SUM)                                                                     \
     BENCHMARK_TEMPLATE(HandLoopMin, T);                                                            \
     MEMBLOCK_BENCH_EIGEN(T)                                                                        \
     BENCHMARK_TEMPLATE1_CAPTURE(Ours, T, min, "min", "include");                                   \
     BENCHMARK_TEMPLATE1_CAPTURE(Ours, T, min_exclude, "min", "exclude");                           \
     BENCHMARK_TEMPLATE1_CAPTURE(Ours, T, max_replace, "max", "0");                                 \
-    BENCHMARK_TEMPLATE(SUM_BY_HAND, T);                                                            \
+    BENCHMARK_TEMPLATE(LoopSum, T, SUM);                                                           \
     BENCHMARK_TEMPLATE1_CAPTURE(Ours, T, sum, "sum", "include");                                   \
     BENCHMARK_TEMPLATE1_CAPTURE(Ours, T, stddev, "stddev", "exclude");                             \
     BENCHMARK_TEMPLATE(FullSort, T);                                                               \
     BENCHMARK_TEMPLATE1_CAPTURE(Ours, T, quantile, "quantile", "include");                         \
     BENCHMARK_TEMPLATE1_CAPTURE(Ours, T, quantile_exclude, "quantile", "exclude");
 
-MEMBLOCK_BENCH(unsigned char, IntegerLoopSum)
-MEMBLOCK_BENCH(short, IntegerLoopSum)
-MEMBLOCK_BENCH(int, IntegerLoopSum)
-MEMBLOCK_BENCH(float, DoubleLoopSum)
-MEMBLOCK_BENCH(double, DoubleLoopSum)
+MEMBLOCK_BENCH(unsigned char, long long)
+MEMBLOCK_BENCH(short, long long)
+MEMBLOCK_BENCH(int, long long)
+MEMBLOCK_BENCH(float, double)
+MEMBLOCK_BENCH(double, double)
 
 } // namespace
