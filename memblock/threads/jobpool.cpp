@@ -90,8 +90,7 @@ DataItem JobPool::HandleConsult(int, int, DataItem&)
 
 bool JobPool::Finished()
 {
-    auto const impl = Impl();
-    return impl->GetFinishedCount() >= impl->GetJobCount();
+    return impl_->GetFinishedCount() >= impl_->GetJobCount();
 }
 
 void JobPool::Reserve(int count)
@@ -103,7 +102,7 @@ int JobPool::AddNewJob(Job* job)
 {
     if (!job)
         Raise(err_precondition, "JobPool: no job was given.");
-    return Impl()->AddJob(job);
+    return impl_->AddJob(job);
 }
 
 int JobPool::GetJobCount()

@@ -133,7 +133,7 @@ void JobPoolImpl::Abort(safestring const& message)
 {
     {
         boost::mutex::scoped_lock const lock(abort_mutex_);
-        aborted_ = true;
+        aborted_.store(true, std::memory_order_release);
         if (!message.empty())
             abort_message_ = message;
     }
@@ -142,8 +142,7 @@ void JobPoolImpl::Abort(safestring const& message)
 
 bool JobPoolImpl::IsAborted() const
 {
-    boost::mutex::scoped_lock const lock(abort_mutex_);
-    return aborted_;
+    return aborted_.load(std::memory_order_acquire);
 }
 
 void JobPoolImpl::ThrowIfAborted_mt()
