@@ -36,32 +36,24 @@ private:
     unsigned long mallocs_, news_;
 };
 
-/// While the scope is open, the n-th call (from 1) of mb_malloc, mb_calloc or mb_realloc by the
-/// current thread gives null; the calls before and after it work. `Failed()`: there were so many.
-class FailAllocations {
+enum class Allocator { family, op_new };
+
+/// While the scope is open, the n-th call (from 1) of an allocator by the current thread fails; the
+/// calls before and after it work. `Failed()`: there were so many.
+template <Allocator A>
+class Failing {
 public:
-    explicit FailAllocations(unsigned long n);
-    ~FailAllocations();
-    FailAllocations(FailAllocations const&) = delete;
-    FailAllocations& operator=(FailAllocations const&) = delete;
+    explicit Failing(unsigned long n);
+    ~Failing();
+    Failing(Failing const&) = delete;
+    Failing& operator=(Failing const&) = delete;
     bool Failed() const;
 
 private:
     unsigned long outer_;
 };
-
-/// The same for the global `operator new`, whose n-th call throws std::bad_alloc.
-class FailNews {
-public:
-    explicit FailNews(unsigned long n);
-    ~FailNews();
-    FailNews(FailNews const&) = delete;
-    FailNews& operator=(FailNews const&) = delete;
-    bool Failed() const;
-
-private:
-    unsigned long outer_;
-};
+using FailAllocations = Failing<Allocator::family>; ///< mb_malloc, mb_calloc, mb_realloc give null
+using FailNews = Failing<Allocator::op_new>; ///< the global operator new throws std::bad_alloc
 
 /// Let each allocation of a kind fail in turn: run `round` with its first one failing, then with
 /// its second, until it makes fewer. `round` is given a function that runs the part of it in which
