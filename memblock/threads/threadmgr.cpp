@@ -270,7 +270,7 @@ bool ThreadMgr::TakeJob_lk(JobPoolImpl_MT_base& pool, ThrMsg& message)
 /// Look out for new work before the sleep, without the lock. True if something was posted.
 bool ThreadMgr::SpinForJob(MainLock& main)
 {
-    static thread_local Spinner spinner;
+    static thread_local Spinner spinner(64);
     unsigned const seen = posted_.load(std::memory_order_relaxed);
     auto const posted = [&] { return posted_.load(std::memory_order_acquire) != seen; };
     main.unlock();
