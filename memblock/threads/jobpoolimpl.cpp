@@ -2,7 +2,7 @@
 
 #include <memblock/base/number.h>
 #include <memblock/base/raise.h>
-#include <memblock/logging/logger.h>
+#include <memblock/threads/joblog_internal.h>
 #include <memblock/threads/jobpool.h>
 #include <memblock/threads/jobpoolkinds_internal.h>
 #include <memblock/threads/mutex.h>
@@ -41,37 +41,27 @@ int ThreadsFromEnvironment(int threads)
     return static_cast<int>(std::min(StringToUInt()(text), most_threads));
 }
 
-void LogTask(safestring const& text)
-{
-    Logger::Log(topic_thread, "jobpool", 7, text);
-}
-
 } // namespace
 
 ThreadSharablePointer<JobPoolImpl> JobPoolImpl::Create(bool continue_on_error, int threads,
                                                        bool headless)
 {
-    bool const log = Logger::Enabled(topic_thread, 7);
     if (JobPool::IsCurrentThreadRunningAsWorker()) {
-        if (log)
-            LogTask("Creating a single-threaded JobPool, because running in a worker thread "
-                    "context.");
+        LogJobs(7, "Creating a single-threaded JobPool, because running in a worker thread "
+                   "context.");
         return new JobPoolImpl_ST(continue_on_error);
     }
     threads = ThreadsFromEnvironment(threads);
     if (headless) {
         threads = std::max(threads, 1);
-        if (log)
-            LogTask(Text("Creating a headless multi-threaded JobPool for %d threads", threads));
+        LogJobs(7, "Creating a headless multi-threaded JobPool for %d threads", threads);
         return new JobPoolImpl_MT_headless(continue_on_error, threads);
     }
     if (threads > 0) {
-        if (log)
-            LogTask(Text("Creating a multi-threaded JobPool for %d threads", threads));
+        LogJobs(7, "Creating a multi-threaded JobPool for %d threads", threads);
         return new JobPoolImpl_MT(continue_on_error, threads);
     }
-    if (log)
-        LogTask("Creating a single-threaded JobPool");
+    LogJobs(7, "Creating a single-threaded JobPool");
     return new JobPoolImpl_ST(continue_on_error);
 }
 
