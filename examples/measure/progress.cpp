@@ -11,7 +11,8 @@ void Progress::PageDone(std::string const& file, std::size_t pages, std::size_t 
                         std::size_t files)
 {
     if (form_ == lines) {
-        std::cerr << "measure: " << file << ": done, " << pages << " pages in all\n";
+        std::cerr << "measure: " << file << ": done, " << pages
+                  << (pages == 1 ? " page in all\n" : " pages in all\n");
     } else if (form_ == bar) {
         constexpr std::size_t width = 30;
         std::string cells(width, '.');

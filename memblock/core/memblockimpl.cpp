@@ -234,8 +234,10 @@ void MemBlockImpl::Traverse(TraverseVisitor& v, TraverseNode const& node)
 
 void PimplFlushSecondary(MemBlockImpl* pimpl)
 {
-    if (pimpl)
-        pimpl->FlushSecondary();
+    if (!pimpl)
+        return;
+    pimpl->CountFlush(); // first: what is flushed may end the owner
+    pimpl->FlushSecondary();
 }
 
 safestring MemKey2String(int key)

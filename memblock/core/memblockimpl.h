@@ -53,6 +53,8 @@ public:
     /// Walk the sticky items under the names "@sticky:" with the key.
     void Traverse(TraverseVisitor& v, TraverseNode const& node);
     MemBlock* Owner() const { return owner_; }
+    void CountFlush() { ++flushes_; }
+    unsigned int Flushes() const { return flushes_; } ///< how often the content was said to change
 
 protected:
     MemBlock* owner_; // not counted
@@ -73,6 +75,8 @@ private:
     // Apart, so that reading a stored number stays a look-up and no more.
     int CalculateInt(int key, ThrowHandlerFunc handler);
     double CalculateDouble(int key, ThrowHandlerFunc handler);
+
+    unsigned int flushes_ = 0;
 };
 MEMBLOCK_API void PimplFlushSecondary(MemBlockImpl* pimpl); ///< null: nothing
 /// The name of a key of the cache for messages.

@@ -88,9 +88,11 @@ public:
                 return false;
             Target().SetConst(false);
         }
+        MemBlockImpl const* const cache = Target().PimplIfAny();
+        unsigned int const flushes = cache ? cache->Flushes() : 0;
         if (!set_step_(Target(), key_, value, path_, handler_))
             return false;
-        Notify();
+        Notify(cache && cache == Target().PimplIfAny() && cache->Flushes() != flushes);
         return true;
     }
 
@@ -171,8 +173,10 @@ private:
 
     // Hashes and other derived values of all that holds the changed object are out of date. An
     // attribute is no content: the flush of its owner would drop a transient container that was
-    // just written, so only the owner's hashes go, and further up only what is computed.
-    void Notify()
+    // just written, so only the owner's hashes go, and further up only what is computed. A target
+    // that has flushed its cache by itself may have put back what still holds: a row of writes
+    // would else compute it each time.
+    void Notify(bool target_has_flushed)
     {
         bool in_attribute = false;
         safestring const* step = &key_;
@@ -182,7 +186,7 @@ private:
                 in_attribute = true;
             } else if (in_attribute) {
                 DropCachedValues(*level->object);
-            } else {
+            } else if (level != levels_.rbegin() || !target_has_flushed) {
                 level->object->ContentHasBeenChanged();
             }
             step = &level->step;

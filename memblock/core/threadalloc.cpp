@@ -64,8 +64,9 @@ void RecursiveAllocator::Enter(Chunk* chunk)
 /// Go on to the next chunk, which holds nothing that is alive, or to a new one.
 void* RecursiveAllocator::AllocInOtherChunk(unsigned long n)
 {
-    // Holds the allocators that have chunks, to give these back at the end of their threads.
-    static boost::thread_specific_ptr<RecursiveAllocator> owner(EndOfThread);
+    // Holds the allocators that have chunks, to give these back at the end of their threads. It is
+    // never destroyed: statics may still have blocks when the program ends.
+    static auto& owner = *new boost::thread_specific_ptr<RecursiveAllocator>(EndOfThread);
     if (n > greatest)
         Raise(err_state, "Cannot allocate %u bytes on the stack of a thread.", n);
     unsigned long const need = (n + 7) / 8 * 8 + sizeof(Block);
@@ -118,7 +119,7 @@ void RecursiveAllocator::GoBack()
 /// Whatever is not the top.
 void RecursiveAllocator::FreeOther(Block* block)
 {
-    if (block->thread_id != thread_id_) {
+    if (block->ThreadId() != thread_id_) {
         std::fputs("Error: memory leak: object deallocated in a wrong thread\n", stderr);
         return;
     }

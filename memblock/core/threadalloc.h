@@ -26,20 +26,21 @@ public:
         if (block != top_)
             return FreeOther(block);
         top_ = block->below;
-        if (reinterpret_cast<char*>(block) > floor_)
-            free_ = reinterpret_cast<char*>(block);
+        char* const place = reinterpret_cast<char*>(block);
+        if (place > floor_ || (place == floor_ && !top_))
+            free_ = place;
         else
             GoBack();
     }
 
 private:
-    /// Stands ahead of the caller's data. The size counts words of 8 bytes, header included.
+    /// Stands ahead of the caller's data.
     struct Block {
-        std::uint32_t thread_id;
-        std::uint32_t words;
-        Block* below; ///< in the order of allocation
+        std::uint64_t owner_and_size; ///< in one store: below 32 bits of thread, words of 8 bytes
+        Block* below;                 ///< in the order of allocation
 
-        char* End() { return reinterpret_cast<char*>(this) + words * 8UL; }
+        std::uint32_t ThreadId() const { return static_cast<std::uint32_t>(owner_and_size); }
+        char* End() { return reinterpret_cast<char*>(this) + (owner_and_size >> 32) * 8; }
     };
     struct Chunk;
     static constexpr unsigned long greatest = (1UL << 35) - 2 * sizeof(Block); // 32 bits of words
@@ -47,7 +48,7 @@ private:
     void* Push(unsigned long need)
     {
         auto* const block = reinterpret_cast<Block*>(free_);
-        *block = {thread_id_, static_cast<std::uint32_t>(need / 8), top_};
+        *block = {need / 8 << 32 | thread_id_, top_};
         top_ = block;
         free_ += need;
         return block + 1;
@@ -68,7 +69,7 @@ private:
     Block* top_ = nullptr;
     Chunk* current_ = nullptr; // that of the top, if there is one
     Chunk* first_ = nullptr;
-    unsigned int thread_id_ = 0;
+    std::uint64_t thread_id_ = 0; // of 32 bits
 };
 
 namespace NThreadAlloc {

@@ -1,5 +1,7 @@
 #include <memblock/imaging/datacube.h>
 
+#include <memblock/base/number.h>
+#include <memblock/base/text.h>
 #include <memblock/core/attempt_internal.h>
 #include <memblock/core/keytable.h>
 #include <memblock/imaging/image.h>
@@ -7,6 +9,8 @@
 #include <memblock/imaging/shape_internal.h>
 
 #include <algorithm>
+#include <array>
+#include <limits>
 
 namespace NKelmic {
 
@@ -26,18 +30,56 @@ int AsInt(unsigned long coordinate)
     return static_cast<int>(std::min(coordinate, Coordinates::beyond - 1));
 }
 
-void Write(DataCube& cube, Coordinates const& point, SafeValue const& value)
+/// The numbers between the commas of a key that is written to; no number at all for other keys.
+struct Place {
+    std::array<int, 3> at{};
+    int count = 0;
+};
+
+Place ReadPlace(safestring const& key)
 {
-    if (point.count == 1)
-        return cube.ReplacePlane(AsInt(point.at[0]), DerivedPointer<Image>(value.GetMemory()));
-    if (point.count == 2)
-        return cube.ReplaceZVector(AsInt(point.at[0]), AsInt(point.at[1]),
-                                   DerivedPointer<Vector>(value.GetMemory()));
+    constexpr double beyond = std::numeric_limits<int>::max();
+    safestringlist const parts = SplitString(key, ",", false);
+    Place place;
+    if (parts.size() > place.at.size())
+        return {};
+    for (unsigned long i = 0; i < parts.size(); ++i) {
+        safestring part = parts[i];
+        apply_trim(part);
+        if (!is_numeric(part))
+            return {};
+        double const number = std::clamp(RoundHalfAway(StrToDouble(part)), -1.0, beyond);
+        place.at[i] = static_cast<int>(number);
+        ++place.count;
+    }
+    return place;
+}
+
+/// The element of three coordinates; one that no vector has if they overflow or are negative.
+unsigned int IndexOf(DataCube const& cube, Place const& place)
+{
+    auto const [x, y, z] = place.at;
+    if (x < 0 || y < 0 || z < 0)
+        return static_cast<unsigned int>(Coordinates::beyond);
+    auto const step = [](unsigned long from, unsigned long size, unsigned long number) {
+        return std::min(from + size * number, Coordinates::beyond);
+    };
     unsigned long const row =
-        std::min(point.at[1] + cube.height() * point.at[2], Coordinates::beyond);
-    unsigned long const index = point.at[0] + cube.width() * row;
-    cube.SetElem(static_cast<unsigned int>(std::min(index, Coordinates::beyond)),
-                 value.GetFloating());
+        step(static_cast<unsigned long>(y), cube.height(), static_cast<unsigned long>(z));
+    return static_cast<unsigned int>(step(static_cast<unsigned long>(x), cube.width(), row));
+}
+
+void Write(DataCube& cube, Place const& place, SafeValue const& value)
+{
+    switch (place.count) {
+    case 1:
+        return cube.ReplacePlane(place.at[0], DerivedPointer<Image>(value.GetMemory()));
+    case 2:
+        return cube.ReplaceZVector(place.at[0], place.at[1],
+                                   DerivedPointer<Vector>(value.GetMemory()));
+    default:
+        return cube.SetElem(IndexOf(cube, place), value.GetFloating());
+    }
 }
 
 // ---- verbs
@@ -108,11 +150,11 @@ DataItem DataCube::ResolveSubItem(safestring const& key, ThrowHandlerFunc handle
 bool DataCube::DoSetSubItem(safestring const& key, SafeValue const& value,
                             safestring const& full_path, ThrowHandlerFunc handler)
 {
-    Coordinates const point = ReadCoordinates(key.c_str(), key.size());
-    if (point.count == 0)
+    Place const place = ReadPlace(key);
+    if (place.count == 0)
         return Vector::DoSetSubItem(key, value, full_path, handler);
     return Attempt(handler, [&] {
-        Write(*this, point, value);
+        Write(*this, place, value);
         return true;
     });
 }

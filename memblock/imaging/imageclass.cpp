@@ -137,8 +137,15 @@ void Image::SetElemType(DataType type, bool contents, bool keep_factor)
             err_kind,
             "Cannot change image element type to \"%s\", this type is supported for vectors only.",
             TypeToString(type));
-    if (type == ElemType() || type == NoType)
+    if (type == NoType)
         return;
+    if (type == ElemType()) {
+        if (type == Triple && Type() != visual) { // colours asked for are colours to look at
+            EnsureFactor(1.0);
+            DoSetLgType(visual);
+        }
+        return;
+    }
     if (type == Triple && contents && Length() > 0) {
         // Made aside: colours have no factor, and to be rid of it may be refused.
         auto const colours = std::as_const(*this).ConvertElemsToType(type, true, keep_factor);

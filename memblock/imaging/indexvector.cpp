@@ -56,6 +56,14 @@ void IndexVector::TakeTarget(Vector const& target)
     target_.descr = target.GetDescription();
 }
 
+void IndexVector::TakeImage(Vector const& target)
+{
+    if (target.GetRank() == 2)
+        SetImageDimensions(static_cast<int>(target.GetDimSize(0)),
+                           static_cast<int>(target.GetDimSize(1)));
+    target_.descr = target.GetDescription();
+}
+
 DerivedPointer<IndexVector> IndexVector::Create()
 {
     return Create(0, 0, 0);
@@ -100,7 +108,7 @@ DerivedPointer<IndexVector> IndexVector::Create(unsigned long n, unsigned int* d
 {
     DerivedPointer<IndexVector> v(new IndexVector(n, data, offset, release));
     if (target)
-        v->TakeTarget(cref(target));
+        v->TakeImage(cref(target));
     return v;
 }
 
@@ -125,7 +133,7 @@ DerivedPointer<IndexVector> IndexVector::Create(DerivedPointer<Vector> indices,
 {
     DerivedPointer<IndexVector> v(new IndexVector(cref(AsIndices(std::move(indices)))));
     if (target)
-        v->TakeTarget(cref(target));
+        v->TakeImage(cref(target));
     return v;
 }
 

@@ -48,6 +48,7 @@ public:
     static DerivedPointer<IndexVector> Create(unsigned long n, TargetData const& target);
     /// Adopt a block whose element `offset` is the first index; `release` runs once, when its last
     /// user is gone. With a target that is null nothing is known of it.
+    /// Settled: of a target that is no image its description is taken and not its sizes.
     static DerivedPointer<IndexVector> Create(unsigned long n, unsigned int* data, int offset,
                                               void (*release)(void*), unsigned int w,
                                               unsigned int h);
@@ -56,7 +57,8 @@ public:
                                               DerivedPointer<Vector> target);
     static DerivedPointer<IndexVector> Create(unsigned long n, unsigned int* data, int offset,
                                               void (*release)(void*), TargetData const& target);
-    /// Take the cooked elements of a vector as indices, sharing its buffer where they are so.
+    /// Take the cooked elements of a vector as indices, sharing its buffer where they are so. What
+    /// is taken of a target is what the forms that adopt a block take.
     static DerivedPointer<IndexVector> Create(DerivedPointer<Vector> indices, unsigned int w,
                                               unsigned int h);
     static DerivedPointer<IndexVector> Create(DerivedPointer<Vector> indices,
@@ -117,6 +119,7 @@ protected:
 private:
     explicit IndexVector(unsigned long n);
     void TakeTarget(Vector const& target);
+    void TakeImage(Vector const& target);
     DerivedPointer<Vector> Coordinates(bool rows) const;
 
     TargetData target_;

@@ -5,6 +5,7 @@
 #include <memblock/core/datatype.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -127,18 +128,27 @@ MEMBLOCK_MULTIVERSION unsigned int CountNonZero(T const* __restrict p, unsigned 
 
 /// Store the indices of the pixels that are not 0; up to 8 entries behind the last are written.
 ///
-/// 64 pixels become a bit mask; an empty one is passed over, otherwise each byte of it stores eight
-/// entries, of which its bits count.
+/// 64 pixels become a bit mask; an empty one is passed over. A few bits are looked up one by one, a
+/// fixed number of times, so that no branch needs to be guessed; of more bits each byte stores
+/// eight entries, of which its bits count.
 template <class T>
 MEMBLOCK_MULTIVERSION unsigned int ListNonZero(T const* __restrict p, unsigned int n,
                                                unsigned int* __restrict out)
 {
+    constexpr int few = 4;
     unsigned int* next = out;
     unsigned int const whole = n - n % block;
     for (unsigned int base = 0; base < whole; base += block) {
-        std::uint64_t const mask = NonZeroMask(p + base);
+        std::uint64_t mask = NonZeroMask(p + base);
         if (mask == 0)
             continue;
+        int const count = __builtin_popcountll(mask);
+        if (count <= few) {
+            for (int j = 0; j < few; ++j, mask &= mask - 1)
+                next[j] = base + static_cast<unsigned int>(std::countr_zero(mask));
+            next += count;
+            continue;
+        }
         for (unsigned int part = 0; part < block; part += 8) {
             // Not from the part before, so that the parts need not wait for each other.
             std::uint64_t const before = mask & ((std::uint64_t{1} << part) - 1);
@@ -147,7 +157,7 @@ MEMBLOCK_MULTIVERSION unsigned int ListNonZero(T const* __restrict p, unsigned i
             for (unsigned int j = 0; j < 8; ++j)
                 to[j] = base + part + places[j];
         }
-        next += __builtin_popcountll(mask);
+        next += count;
     }
     for (unsigned int i = whole; i < n; ++i)
         if (p[i] != T(0))

@@ -211,7 +211,7 @@ TEST_F(MeasureProgram, CtrlCPrintsTheRowsThatAreFinished)
         std::FILE* const lines = fdopen(messages[0], "r");
         char line[1000] = "", last[1000] = "";
         EXPECT_TRUE(std::fgets(line, sizeof line, lines)); // one page is measured
-        EXPECT_NE(std::string(line).find("done, 1 pages in all"), std::string::npos) << line;
+        EXPECT_NE(std::string(line).find("done, 1 page in all"), std::string::npos) << line;
         kill(child, SIGINT);
         while (std::fgets(line, sizeof line, lines))
             std::copy(line, line + sizeof line, last);

@@ -67,6 +67,12 @@ TEST(Image, AFactorThatColoursCannotTakeLeavesTheImageAsItWas)
     EXPECT_EQ(image->GetDescription(), "Visual color image 2x1");
     EXPECT_EQ(image->GetEdgeWidth(), 1);
     EXPECT_EQ(cref(image).TriplePointer()[1], 25500u);
+
+    auto colours = Picture<triple>(1, 1, {8}, 0.5); // asked for again they are colours to look at
+    EXPECT_EQ(colours->Type(), Image::data);
+    colours->SetElemType(Vector::Triple, true, true);
+    EXPECT_EQ(colours->GetDescription(), "Visual color image 1x1");
+    EXPECT_EQ(cref(colours).TriplePointer()[0], 4u);
 }
 
 TEST(Image, EachClassHasItsDescriptionAndNames)
@@ -204,6 +210,7 @@ TEST(Image, CountsNoFewerObjectsThanItsGreatestLabel)
         ASSERT_TRUE(image->SetSubItem("1,1", DataItem(value), throw_always));
         EXPECT_EQ(image->GetStencilCount(), count);
         EXPECT_EQ(image->SecondaryInt(100, throw_always), value);
+        EXPECT_DOUBLE_EQ(image->GetSubItem("@mean", throw_always).GetDouble(), value / 9.0);
         EXPECT_EQ(Faults(*image), "");
     }
     // Another label width keeps class and count, any other type ends both.

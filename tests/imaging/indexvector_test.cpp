@@ -40,6 +40,8 @@ TEST(IndexVector, KnowsItsTarget)
     EXPECT_FALSE(voxels->Conforms("mask"));
     EXPECT_EQ(voxels->GetDescription(),
               "Indexvector of 2 indices into: Datacube 2x3x4 of byte's, raw factor 1");
+    EXPECT_EQ(DimsOf(IndexVector::Create(UInts({3}), cube)->GetTargetData()), // no image: no sizes
+              cube->GetDescription().c_str());
     EXPECT_EQ(Region({1}, 5, 4)->GetDescription(),
               "Mask for 5x4 images, in vector representation.");
     EXPECT_EQ(DimsOf(TargetData(1, 0)), "0 Vector of 0 elements"); // no null pointer

@@ -323,3 +323,80 @@ TEST(VectorOp, CookedResultsEqualExactArithmetic)
     }
     EXPECT_GT(checked, 100000);
 }
+
+/// The same for options that change what is asked for; `neg_abs` predicts its range from the
+/// greatest x and the least y alone, and wraps where the other difference is larger.
+TEST(VectorOp, CookedResultsUnderOptionsEqualExactArithmetic)
+{
+    using V = Vector;
+    DataType const types[] = {V::Byte,        V::Char, V::UnsignedShort, V::Short, V::Triple,
+                              V::UnsignedInt, V::Int,  V::Float,         V::Double};
+    Random random;
+    int checked = 0;
+    for (int round = 0; round < 20000; ++round) {
+        enum { no_factor, wide, neg_abs, neg_zero, spread };
+        int const asked = random.Below(5);
+        bool const subtracts = asked == neg_abs || asked == neg_zero;
+        char const op = subtracts ? '-' : asked == spread ? '/' : "+-*/=<"[random.Below(6)];
+        DataType const xtype = types[random.Below(asked == spread ? 7 : 9)];
+        DataType const ytype = asked == spread ? V::Int : types[random.Below(9)];
+        int const times = 1 + random.Below(10);
+        unsigned const n = 2 + static_cast<unsigned>(random.Below(12));
+        int const shape = random.Below(3);
+        double const factors[] = {1.0, 0.5, 4.0};
+        double const xfactor = factors[random.Below(3)];
+        double const yfactor = subtracts || asked == wide ? xfactor : factors[random.Below(3)];
+        bool const small = asked == spread || xtype == V::Float || ytype == V::Float;
+        auto const x = random.Of(xtype, shape == 1 ? 1 : n, xfactor, small);
+        auto const y = random.Of(ytype, shape == 2 ? 1 : n, yfactor, small);
+        auto const xraw = Raw(x);
+        auto const yraw = Raw(y);
+        auto const [xmin, xmax] = std::minmax_element(xraw.begin(), xraw.end());
+        auto const [ymin, ymax] = std::minmax_element(yraw.begin(), yraw.end());
+        if (asked == neg_abs && *ymax - *xmin > *xmax - *ymin)
+            continue;
+
+        auto const result =
+            Op(op, x, y,
+               asked == no_factor  ? Options({{"no_factor", 1}})
+               : asked == wide     ? Options({{"fixed_result_type", 1}, {"result_type", V::Double}})
+               : asked == neg_abs  ? Options({{"neg_abs", 1}, {"neg_zero", random.Below(2)}})
+               : asked == neg_zero ? Options({{"neg_zero", 1}})
+                                   : Options({{"fixed_result_type", 1},
+                                              {"result_type", V::Int},
+                                              {"spread_factor", times}}));
+        ASSERT_EQ(result->Length(), n);
+        for (unsigned i = 0; i < n; ++i) {
+            long double a = xraw[shape == 1 ? 0 : i];
+            long double b = yraw[shape == 2 ? 0 : i];
+            if (op == '/' && b == 0)
+                continue;
+            long double expected = 0;
+            if (asked == spread) { // rounded by half the divisor, in integers
+                long double const sum = a * times + std::floor(b / 2);
+                expected = std::trunc(sum / b) / times * xfactor / yfactor;
+            } else if (asked == no_factor) {
+                expected = Exact(op, a, b);
+            } else {
+                expected = Exact(op, a * xfactor, b * yfactor);
+            }
+            if (asked == neg_abs)
+                expected = std::fabs(expected);
+            if (asked == neg_zero)
+                expected = std::max(expected, 0.0L);
+            long double const cooked =
+                static_cast<long double>(cref(result).Elem(i)) * result->Factor();
+            long double const step = result->ElemType() == V::Float ? 1e-6L : 4e-16L;
+            ASSERT_LE(std::fabs(cooked - expected), std::fabs(expected) * step)
+                << asked << op << ' ' << TypeToString(xtype) << ' ' << TypeToString(ytype)
+                << " into " << TypeToString(result->ElemType()) << ": " << a << " with " << b;
+            ++checked;
+        }
+        ASSERT_TRUE(asked != no_factor || result->Factor() == 1.0);
+        ASSERT_TRUE(asked != wide || result->ElemType() == V::Double);
+        ASSERT_TRUE(asked != spread || result->ElemType() == V::Int);
+        ASSERT_EQ(Raw(x), xraw);
+        ASSERT_EQ(Raw(y), yraw);
+    }
+    EXPECT_GT(checked, 100000);
+}

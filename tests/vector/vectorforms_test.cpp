@@ -91,6 +91,20 @@ TEST(VectorForms, FloatsAreTheBytesOfPrintf)
     }
 }
 
+TEST(VectorForms, SeventeenDigitsAreReadBackToTheBitByAnotherReader)
+{
+    std::mt19937_64 random(6);
+    std::vector<double> values{inf, -inf, not_a_number, -0.0, 5e-324, 1.7976931348623157e308};
+    for (int i = 0; i < 1000; ++i)
+        values.push_back(std::ldexp(static_cast<double>(random()), int(random() % 2000) - 1000));
+    std::string const bytes(reinterpret_cast<char const*>(values.data()), values.size() * 8);
+    EXPECT_EQ(Through("python3 -c 'import struct, sys\n"
+                      "for line in sys.stdin: sys.stdout.buffer.write("
+                      "struct.pack(\"<d\", float(line)))'",
+                      Form(Doubles(values), 2, "precision=17")),
+              bytes);
+}
+
 TEST(VectorForms, HtmlIsATable)
 {
     EXPECT_EQ(Form(Doubles({1.5, not_a_number}, 2.0), 3),
