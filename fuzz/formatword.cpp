@@ -24,15 +24,6 @@ DerivedPointer<Vector> Doubles()
     v->SetElem(2, 1.0 / 3);
     return v;
 }
-
-void Ignore(auto&& run)
-{
-    try {
-        run();
-    } catch (Exception const&) {
-        // the stated way to refuse an input
-    }
-}
 } // namespace
 
 void FuzzOne(std::string const& input)

@@ -1,6 +1,8 @@
 #ifndef MEMBLOCK_FUZZ_FUZZ_H
 #define MEMBLOCK_FUZZ_FUZZ_H
 
+#include <memblock/base/exception.h>
+
 #include <string>
 #include <vector>
 
@@ -10,5 +12,14 @@ void FuzzOne(std::string const& input);
 
 /// Well-formed inputs to start from; the driver changes, cuts and joins them.
 std::vector<std::string> FuzzSeeds();
+
+/// Run what may refuse its input in the stated way.
+void Ignore(auto&& run)
+{
+    try {
+        run();
+    } catch (Ntarnwick::Exception const&) {
+    }
+}
 
 #endif // MEMBLOCK_FUZZ_FUZZ_H

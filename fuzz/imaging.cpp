@@ -2,6 +2,7 @@
 // that an object can be asked.
 
 #include "fuzz.h"
+#include "source.h"
 
 #include <memblock/imaging/datacube.h>
 #include <memblock/imaging/image.h>
@@ -9,58 +10,10 @@
 #include <memblock/imaging/numrange.h>
 #include <memblock/imaging/point.h>
 #include <memblock/serial/serializer.h>
-#include <memblock/serial/warning.h>
-
-#include <new>
-#include <sys/resource.h>
 
 using namespace NKelmic;
 
-#ifdef __SANITIZE_ADDRESS__
-extern "C" [[gnu::visibility("default")]] char const* __asan_default_options()
-{
-    return "allocator_may_return_null=1:max_allocation_size_mb=16";
-}
-#endif
-
 namespace {
-
-void Ignore(auto&& run)
-{
-    try {
-        run();
-    } catch (Exception const&) {
-        // the stated way to refuse an input
-    } catch (std::bad_alloc const&) {
-    } catch (char const*) {
-        // the plain text that an element type without a size is refused with
-    }
-}
-
-/// Reads one number after the other from the input; 0 at its end.
-class Source {
-public:
-    explicit Source(std::string const& input) : input_(input) {}
-    bool AtEnd() const { return at_ >= input_.size(); }
-    unsigned char Byte() { return AtEnd() ? 0 : static_cast<unsigned char>(input_[at_++]); }
-    int Number()
-    {
-        static constexpr int telling[] = {-1, 0x7FFFFFFF, -0x7FFFFFFF - 1, 1000, 65537, 2000000000};
-        unsigned int const b = Byte();
-        return b >= 250 ? telling[b - 250] : static_cast<int>(b % 16);
-    }
-    safestring Text()
-    {
-        safestring text;
-        for (char c; !AtEnd() && (c = static_cast<char>(Byte())) != '\n';)
-            text += c;
-        return text;
-    }
-
-private:
-    std::string const& input_;
-    std::size_t at_ = 0;
-};
 
 DataType AnyType(Source& source)
 {
@@ -88,7 +41,7 @@ PMemBlock Make(Source& source)
     default: {
         auto numbers = Vector::Create(source.Byte() % 32, AnyType(source), false, 0, 1.0);
         for (unsigned int i = 0; i < numbers->Length(); ++i)
-            Ignore([&] { numbers->SetElem(i, source.Number()); });
+            Try([&] { numbers->SetElem(i, source.Number()); });
         return numbers;
     }
     }
@@ -105,7 +58,7 @@ DataItem Value(Source& source)
         return source.Text();
     default: {
         PMemBlock made;
-        Ignore([&] { made = Make(source); });
+        Try([&] { made = Make(source); });
         return made;
     }
     }
@@ -114,27 +67,27 @@ DataItem Value(Source& source)
 void Ask(MemBlock& object)
 {
     safestring text;
-    Ignore([&] { object.Consistent(text, true); });
+    Try([&] { object.Consistent(text, true); });
     object.GetDescription();
     for (char const* key :
          {"", "*", "image", "vector", "x", "y", "mask", "dims", "0", "1,1", "_0,0", "0,0,0",
           "@self.max", "itemcount", "edgewidth", "0..2", "@type"})
-        Ignore([&] { object.GetSubItem(key, throw_always); });
+        Try([&] { object.GetSubItem(key, throw_always); });
     for (char const* words :
          {"clearedborders", "vector", "image,clearedborders", "8bpp", "24bpp,replicate", "16bpp"})
         for (char const* classname : {"", "image"})
-            Ignore([&] {
+            Try([&] {
                 PMemBlock const result =
                     object.Convert(safestringlist(safestring(words), ','), classname, throw_always);
                 result.GetDescription();
             });
     for (char const* verb : {"Transpose", "GetRank"})
-        Ignore([&] { object.DoVerb(verb, 0, nullptr); });
+        Try([&] { object.DoVerb(verb, 0, nullptr); });
     auto const* vector = MemCast<Vector const>(&object);
     if (!vector || vector->Length() > 65536)
         return; // a long text, and no other one
     for (int format : {1, 2, 7})
-        Ignore([&] {
+        Try([&] {
             SerializeVisitor visitor;
             Formatter formatter;
             safestring out;
@@ -142,47 +95,30 @@ void Ask(MemBlock& object)
         });
 }
 
-void Quiet(unsigned int, char const*) {}
-
-/// Sizes that a machine could hold are refused here all the same: to fill them takes too long.
-void LimitMemory()
-{
-#ifndef __SANITIZE_ADDRESS__
-    rlimit const limit{1UL << 27, 1UL << 27};
-    setrlimit(RLIMIT_AS, &limit);
-#endif
-}
-
 } // namespace
 
 void FuzzOne(std::string const& input)
 {
-    static bool const quiet = [] {
-        LimitMemory();
-        MemBlock_DoVerb("set_kelmicwarningfunc",
-                        SafeValue(DataItem(reinterpret_cast<void*>(Quiet))));
-        return true;
-    }();
-    (void)quiet;
+    [[maybe_unused]] static bool const bounded = (SetBounds(), true);
     Source source(input);
     PMemBlock object;
-    Ignore([&] { object = Make(source); });
+    Try([&] { object = Make(source); });
     if (!object)
         return;
     while (!source.AtEnd()) {
         safestring const key = source.Text();
         DataItem const value = Value(source);
-        Ignore([&] { object->SetSubItem(key, value, throw_always); });
-        Ignore([&] {
+        Try([&] { object->SetSubItem(key, value, throw_always); });
+        Try([&] {
             SafeValue arguments[] = {source.Number(), source.Number(), source.Number()};
             object->DoVerb("SetDimSizes", source.Byte() % 4, arguments);
         });
-        Ignore([&] {
+        Try([&] {
             PMemBlock const other = Make(source);
             op_options options;
             object->op("+-*/&|=<!p"[source.Byte() % 10], other, options);
         });
-        Ignore([&] {
+        Try([&] {
             PMemBlock const other = Make(source);
             if (auto* vector = MemCast<Vector>(object))
                 vector->Append(DerivedPointer<Vector>(other));

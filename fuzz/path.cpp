@@ -20,15 +20,6 @@ PMemBlock Tree(int depth)
     values->SetElem(3, depth > 0 ? DataItem(Tree(depth - 1)) : DataItem());
     return values;
 }
-
-void Ignore(auto&& run)
-{
-    try {
-        run();
-    } catch (Exception const&) {
-        // the stated way to refuse an input
-    }
-}
 } // namespace
 
 void FuzzOne(std::string const& input)

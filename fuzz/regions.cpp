@@ -9,20 +9,11 @@
 #include <memblock/imaging/mask.h>
 #include <memblock/imaging/stencil.h>
 #include <memblock/serial/serializer.h>
-#include <memblock/serial/warning.h>
 
 #include <array>
 #include <random>
-#include <sys/resource.h>
 
 using namespace NKelmic;
-
-#ifdef __SANITIZE_ADDRESS__
-extern "C" [[gnu::visibility("default")]] char const* __asan_default_options()
-{
-    return "allocator_may_return_null=1:max_allocation_size_mb=16";
-}
-#endif
 
 namespace {
 
@@ -63,7 +54,7 @@ public:
     void Run()
     {
         while (!source_.AtEnd()) {
-            Ignore([&] { Step(); });
+            Try([&] { Step(); });
             if (PMemBlock const object = Any())
                 Ask(*object);
         }
@@ -82,8 +73,7 @@ private:
         for (unsigned int i = 0, ascending = 0; i < numbers->Length(); ++i) {
             int const number = source_.Number();
             ascending += static_cast<unsigned int>(number % 4);
-            Ignore(
-                [&] { numbers->SetElem(i, i % 8 < 6 ? DataItem(ascending) : DataItem(number)); });
+            Try([&] { numbers->SetElem(i, i % 8 < 6 ? DataItem(ascending) : DataItem(number)); });
             // Deep copies: objects that hold themselves have no end.
             if (PMemBlock const held = type == Vector::PMemory ? Any() : PMemBlock())
                 numbers->SetElem(i, held->Clone(false));
@@ -109,8 +99,8 @@ private:
         auto const w = static_cast<unsigned int>(source_.Byte() % 8), h = source_.Byte() % 8u;
         auto image = Image::Create(w, h, source_.OneOf(element_types), 1.0);
         for (unsigned int i = 0; i < image->Length(); i += 3)
-            Ignore([&] { image->SetElem(i, source_.Number()); });
-        Ignore([&] { image->SetSubItem("type", source_.OneOf(words), throw_always); });
+            Try([&] { image->SetElem(i, source_.Number()); });
+        Try([&] { image->SetSubItem("type", source_.OneOf(words), throw_always); });
         return image;
     }
 
@@ -155,7 +145,7 @@ private:
         default: {
             auto const limits = Numbers(Vector::UnsignedInt);
             auto const v = IntervalVector::Create(source_.Byte() % 4, AnyVector());
-            Ignore([&] { v->SetSubItem("outer_index_array", SafeValue(limits), throw_always); });
+            Try([&] { v->SetSubItem("outer_index_array", SafeValue(limits), throw_always); });
             return v;
         }
         }
@@ -257,17 +247,16 @@ private:
     void Ask(MemBlock const& object)
     {
         safestring text;
-        Ignore([&] { object.Consistent(text, true); });
+        Try([&] { object.Consistent(text, true); });
         object.GetDescription();
-        Ignore(
-            [&] { object.GetSubItem(source_.OneOf(asked_keys), throw_always).GetDescription(); });
+        Try([&] { object.GetSubItem(source_.OneOf(asked_keys), throw_always).GetDescription(); });
         if (IntervalVector const* const v = dynamic_cast<IntervalVector const*>(&object)) {
             unsigned int const *inner, *medium, *outer;
             DerivedPointer<IntervalVector> const self(v);
-            Ignore([&] { unpack_three_layer_const(self, inner, medium, outer); });
+            Try([&] { unpack_three_layer_const(self, inner, medium, outer); });
         }
-        Ignore([&] { (void)(object == *object.Clone(source_.Byte() % 2)); });
-        Ignore([&] {
+        Try([&] { (void)(object == *object.Clone(source_.Byte() % 2)); });
+        Try([&] {
             SerializeVisitor visitor;
             Formatter formatter;
             constexpr int formats[] = {1, 2, 7};
@@ -279,28 +268,11 @@ private:
     std::array<PMemBlock, 5> objects_;
 };
 
-void Quiet(unsigned int, char const*) {}
-
-/// Sizes that a machine could hold are refused here all the same: to fill them takes too long.
-void LimitMemory()
-{
-#ifndef __SANITIZE_ADDRESS__
-    rlimit const limit{1UL << 27, 1UL << 27};
-    setrlimit(RLIMIT_AS, &limit);
-#endif
-}
-
 } // namespace
 
 void FuzzOne(std::string const& input)
 {
-    static bool const ready = [] {
-        LimitMemory();
-        MemBlock_DoVerb("set_kelmicwarningfunc",
-                        SafeValue(DataItem(reinterpret_cast<void*>(Quiet))));
-        return true;
-    }();
-    (void)ready;
+    [[maybe_unused]] static bool const bounded = (SetBounds(), true);
     Play(input).Run();
 }
 

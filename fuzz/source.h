@@ -1,19 +1,40 @@
 #ifndef MEMBLOCK_FUZZ_SOURCE_H
 #define MEMBLOCK_FUZZ_SOURCE_H
 
-#include <memblock/base/exception.h>
-#include <memblock/base/safestring.h>
+#include <memblock/core/safevalue.h>
+#include <memblock/serial/warning.h>
 
 #include <iterator>
 #include <new>
 #include <string>
+#include <sys/resource.h>
 
-/// Run what may refuse its input in a stated way.
-void Ignore(auto&& run)
+#include "fuzz.h"
+
+#ifdef __SANITIZE_ADDRESS__
+extern "C" [[gnu::visibility("default")]] char const* __asan_default_options()
+{
+    return "allocator_may_return_null=1:max_allocation_size_mb=16";
+}
+#endif
+
+/// Be silent, and refuse sizes that a machine could hold all the same: to fill them takes too long.
+inline void SetBounds()
+{
+    using namespace NKelmic;
+    WarningFunc const silent = [](unsigned int, char const*) {};
+    MemBlock_DoVerb("set_kelmicwarningfunc", SafeValue(DataItem(reinterpret_cast<void*>(silent))));
+#ifndef __SANITIZE_ADDRESS__
+    rlimit const limit{1UL << 27, 1UL << 27};
+    setrlimit(RLIMIT_AS, &limit);
+#endif
+}
+
+/// Run what may refuse its input, or ask for more memory than there is.
+void Try(auto&& run)
 {
     try {
-        run();
-    } catch (Ntarnwick::Exception const&) {
+        Ignore(run);
     } catch (std::bad_alloc const&) {
     } catch (char const*) {
         // the plain text that an element type without a size is refused with

@@ -18,13 +18,9 @@ void CheckTable(Table const& t)
         std::abort();
 }
 
-void Ignore(Table const& t, auto&& run)
+void Try(Table const& t, auto&& run)
 {
-    try {
-        run();
-    } catch (Exception const&) {
-        // the stated way to refuse an input
-    }
+    Ignore(run);
     CheckTable(t);
 }
 
@@ -36,13 +32,13 @@ void FuzzOne(std::string const& input)
     auto const t = Table::Create("a", Vector::MakeSequence("1", "3"), "my name",
                                  Vector::Create(3, Vector::Double, true, 0, 1.0));
     auto const column = Vector::MakeSequence("4", "6");
-    Ignore(*t, [&] { t->GetSubItem(text, throw_always); });
-    Ignore(*t, [&] { t->SetSubItem(text, DataItem(column), throw_always); });
-    Ignore(*t, [&] { t->SetSubItem(text, 2, throw_never); });
-    Ignore(*t, [&] { t->SetColumn(text, column); });
-    Ignore(*t, [&] { t->AppendRow(*Cnt("a", text, text, 1, "z", 2), true, true); });
-    Ignore(*t, [&] { SetTableColumnOrder(t, text); });
-    Ignore(*t, [&] {
+    Try(*t, [&] { t->GetSubItem(text, throw_always); });
+    Try(*t, [&] { t->SetSubItem(text, DataItem(column), throw_always); });
+    Try(*t, [&] { t->SetSubItem(text, 2, throw_never); });
+    Try(*t, [&] { t->SetColumn(text, column); });
+    Try(*t, [&] { t->AppendRow(*Cnt("a", text, text, 1, "z", 2), true, true); });
+    Try(*t, [&] { SetTableColumnOrder(t, text); });
+    Try(*t, [&] {
         Formatter formatter;
         t->SerialArgs(safestringlist(text, ';'), formatter, throw_never);
         SerializeVisitor visitor;

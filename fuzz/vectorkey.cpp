@@ -19,15 +19,6 @@ DerivedPointer<Vector> MakeNumbers()
     return v;
 }
 
-void Ignore(auto&& run)
-{
-    try {
-        run();
-    } catch (Exception const&) {
-        // the stated way to refuse an input
-    }
-}
-
 void MustBeConsistent(Vector const& v)
 {
     safestring message;

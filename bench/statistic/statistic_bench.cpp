@@ -3,8 +3,8 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <random>
-#include <vector>
+
+#include "../samples.h"
 
 #ifdef MEMBLOCK_HAVE_EIGEN
 #include <Eigen/Core>
@@ -14,25 +14,10 @@ using namespace NKelmic;
 
 namespace {
 
-constexpr unsigned int length = 1 << 20;
-
-template <class T>
-std::vector<T> Data()
-{
-    std::mt19937 random(3);
-    std::vector<T> data(length);
-    for (T& v : data)
-        v = std::is_floating_point_v<T> ? static_cast<T>(std::normal_distribution<>(0, 50)(random))
-                                        : static_cast<T>(random());
-    return data;
-}
-
 template <class T>
 void Ours(benchmark::State& state, char const* word, char const* policy)
 {
-    auto vector = Vector::Create(length, type_of<T>::value, true, 0, 1.0);
-    std::ranges::copy(Data<T>(), vector->template TypedPointer<T>());
-    Statistic const statistic(vector, word, policy, policy, 0.25);
+    Statistic const statistic(VectorOfSamples<T>(), word, policy, policy, 0.25);
     for (auto _ : state)
         benchmark::DoNotOptimize(statistic.Comp(0, -1));
     state.SetItemsProcessed(state.iterations() * length);
@@ -68,31 +53,18 @@ void HandLoopMin(benchmark::State& state)
         state.SkipWithError("needs AVX-512");
         return;
     }
-    auto const data = Data<T>();
+    auto const data = Samples<T>();
     for (auto _ : state)
         benchmark::DoNotOptimize(HandMin(data.data(), data.size()));
     state.SetItemsProcessed(state.iterations() * length);
 }
 
-template <class T>
-void IntegerLoopSum(benchmark::State& state)
+template <class T, class Sum>
+void LoopSum(benchmark::State& state)
 {
-    auto const data = Data<T>();
+    auto const data = Samples<T>();
     for (auto _ : state) {
-        long long sum = 0;
-        for (T v : data)
-            sum += v;
-        benchmark::DoNotOptimize(sum);
-    }
-    state.SetItemsProcessed(state.iterations() * length);
-}
-
-template <class T>
-void DoubleLoopSum(benchmark::State& state)
-{
-    auto const data = Data<T>();
-    for (auto _ : state) {
-        double sum = 0;
+        Sum sum = 0;
         for (T v : data)
             sum += v;
         benchmark::DoNotOptimize(sum);
@@ -103,7 +75,7 @@ void DoubleLoopSum(benchmark::State& state)
 template <class T>
 void FullSort(benchmark::State& state)
 {
-    auto const data = Data<T>();
+    auto const data = Samples<T>();
     for (auto _ : state) {
         auto copy = data;
         std::sort(copy.begin(), copy.end());
@@ -116,7 +88,7 @@ void FullSort(benchmark::State& state)
 template <class T>
 void EigenMin(benchmark::State& state)
 {
-    auto const data = Data<T>();
+    auto const data = Samples<T>();
     Eigen::Map<Eigen::Array<T, Eigen::Dynamic, 1> const> const array(data.data(), length);
     for (auto _ : state)
         benchmark::DoNotOptimize(array.minCoeff());
@@ -135,23 +107,23 @@ void EigenMin(benchmark::State& state)
             [](::benchmark::State& state) { FUNCTION<T>(state, __VA_ARGS__); })))
 #endif
 
-#define MEMBLOCK_BENCH(T, SUM_BY_HAND)                                                             \
+#define MEMBLOCK_BENCH(T, SUM)                                                                     \
     BENCHMARK_TEMPLATE(HandLoopMin, T);                                                            \
     MEMBLOCK_BENCH_EIGEN(T)                                                                        \
     BENCHMARK_TEMPLATE1_CAPTURE(Ours, T, min, "min", "include");                                   \
     BENCHMARK_TEMPLATE1_CAPTURE(Ours, T, min_exclude, "min", "exclude");                           \
     BENCHMARK_TEMPLATE1_CAPTURE(Ours, T, max_replace, "max", "0");                                 \
-    BENCHMARK_TEMPLATE(SUM_BY_HAND, T);                                                            \
+    BENCHMARK_TEMPLATE(LoopSum, T, SUM);                                                           \
     BENCHMARK_TEMPLATE1_CAPTURE(Ours, T, sum, "sum", "include");                                   \
     BENCHMARK_TEMPLATE1_CAPTURE(Ours, T, stddev, "stddev", "exclude");                             \
     BENCHMARK_TEMPLATE(FullSort, T);                                                               \
     BENCHMARK_TEMPLATE1_CAPTURE(Ours, T, quantile, "quantile", "include");                         \
     BENCHMARK_TEMPLATE1_CAPTURE(Ours, T, quantile_exclude, "quantile", "exclude");
 
-MEMBLOCK_BENCH(unsigned char, IntegerLoopSum)
-MEMBLOCK_BENCH(short, IntegerLoopSum)
-MEMBLOCK_BENCH(int, IntegerLoopSum)
-MEMBLOCK_BENCH(float, DoubleLoopSum)
-MEMBLOCK_BENCH(double, DoubleLoopSum)
+MEMBLOCK_BENCH(unsigned char, long long)
+MEMBLOCK_BENCH(short, long long)
+MEMBLOCK_BENCH(int, long long)
+MEMBLOCK_BENCH(float, double)
+MEMBLOCK_BENCH(double, double)
 
 } // namespace

@@ -90,7 +90,7 @@ void ByAsync(benchmark::State& state)
 #ifdef MEMBLOCK_HAVE_TBB
 void ByTbb(benchmark::State& state)
 {
-    // One more than the workers: the thread that waits works too, and here it must not count.
+    // The thread that waits works too: with it there are two.
     oneapi::tbb::global_control const limit(oneapi::tbb::global_control::max_allowed_parallelism,
                                             workers);
     oneapi::tbb::task_arena arena(workers);

@@ -1,14 +1,12 @@
 #include <memblock/vector/summary.h>
-#include <memblock/vector/vector.h>
 
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
 #include <array>
 #include <cmath>
 #include <map>
-#include <random>
-#include <vector>
+
+#include "../samples.h"
 
 #ifdef MEMBLOCK_HAVE_OPENCV
 #include <opencv2/core.hpp>
@@ -18,23 +16,10 @@ using namespace NKelmic;
 
 namespace {
 
-constexpr unsigned int length = 1 << 20;
-
-template <class T>
-std::vector<T> Data()
-{
-    std::mt19937 random(3);
-    std::vector<T> data(length);
-    for (T& v : data)
-        v = std::is_floating_point_v<T> ? static_cast<T>(std::normal_distribution<>(0, 50)(random))
-                                        : static_cast<T>(random());
-    return data;
-}
-
 template <class T>
 void MinMaxAndPlaces(benchmark::State& state)
 {
-    auto const data = Data<T>();
+    auto const data = Samples<T>();
     for (auto _ : state)
         benchmark::DoNotOptimize(CalcMinMax(data.data(), length, nullptr));
     state.SetItemsProcessed(state.iterations() * length);
@@ -71,7 +56,7 @@ void HandMinMaxAndPlaces(benchmark::State& state)
         state.SkipWithError("needs AVX-512");
         return;
     }
-    auto const data = Data<T>();
+    auto const data = Samples<T>();
     for (auto _ : state) {
         T least = data[0], most = data[0];
         HandMinMax(data.data(), least, most);
@@ -84,8 +69,7 @@ void HandMinMaxAndPlaces(benchmark::State& state)
 template <class T>
 void MeanAndStddev(benchmark::State& state)
 {
-    auto vector = Vector::Create(length, type_of<T>::value, true, 0, 1.0);
-    std::ranges::copy(Data<T>(), vector->template TypedPointer<T>());
+    auto const vector = VectorOfSamples<T>();
     for (auto _ : state) {
         vector->ContentHasBeenChanged();
         benchmark::DoNotOptimize(vector->SecondaryDouble(key_stddev, throw_always));
@@ -97,7 +81,7 @@ void MeanAndStddev(benchmark::State& state)
 template <class T>
 void TwoPassesByHand(benchmark::State& state)
 {
-    auto const data = Data<T>();
+    auto const data = Samples<T>();
     for (auto _ : state) {
         double sum = 0, squares = 0;
         for (T v : data)
@@ -112,7 +96,7 @@ void TwoPassesByHand(benchmark::State& state)
 template <class T>
 void Median(benchmark::State& state)
 {
-    auto const data = Data<T>();
+    auto const data = Samples<T>();
     for (auto _ : state)
         benchmark::DoNotOptimize(calc_median(data.data(), length, true, throw_always));
     state.SetItemsProcessed(state.iterations() * length);
@@ -121,7 +105,7 @@ void Median(benchmark::State& state)
 template <class T>
 void NthElementOfACopy(benchmark::State& state)
 {
-    auto const data = Data<T>();
+    auto const data = Samples<T>();
     for (auto _ : state) {
         auto copy = data;
         std::nth_element(copy.begin(), copy.begin() + length / 2, copy.end());
@@ -135,7 +119,7 @@ template <class T>
 void OpenCVMinMaxLoc(benchmark::State& state)
 {
     cv::setNumThreads(1);
-    auto data = Data<T>();
+    auto data = Samples<T>();
     cv::Mat const mat(1, length, cv::DataType<T>::type, data.data());
     for (auto _ : state) {
         double least, most;
@@ -151,7 +135,7 @@ template <class T>
 void OpenCVMeanStdDev(benchmark::State& state)
 {
     cv::setNumThreads(1);
-    auto data = Data<T>();
+    auto data = Samples<T>();
     cv::Mat const mat(1, length, cv::DataType<T>::type, data.data());
     for (auto _ : state) {
         cv::Scalar mean, stddev;

@@ -1,5 +1,6 @@
 #include <memblock/base/number.h>
 
+#include <memblock/base/chars_internal.h>
 #include <memblock/base/raise.h>
 
 #include <algorithm>
@@ -66,10 +67,6 @@ safestring str(double v, int significant_digits)
 
 namespace {
 
-bool IsDigit(char c)
-{
-    return c >= '0' && c <= '9';
-}
 bool IsLetter(char c)
 {
     return safestring_traits::fold_up(c) >= 'A' && safestring_traits::fold_up(c) <= 'Z';
@@ -77,10 +74,6 @@ bool IsLetter(char c)
 bool IsWordChar(char c)
 {
     return IsLetter(c) || IsDigit(c) || c == '_';
-}
-bool IsBlank(char c)
-{
-    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
 }
 
 /// Read a text that is a number as `is_numeric` tells it.

@@ -1,5 +1,6 @@
 #include <memblock/base/printfer.h>
 
+#include <memblock/base/chars_internal.h>
 #include <memblock/base/number.h>
 
 #include <algorithm>
@@ -22,11 +23,6 @@ struct Conversion {
 };
 
 constexpr int size_max = 4095; // of width and precision
-
-bool IsDigit(char c)
-{
-    return c >= '0' && c <= '9';
-}
 
 bool TakeFlag(Conversion& c, char flag)
 {

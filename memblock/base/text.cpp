@@ -1,5 +1,6 @@
 #include <memblock/base/text.h>
 
+#include <memblock/base/chars_internal.h>
 #include <memblock/base/number.h>
 
 #include <cstring>
@@ -44,11 +45,6 @@ char const* XmlForm(char c)
     default:
         return nullptr;
     }
-}
-
-bool IsBlank(char c)
-{
-    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include <memblock/collections/table.h>
 
+#include <memblock/base/chars_internal.h>
 #include <memblock/base/number.h>
 #include <memblock/base/raise.h>
 #include <memblock/base/text.h>
@@ -21,8 +22,8 @@ using IntegerTypes = TypeSet<int, unsigned int, short, unsigned short, char, uns
 safestring FloatingText(double value, int precision)
 {
     safestring text = str(value, precision);
-    bool const whole = std::all_of(text.begin(), text.end(),
-                                   [](char c) { return (c >= '0' && c <= '9') || c == '-'; });
+    bool const whole =
+        std::all_of(text.begin(), text.end(), [](char c) { return IsDigit(c) || c == '-'; });
     if (whole)
         text += ".0";
     return text;

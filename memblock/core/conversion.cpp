@@ -1,8 +1,8 @@
 #include <memblock/core/memblock.h>
 
 #include <memblock/core/conversion_internal.h>
+#include <memblock/core/memblock_internal.h>
 #include <memblock/core/safevalue.h>
-#include <memblock/core/subitem_internal.h>
 #include <memblock/serial/factory.h>
 
 #include <algorithm>
@@ -55,7 +55,7 @@ PMemBlock MemBlock::ConvertTo(safestring const&) const
 PMemBlock MemBlock::Convert(safestringlist const& arguments, safestring const& classname,
                             ThrowHandlerFunc handler) const
 {
-    HoldSelf const hold(*this);
+    KeepAlive const alive(*this);
     ConvertOptions options;
     if (classname.empty() || classname == Class()) {
         if (!ConvertArgs(arguments, options, handler))

@@ -1,5 +1,6 @@
 #include <memblock/core/dataitem.h>
 
+#include <memblock/base/chars_internal.h>
 #include <memblock/base/number.h>
 #include <memblock/vector/vector.h>
 
@@ -80,10 +81,6 @@ int OrderIntegerText(long long left, safestring const& right)
     std::abort();
 }
 
-bool IsDigit(char c)
-{
-    return c >= '0' && c <= '9';
-}
 bool IsHexDigit(char c)
 {
     return IsDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');

@@ -12,7 +12,7 @@ void MakeExclusive(PMemBlock const& block);
 /// Keeps an object alive for the length of a call that takes and drops pointers on it.
 ///
 /// Unlike with a `PMemBlock`, an object that nobody owns yet, fresh or on the stack, is not
-/// deleted at the end.
+/// deleted at the end: it is as free as before.
 class KeepAlive {
 public:
     explicit KeepAlive(MemBlock const& block)

@@ -2,6 +2,7 @@
 
 #include <memblock/base/text.h>
 #include <memblock/core/keytable.h>
+#include <memblock/core/memblock_internal.h>
 #include <memblock/core/subitem_internal.h>
 #include <memblock/serial/loader.h>
 #include <memblock/vector/vector.h>
@@ -119,7 +120,7 @@ bool StandsIn(safestring const& list, safestring const& key, bool marked_only)
 
 DataItem MemBlock::GetSubItem(safestring const& path, ThrowHandlerFunc handler) const
 {
-    HoldSelf const hold(*this);
+    KeepAlive const alive(*this);
     return ReadWalk(*this, path, handler).Run();
 }
 

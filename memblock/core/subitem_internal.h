@@ -5,32 +5,6 @@
 
 namespace NKelmic {
 
-/// Holds an object while one of its own operations runs. One that nobody owns (a local, or fresh
-/// from `new`) survives pointers that come and go meanwhile, and is as free afterwards as before.
-class HoldSelf {
-public:
-    explicit HoldSelf(MemBlock const& object)
-        : object_(object),
-          unowned_(object.RefCount() <= 0 && !(object.Flags() & MemBlock::mem_undeletable))
-    {
-        if (unowned_)
-            object.RaiseFlags(MemBlock::mem_undeletable);
-        object.Capture();
-    }
-    ~HoldSelf()
-    {
-        object_.Release();
-        if (unowned_)
-            object_.ClearFlags(MemBlock::mem_undeletable);
-    }
-    HoldSelf(HoldSelf const&) = delete;
-    HoldSelf& operator=(HoldSelf const&) = delete;
-
-private:
-    MemBlock const& object_;
-    bool unowned_;
-};
-
 /// The failure of a key behind a value that is no object.
 inline void ReportNoSubKeyOfScalar(DataItem const& scalar, safestring const& key,
                                    ThrowHandlerFunc handler)

@@ -1,6 +1,7 @@
 #include <memblock/core/subitem.h>
 
 #include <memblock/core/attempt_internal.h>
+#include <memblock/core/memblock_internal.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/core/subitem_internal.h>
 #include <memblock/serial/factory.h>
@@ -203,7 +204,7 @@ private:
 
 bool MemBlock::SetSubItem(safestring const& path, SafeValue const& value, ThrowHandlerFunc handler)
 {
-    HoldSelf const hold(*this);
+    KeepAlive const alive(*this);
     WriteWalk walk(*this, path, handler,
                    [](MemBlock& object, safestring const& key, SafeValue const& item,
                       safestring const& full_path, ThrowHandlerFunc step_handler) {

@@ -72,7 +72,8 @@ DerivedPointer<IndexVector> Mask::PixelsOf(IndexVector const& vector) const
 RegionBase::Words const& Mask::Told() const
 {
     static constexpr Words words{"Mask for %dx%d images, in %s representation",
-                                 "Mask target is not an image: %s\n"};
+                                 "Mask target is not an image: %s\n",
+                                 "area,image,vector,imagewidth,imageheight,x,y,"};
     return words;
 }
 
@@ -90,11 +91,6 @@ bool Mask::VectorIsFit(Vector const& vector, safestring& message) const
         return true;
     message += Text("Invalid vector representation class: %s\n", vector);
     return false;
-}
-
-char const* Mask::KeyList() const
-{
-    return "area,image,vector,imagewidth,imageheight,x,y,";
 }
 
 } // namespace NKelmic

@@ -35,7 +35,6 @@ private:
     Words const& Told() const override;
     bool ImageIsFit(Image const& image, safestring& message) const override;
     bool VectorIsFit(Vector const& vector, safestring& message) const override;
-    char const* KeyList() const override;
 };
 
 } // namespace NKelmic

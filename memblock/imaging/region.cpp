@@ -158,8 +158,8 @@ DataItem RegionBase::ResolveSubItem(safestring const& key, ThrowHandlerFunc hand
     if (auto const* const row = region_keys.Find(key))
         return row->read(*this, handler);
     if (key.empty() || key == "!")
-        return DataItem(KeyList() + MemBlock::ResolveSubItem(key, handler).GetString());
-    bool const of_list = AnyKeyOfList(safestring(KeyList()), [&](KeyListEntry const& entry) {
+        return DataItem(Told().keys + MemBlock::ResolveSubItem(key, handler).GetString());
+    bool const of_list = AnyKeyOfList(safestring(Told().keys), [&](KeyListEntry const& entry) {
         return SameName(entry.name, {key.data(), key.size()});
     });
     if (of_list) // the rest of the own list is what the vector form answers

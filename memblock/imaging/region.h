@@ -47,6 +47,7 @@ protected:
     struct Words {
         char const* description; ///< of width, height and the form that stands for the object
         char const* no_image;    ///< of the object whose target is none
+        char const* keys;        ///< the list of its own keys
     };
     /// Take an image as image form, made one of `lg_type` first; the vector form goes.
     void TakeImage(PMemBlock image, int lg_type);
@@ -66,7 +67,6 @@ private:
     /// Tell what is wrong with the forms as this class sees it.
     virtual bool ImageIsFit(Image const& image, safestring& message) const = 0;
     virtual bool VectorIsFit(Vector const& vector, safestring& message) const = 0;
-    virtual char const* KeyList() const = 0;
     friend class DerivedPointer<RegionBase>;
     static char const* StaticClass() { return "region"; }
 

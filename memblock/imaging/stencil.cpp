@@ -73,7 +73,8 @@ DerivedPointer<IndexVector> Stencil::PixelsOf(IndexVector const& vector) const
 RegionBase::Words const& Stencil::Told() const
 {
     static constexpr Words words{"Stencil for %dx%d images, in %s representation",
-                                 "Stencil target is not an image: %s\n"};
+                                 "Stencil target is not an image: %s\n",
+                                 "itemcount,mask,area,image,vector,imagewidth,imageheight,x,y,"};
     return words;
 }
 
@@ -95,11 +96,6 @@ bool Stencil::VectorIsFit(Vector const& vector, safestring& message) const
         return true;
     message += Text("Not a 2D stencil: %s\n", vector);
     return false;
-}
-
-char const* Stencil::KeyList() const
-{
-    return "itemcount,mask,area,image,vector,imagewidth,imageheight,x,y,";
 }
 
 } // namespace NKelmic

@@ -1,7 +1,7 @@
 #include <memblock/threads/jobpool.h>
 
 #include <memblock/base/raise.h>
-#include <memblock/logging/logger.h>
+#include <memblock/threads/joblog_internal.h>
 #include <memblock/threads/jobpoolimpl.h>
 #include <memblock/threads/mutex.h>
 #include <memblock/threads/threadmgr.h>
@@ -12,12 +12,6 @@ namespace NKelmic {
 namespace {
 
 constinit thread_local bool running_as_worker = false;
-
-void LogTask(char const* text)
-{
-    if (Logger::Enabled(topic_thread, 7))
-        Logger::Log(topic_thread, "jobpool", 7, text);
-}
 
 } // namespace
 
@@ -90,8 +84,7 @@ DataItem JobPool::HandleConsult(int, int, DataItem&)
 
 bool JobPool::Finished()
 {
-    auto const impl = Impl();
-    return impl->GetFinishedCount() >= impl->GetJobCount();
+    return impl_->GetFinishedCount() >= impl_->GetJobCount();
 }
 
 void JobPool::Reserve(int count)
@@ -103,7 +96,7 @@ int JobPool::AddNewJob(Job* job)
 {
     if (!job)
         Raise(err_precondition, "JobPool: no job was given.");
-    return Impl()->AddJob(job);
+    return impl_->AddJob(job);
 }
 
 int JobPool::GetJobCount()
@@ -168,10 +161,9 @@ bool JobPool::IsCurrentThreadRunningAsWorker()
 
 void JobPool::SetCurrentThreadRunningAsWorker(bool on)
 {
-    if (Logger::Enabled(topic_thread, 7))
-        Logger::Log(topic_thread, "jobpool", 7,
-                    Text("Setting JobPool worker state of thread %d to: %s",
-                         Logger::GetCurrentThreadNo(), on ? "true" : "false"));
+    if (Logger::Enabled(topic_thread, 7)) // the question alone gives the thread a number
+        LogJobs(7, "Setting JobPool worker state of thread %d to: %s", Logger::GetCurrentThreadNo(),
+                on ? "true" : "false");
     running_as_worker = on;
 }
 
@@ -179,7 +171,7 @@ JobPool::BlockingOperation::BlockingOperation() : was_worker_(IsCurrentThreadRun
 {
     if (!was_worker_)
         return;
-    LogTask("Worker thread blocking in a wait operation");
+    LogJobs(7, "Worker thread blocking in a wait operation");
     ThreadMgr::Instance().ChangeBlockedThreadCount(1);
 }
 
@@ -189,9 +181,9 @@ JobPool::BlockingOperation::~BlockingOperation()
         return;
     try { // a fall of the count may still launch a thread, if the target rose meanwhile
         ThreadMgr::Instance().ChangeBlockedThreadCount(-1);
-        LogTask("Worker thread unblocked");
+        LogJobs(7, "Worker thread unblocked");
     } catch (...) {
-        Logger::Log(topic_thread, "jobpool", 2, ComposeExceptionMessageText());
+        LogJobs(2, "%s", ComposeExceptionMessageText());
     }
 }
 

@@ -148,7 +148,7 @@ private:
     ThreadSharablePointer<JobPoolImpl> Impl() const;
 
     mutable boost::mutex mutex_;
-    ThreadSharablePointer<JobPoolImpl> impl_; // guarded by mutex_
+    ThreadSharablePointer<JobPoolImpl> impl_; // set once; other threads copy it under mutex_
 };
 
 } // namespace NKelmic

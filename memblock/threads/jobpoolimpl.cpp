@@ -2,7 +2,7 @@
 
 #include <memblock/base/number.h>
 #include <memblock/base/raise.h>
-#include <memblock/logging/logger.h>
+#include <memblock/threads/joblog_internal.h>
 #include <memblock/threads/jobpool.h>
 #include <memblock/threads/jobpoolkinds_internal.h>
 #include <memblock/threads/mutex.h>
@@ -41,37 +41,27 @@ int ThreadsFromEnvironment(int threads)
     return static_cast<int>(std::min(StringToUInt()(text), most_threads));
 }
 
-void LogTask(safestring const& text)
-{
-    Logger::Log(topic_thread, "jobpool", 7, text);
-}
-
 } // namespace
 
 ThreadSharablePointer<JobPoolImpl> JobPoolImpl::Create(bool continue_on_error, int threads,
                                                        bool headless)
 {
-    bool const log = Logger::Enabled(topic_thread, 7);
     if (JobPool::IsCurrentThreadRunningAsWorker()) {
-        if (log)
-            LogTask("Creating a single-threaded JobPool, because running in a worker thread "
-                    "context.");
+        LogJobs(7, "Creating a single-threaded JobPool, because running in a worker thread "
+                   "context.");
         return new JobPoolImpl_ST(continue_on_error);
     }
     threads = ThreadsFromEnvironment(threads);
     if (headless) {
         threads = std::max(threads, 1);
-        if (log)
-            LogTask(Text("Creating a headless multi-threaded JobPool for %d threads", threads));
+        LogJobs(7, "Creating a headless multi-threaded JobPool for %d threads", threads);
         return new JobPoolImpl_MT_headless(continue_on_error, threads);
     }
     if (threads > 0) {
-        if (log)
-            LogTask(Text("Creating a multi-threaded JobPool for %d threads", threads));
+        LogJobs(7, "Creating a multi-threaded JobPool for %d threads", threads);
         return new JobPoolImpl_MT(continue_on_error, threads);
     }
-    if (log)
-        LogTask("Creating a single-threaded JobPool");
+    LogJobs(7, "Creating a single-threaded JobPool");
     return new JobPoolImpl_ST(continue_on_error);
 }
 
@@ -133,7 +123,7 @@ void JobPoolImpl::Abort(safestring const& message)
 {
     {
         boost::mutex::scoped_lock const lock(abort_mutex_);
-        aborted_ = true;
+        aborted_.store(true, std::memory_order_release);
         if (!message.empty())
             abort_message_ = message;
     }
@@ -142,8 +132,7 @@ void JobPoolImpl::Abort(safestring const& message)
 
 bool JobPoolImpl::IsAborted() const
 {
-    boost::mutex::scoped_lock const lock(abort_mutex_);
-    return aborted_;
+    return aborted_.load(std::memory_order_acquire);
 }
 
 void JobPoolImpl::ThrowIfAborted_mt()

@@ -4,6 +4,7 @@
 #include <memblock/core/dataitem.h>
 #include <memblock/threads/threadsharable.h>
 
+#include <atomic>
 #include <boost/thread/mutex.hpp>
 #include <vector>
 
@@ -99,8 +100,8 @@ private:
     bool const continue_on_error_;
     unsigned long long const serial_; // of the pool: never used again, as its address may be
     mutable boost::mutex abort_mutex_;
-    bool aborted_ = false;     // guarded by abort_mutex_
-    safestring abort_message_; // guarded by abort_mutex_
+    std::atomic<bool> aborted_{false}; // set with abort_mutex_ held, looked at several times a job
+    safestring abort_message_;         // guarded by abort_mutex_
     unsigned int const creator_thread_;
     JobPool* waiting_ = nullptr; // null outside of Wait
 };

@@ -1,7 +1,7 @@
 #include <memblock/threads/jobpoolkinds_internal.h>
 
 #include <memblock/base/raise.h>
-#include <memblock/logging/logger.h>
+#include <memblock/threads/joblog_internal.h>
 #include <memblock/threads/jobpool.h>
 #include <memblock/threads/mutex.h>
 #include <memblock/threads/threadmgr.h>
@@ -127,10 +127,8 @@ void JobPoolImpl_MT::DoNotifyAborted()
     boost::unique_lock<boost::mutex> lock(prewait_mutex_);
     auto const jobs = std::exchange(prewait_, {});
     lock.unlock();
-    if (Logger::Enabled(topic_thread, 6))
-        Logger::Log(topic_thread, "jobpool", 6,
-                    Text("Jobpool aborted, deleting %d entries from the prewait queue.",
-                         static_cast<int>(jobs.size())));
+    LogJobs(6, "Jobpool aborted, deleting %d entries from the prewait queue.",
+            static_cast<int>(jobs.size()));
     for (auto* job : jobs)
         DeleteJob(job);
 }

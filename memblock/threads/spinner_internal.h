@@ -10,12 +10,15 @@ namespace NKelmic {
 /// between. It looks longer where that paid lately, so that long waits cost next to nothing.
 class Spinner {
 public:
+    /// It looks `most` times at the most, some 0.3 us each on a free processor.
+    explicit Spinner(int most) : most_(most) {}
+
     template <class Condition>
     bool Until(Condition condition)
     {
         for (int i = 0; i < budget_; ++i) {
             if (condition()) {
-                budget_ = std::min(budget_ * 2, most);
+                budget_ = std::min(budget_ * 2, most_);
                 return true;
             }
             std::this_thread::yield();
@@ -25,7 +28,8 @@ public:
     }
 
 private:
-    static constexpr int least = 2, most = 64; // some 0.3 us each on a free processor
+    static constexpr int least = 2;
+    int const most_;
     int budget_ = 16;
 };
 

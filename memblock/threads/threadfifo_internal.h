@@ -78,7 +78,8 @@ private:
     bool closed_ = false;             // guarded by mutex_
     bool sleeping_ = false;           // guarded by mutex_
     std::atomic<bool> filled_{false}; // a hint for the reader
-    Spinner spinner_;                 // the reader's
+    // The reader's. Short: where each processor has a worker, they pay for its looks.
+    Spinner spinner_{16};
 };
 
 } // namespace NKelmic

@@ -1,8 +1,8 @@
 #include <memblock/threads/threadmgr.h>
 
 #include <memblock/base/raise.h>
-#include <memblock/logging/logger.h>
 #include <memblock/serial/warning.h>
+#include <memblock/threads/joblog_internal.h>
 #include <memblock/threads/jobpool.h>
 #include <memblock/threads/jobpoolkinds_internal.h>
 #include <memblock/threads/spinner_internal.h>
@@ -31,19 +31,6 @@ int CoreCount()
     return cores;
 }
 
-void LogCounts(level_t level, char const* text)
-{
-    if (Logger::Enabled(topic_thread, level))
-        Logger::Log(topic_thread, "jobpool", level, text);
-}
-
-template <class... Arg>
-void LogCounts(level_t level, char const* format, Arg... arg)
-{
-    if (Logger::Enabled(topic_thread, level))
-        Logger::Log(topic_thread, "jobpool", level, Text(format, arg...));
-}
-
 /// Counts a sleeper, also when its wait ends by an interruption.
 class IdleScope {
 public:
@@ -60,7 +47,7 @@ void TellPosted(Job& job)
     try {
         job.OnPosted();
     } catch (...) {
-        LogCounts(2, "Error while posting a task: %s", ComposeExceptionMessageText());
+        LogJobs(2, "Error while posting a task: %s", ComposeExceptionMessageText());
     }
 }
 
@@ -111,7 +98,7 @@ int ThreadMgr::GetThreadCount()
 void ThreadMgr::SetThreadCount(int n)
 {
     ProcessMessages();
-    LogCounts(5, "Setting desired worker thread count to: %d", n);
+    LogJobs(5, "Setting desired worker thread count to: %d", n);
     MainLock const main(main_mutex_);
     int const before = std::exchange(desired_, n);
     try {
@@ -125,10 +112,10 @@ void ThreadMgr::SetThreadCount(int n)
 void ThreadMgr::AdjustThreadCount_lk()
 {
     while (!stopping_ && desired_ > Working_lk()) {
-        LogCounts(6,
-                  "Launching a new worker thread (current threadcounts: actual=%d, blocked=%d, "
-                  "desired=%d)",
-                  actual_, blocked_, desired_);
+        LogJobs(6,
+                "Launching a new worker thread (current threadcounts: actual=%d, blocked=%d, "
+                "desired=%d)",
+                actual_, blocked_, desired_);
         auto worker = std::make_unique<WorkerThread>(this);
         auto const place = workers_.insert(worker.get()).first;
         try {
@@ -214,7 +201,7 @@ void ThreadMgr::Signal_lk(std::size_t count)
 
 void ThreadMgr::Fetch(ThrMsg& message)
 {
-    LogCounts(8, "Worker thread: checking for a new task.");
+    LogJobs(8, "Worker thread: checking for a new task.");
     MainLock main(main_mutex_, boost::defer_lock);
     LockSoon(main);
     bool timed_out = false;
@@ -226,12 +213,12 @@ void ThreadMgr::Fetch(ThrMsg& message)
         }
         if (FindJob_lk(message)) {
             if (timed_out)
-                LogCounts(2, "Performance loss: job queue was stalling.");
+                LogJobs(2, "Performance loss: job queue was stalling.");
             return;
         }
         if (SpinForJob(main))
             continue;
-        LogCounts(8, "Worker thread: got no message from pools, waiting...");
+        LogJobs(8, "Worker thread: got no message from pools, waiting...");
         if (!SleepUntilNeeded(main, message, timed_out))
             return;
     }
@@ -257,8 +244,8 @@ bool ThreadMgr::TakeJob_lk(JobPoolImpl_MT_base& pool, ThrMsg& message)
     if (pool.run_queue_.empty())
         return false;
     if (pool.busy_ >= pool.maxbusy_) {
-        LogCounts(8, "JobPool: fifo size=%d, busy=%d, maxbusy=%d, not giving out a message",
-                  static_cast<int>(pool.run_queue_.size()), pool.busy_, pool.maxbusy_);
+        LogJobs(8, "JobPool: fifo size=%d, busy=%d, maxbusy=%d, not giving out a message",
+                static_cast<int>(pool.run_queue_.size()), pool.busy_, pool.maxbusy_);
         return false;
     }
     message = pool.run_queue_.front();
@@ -270,7 +257,7 @@ bool ThreadMgr::TakeJob_lk(JobPoolImpl_MT_base& pool, ThrMsg& message)
 /// Look out for new work before the sleep, without the lock. True if something was posted.
 bool ThreadMgr::SpinForJob(MainLock& main)
 {
-    static thread_local Spinner spinner;
+    static thread_local Spinner spinner(64);
     unsigned const seen = posted_.load(std::memory_order_relaxed);
     auto const posted = [&] { return posted_.load(std::memory_order_acquire) != seen; };
     main.unlock();
@@ -287,20 +274,20 @@ bool ThreadMgr::SleepUntilNeeded(MainLock& main, ThrMsg& message, bool& timed_ou
         timed_out = !wake_condition_.timed_wait(main, milliseconds(quiet_ms_.load()));
         if (timed_out && Working_lk() > desired_) {
             message = ThrMsg(ThrMsg::stop_worker);
-            LogCounts(6,
-                      "It seems too many worker threads are running, terminating myself. (current "
-                      "threadcounts: actual=%d, blocked=%d, idle=%d, desired=%d)",
-                      actual_, blocked_, idle_, desired_);
+            LogJobs(6,
+                    "It seems too many worker threads are running, terminating myself. (current "
+                    "threadcounts: actual=%d, blocked=%d, idle=%d, desired=%d)",
+                    actual_, blocked_, idle_, desired_);
             ++ended_;
             Signal_lk(1); // a signal may have come together with the timeout
             return false;
         }
         if (Working_lk() - idle_ < desired_)
             break;
-        LogCounts(8,
-                  "Enough worker threads running, waiting... (current threadcounts: actual=%d, "
-                  "blocked=%d, idle=%d, desired=%d)",
-                  actual_, blocked_, idle_, desired_);
+        LogJobs(8,
+                "Enough worker threads running, waiting... (current threadcounts: actual=%d, "
+                "blocked=%d, idle=%d, desired=%d)",
+                actual_, blocked_, idle_, desired_);
     }
     return true;
 }

@@ -1,5 +1,5 @@
 #include <memblock/base/raise.h>
-#include <memblock/logging/logger.h>
+#include <memblock/threads/joblog_internal.h>
 #include <memblock/threads/jobpool.h>
 #include <memblock/threads/jobpoolkinds_internal.h>
 #include <memblock/threads/mutex.h>
@@ -43,19 +43,12 @@ struct DirectSink {
     void Lost() {}
 };
 
-void LogTask(level_t level, safestring const& text)
-{
-    Logger::Log(topic_thread, "jobpool", level, text);
-}
-
 } // namespace
 
 template <class Sink>
 void WorkerThread::RunInto(Sink sink, Job& job)
 {
-    bool const log = Logger::Enabled(topic_thread, 7);
-    if (log)
-        LogTask(7, Text("Worker thread: running task %d in job pool: %s", job.index_, *job.pool_));
+    LogJobs(7, "Worker thread: running task %d in job pool: %s", job.index_, *job.pool_);
     job.thread_id_ = GetCurrentThreadId();
     try {
         DataItem value;
@@ -68,12 +61,12 @@ void WorkerThread::RunInto(Sink sink, Job& job)
         } catch (...) {
             value = ReportFailure(job);
         }
-        if (ok && log)
-            LogTask(7, Text("Worker thread: completed task %d in job pool: %s, result: %s",
-                            job.index_, *job.pool_, value));
+        if (ok)
+            LogJobs(7, "Worker thread: completed task %d in job pool: %s, result: %s", job.index_,
+                    *job.pool_, value);
         sink.Result(ok, value);
     } catch (...) {
-        LogTask(2, Sink::tag);
+        LogJobs(2, Sink::tag);
         sink.Lost();
     }
     Finish(job);
@@ -92,9 +85,7 @@ void WorkerThread::RunJobHere(Job& job, JobPoolImpl& pool)
 DataItem WorkerThread::ReportFailure(Job& job)
 {
     safestring const text = ComposeExceptionMessageText();
-    if (Logger::Enabled(topic_thread, 2))
-        LogTask(2, Text("Worker thread: error in task %d in job pool: %s: %s", job.index_,
-                        *job.pool_, text));
+    LogJobs(2, "Worker thread: error in task %d in job pool: %s: %s", job.index_, *job.pool_, text);
     return text;
 }
 
@@ -104,7 +95,7 @@ void WorkerThread::Finish(Job& job)
     try {
         job.OnFinished();
     } catch (...) {
-        LogTask(2, "Unexpected exception: JPL382");
+        LogJobs(2, "Unexpected exception: JPL382");
     }
 }
 

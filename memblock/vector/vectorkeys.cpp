@@ -1,5 +1,6 @@
 #include <memblock/vector/vector.h>
 
+#include <memblock/base/chars_internal.h>
 #include <memblock/base/number.h>
 #include <memblock/base/text.h>
 #include <memblock/core/attempt_internal.h>
@@ -232,11 +233,6 @@ safestring KeyList(Vector const& v, safestring const& key, ThrowHandlerFunc hand
 }
 
 // ---- positions
-
-bool IsDigit(char c)
-{
-    return c >= '0' && c <= '9';
-}
 
 bool IsIndexKey(safestring const& key)
 {

@@ -2,7 +2,7 @@
 
 #include <memblock/base/number.h>
 #include <memblock/core/keytable.h>
-#include <memblock/core/subitem_internal.h>
+#include <memblock/core/memblock_internal.h>
 #include <memblock/vector/convert.h>
 #include <memblock/vector/vectorforms_internal.h>
 
@@ -33,7 +33,7 @@ DataItem DimSize(Vector& v, int argc, SafeValue const* argv)
 
 DataItem Transposed(Vector& v, int, SafeValue const*)
 {
-    HoldSelf const hold(v);
+    KeepAlive const alive(v);
     return TransposeVectorOfVectors(DerivedPointer<Vector>(&v));
 }
 

@@ -21,15 +21,6 @@ safestring TextArg(Described const&)
     return "{described}";
 }
 
-struct Keep : ThrowHandlerBase {
-    std::vector<safestring> texts;
-    unsigned int operator()(Exception const& e) override
-    {
-        texts.push_back(e.what());
-        return e.Code();
-    }
-};
-
 struct Derived : Exception {
     Derived() : Exception(16384, "derived") {}
     void Raise() const override { throw *this; }
@@ -63,7 +54,7 @@ TEST(ThrowHandler, StockHandlersThrowOrIgnore)
 TEST(Report, BuildsItsTextOnlyForWhomReadsIt)
 {
     descriptions = 0;
-    Keep keep;
+    Reports keep;
     Report(keep, err_kind, "Not good: %s, %d%%", Described(), 7);
     ASSERT_EQ(keep.texts.size(), 1u);
     EXPECT_STREQ(keep.texts[0].c_str(), "Not good: {described}, 7%");

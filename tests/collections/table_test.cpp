@@ -111,16 +111,10 @@ TEST(Table, KeepsNamesAndColumnsTogetherInEveryChangeOfItsStructure)
     plain.Erase(0, 9);
     plain.SetTypedChunk(cref(Objects({Ints({1}), Ints({2})})).Chunk());
     EXPECT_STREQ(Expression(t).c_str(), "tbl(A=vec(1),B=vec(2))");
-    for (unsigned n = 1;; ++n) {
-        memtest::FailAllocations const fail(n);
-        try {
-            plain.ResizeVector(5, true, true);
-        } catch (std::exception const&) {
-            EXPECT_EQ(t->ColumnCount(), 2);
-        }
-        if (!fail.Failed())
-            break;
-    }
+    memtest::FailEach<memtest::FailAllocations>([&](auto const& attempt) {
+        bool const done = attempt([&] { plain.ResizeVector(5, true, true); });
+        EXPECT_EQ(t->ColumnCount(), done ? 5 : 2);
+    });
     EXPECT_STREQ(t->GetDescription().c_str(), "Table, 1 rows, 5 cols: A, B, C, D, E");
 }
 

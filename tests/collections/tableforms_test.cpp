@@ -1,15 +1,12 @@
 #include <memblock/collections/table.h>
 
 #include <memblock/serial/serializer.h>
+#include <support/program.h>
 #include <support/raises.h>
 #include <support/vectors.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <limits>
-#include <unistd.h>
 
 using namespace NKelmic;
 
@@ -43,21 +40,21 @@ constexpr char const* html_form =
     "</table>\n";
 
 /// Reads a page with a parser of its own and prints the cells, a row a line.
-constexpr char const* reader = R"(
+constexpr char const* html_reader = R"(python3 -c '
 import sys, html.parser
 class Reader(html.parser.HTMLParser):
     rows, cell = [], None
     def handle_starttag(self, tag, attrs):
-        if tag == 'tr': self.rows.append([])
-        if tag in ('th', 'td'): self.cell = ''
+        if tag == "tr": self.rows.append([])
+        if tag in ("th", "td"): self.cell = ""
     def handle_endtag(self, tag):
-        if tag in ('th', 'td'): self.rows[-1].append(self.cell); self.cell = None
+        if tag in ("th", "td"): self.rows[-1].append(self.cell); self.cell = None
     def handle_data(self, data):
         if self.cell is not None: self.cell += data
 reader = Reader()
-reader.feed(open(sys.argv[1], encoding='utf-8').read())
-for row in reader.rows: print('|'.join(row))
-)";
+reader.feed(sys.stdin.buffer.read().decode("utf-8"))
+for row in reader.rows: print("|".join(row))
+')";
 
 } // namespace
 
@@ -85,17 +82,6 @@ TEST(TableForms, HtmlIsWrittenByteByByteAndReadByAnotherParser)
     safestring const page = Form(*t, "html");
     EXPECT_STREQ(page.c_str(), html_form);
 
-    std::string const folder = testing::TempDir() + "table_" + std::to_string(::getpid());
-    std::string const script = folder + ".py", html = folder + ".html";
-    std::ofstream(script) << reader;
-    std::ofstream(html) << page.c_str();
-    FILE* const pipe = ::popen(("python3 " + script + " " + html).c_str(), "r");
-    ASSERT_TRUE(pipe);
-    std::string cells;
-    for (int c; (c = std::fgetc(pipe)) != EOF;)
-        cells += static_cast<char>(c);
-    EXPECT_EQ(::pclose(pipe), 0);
-    EXPECT_EQ(cells, "count|@a <b>@\n0|say \"hi\" & <go>\n18446744073709551615|\n");
-    std::remove(script.c_str());
-    std::remove(html.c_str());
+    EXPECT_EQ(Through(html_reader, page.c_str()),
+              "count|@a <b>@\n0|say \"hi\" & <go>\n18446744073709551615|\n");
 }

@@ -30,25 +30,8 @@ safestring Repeated(char const* piece, int times)
     return text;
 }
 
-/// A shared object that counts its lives and answers one key.
-class Sharable : public ThreadSharable {
-public:
-    explicit Sharable(int& alive) : alive_(alive) { ++alive_; }
-    ~Sharable() override { --alive_; }
-    safestring GetDescription() const override { return "a sharable"; }
-    ThreadSharablePointer<ThreadSharable> DoClone() const override { return new Sharable(alive_); }
-    DataItem DoVerb(char const* verb, SafeValue const& key, SafeValue const&) override
-    {
-        bool const known = safestring(verb) == "getsubitem" && key == DataItem("answer");
-        return known ? DataItem(42) : DataItem();
-    }
-
-private:
-    int& alive_;
-};
-
 /// One item of each kind that can be copied.
-std::vector<DataItem> OneOfEach(DerivedPointer<TestBlock> const& block, Sharable& sharable)
+std::vector<DataItem> OneOfEach(DerivedPointer<TestBlock> const& block, TestSharable& sharable)
 {
     static int target = 0;
     return {DataItem(),
@@ -86,7 +69,7 @@ TEST(DataItem, TakesTheTypeThatHoldsTheValue)
         {DataItem("a text of twenty-one."), it_string},
         {DataItem(block), it_memblock},
         {DataItem(PMemBlock()), it_undefined},
-        {DataItem(ThreadSharablePointer<Sharable>()), it_undefined},
+        {DataItem(ThreadSharablePointer<TestSharable>()), it_undefined},
     };
     for (auto const& [item, type] : cases)
         EXPECT_EQ(item.GetType(), type) << item.GetDescription().c_str();
@@ -94,7 +77,7 @@ TEST(DataItem, TakesTheTypeThatHoldsTheValue)
     EXPECT_EQ(DataItem(4294967295U).GetDouble(), 4294967295.0);
     EXPECT_EQ(DataItem(safestring(20, 'x')).GetString(), safestring(20, 'x'));
     static_assert(!std::is_constructible_v<DataItem, TestBlock*>);
-    static_assert(!std::is_constructible_v<DataItem, Sharable*>);
+    static_assert(!std::is_constructible_v<DataItem, TestSharable*>);
 }
 
 TEST(DataItem, UnusedBytesAreZeroAndAnInnerNulEndsAShortText)
@@ -115,10 +98,9 @@ TEST(DataItem, UnusedBytesAreZeroAndAnInnerNulEndsAShortText)
 
 TEST(DataItem, CopiesShareObjectsAndOwnTexts)
 {
-    int alive = 0;
     auto const block = TestBlock::Create();
     {
-        ThreadSharablePointer<Sharable> const sharable(new Sharable(alive));
+        ThreadSharablePointer<TestSharable> const sharable(new TestSharable);
         auto items = OneOfEach(block, *sharable);
         int line = 0;
         for (DataItem& item : items)
@@ -145,9 +127,9 @@ TEST(DataItem, CopiesShareObjectsAndOwnTexts)
         DataItem copy(text);
         EXPECT_NE(copy.GetStringPointer(), text.GetStringPointer());
         EXPECT_EQ(block->RefCount(), 2);
-        EXPECT_EQ(alive, 1);
+        EXPECT_EQ(TestSharable::alive, 1);
     }
-    EXPECT_EQ(alive, 0);
+    EXPECT_EQ(TestSharable::alive, 0);
     EXPECT_EQ(block->RefCount(), 1);
 }
 
@@ -214,30 +196,19 @@ TEST(DataItem, FailedAllocationsLeaveTheTargetAsItWas)
 {
     DataItem source(Repeated("\xC3\xA4", 30));
     source.BuildUtfPosCache();
-    auto const try_each = [&](auto scope) {
-        using Fail = typename decltype(scope)::type;
-        for (unsigned n = 1;; ++n) {
-            DataItem small(5), text(Repeated("other ", 5));
-            bool failed = false;
-            {
-                Fail fail(n);
-                try {
-                    small = source;
-                    text = source;
-                } catch (std::bad_alloc const&) {
-                }
-                failed = fail.Failed();
-            }
-            if (!failed)
-                break;
-            EXPECT_TRUE(small == DataItem(5) || small == source);
-            EXPECT_TRUE(text == DataItem(Repeated("other ", 5)));
-        }
+    auto const assign = [&](auto const& attempt) {
+        DataItem const other(Repeated("other ", 5));
+        DataItem small(5), text(other);
+        bool const done = attempt([&] {
+            small = source;
+            text = source;
+        });
+        EXPECT_TRUE(small == DataItem(5) || small == source);
+        EXPECT_TRUE(text == (done ? source : other));
     };
-    try_each(std::type_identity<memtest::FailNews>()); // first, so that the kept blocks are there
+    memtest::FailEach<memtest::FailNews>(assign); // first, so that the kept blocks are there
     long const blocks = memtest::LiveBlocks(), news = memtest::LiveNews();
-    try_each(std::type_identity<memtest::FailAllocations>());
-    try_each(std::type_identity<memtest::FailNews>());
+    memtest::FailEach(assign);
     EXPECT_EQ(memtest::LiveBlocks(), blocks);
     EXPECT_EQ(memtest::LiveNews(), news);
 }
@@ -270,10 +241,6 @@ TEST(DataItem, NumbersRoundHalvesAwayFromZeroWithinTheirRange)
     EXPECT_EQ(DataItem("-9223372036854775808").GetInt64(), LLONG_MIN);
     EXPECT_EQ(DataItem("2.5").GetInt(), 3);
     EXPECT_EQ(DataItem("oo").GetInt(), INT_MAX);
-}
-
-TEST(DataItem, UndefinedReadsAsZeroByTheIntegersOnly)
-{
     EXPECT_EQ(DataItem().GetInt(), 0);
     EXPECT_EQ(DataItem().GetInt64(), 0);
     EXPECT_RAISES(DataItem().GetDouble(), err_value,
@@ -319,8 +286,7 @@ TEST(DataItem, AnObjectReadsAsItsScalar)
 
 TEST(DataItem, TextFormsSuitTheirReaders)
 {
-    int alive = 0;
-    ThreadSharablePointer<Sharable> const sharable(new Sharable(alive));
+    ThreadSharablePointer<TestSharable> const sharable(new TestSharable);
     void* const address = reinterpret_cast<void*>(0x1234);
     std::tuple<DataItem, char const*, char const*, char const*> const cases[] = {
         {DataItem(-5), "-5", "-5", "-5 (integer)"},
@@ -351,11 +317,7 @@ TEST(DataItem, TextFormsSuitTheirReaders)
     EXPECT_EQ(missing.GetExpression(), "none");
     EXPECT_EQ(missing.GetDescription(), "missing memblock");
     EXPECT_EQ(missing.GetInt(), 0);
-}
-
-TEST(DataItem, DescriptionsCutTextsAbove80Bytes)
-{
-    safestring const whole(80, 'x');
+    safestring const whole(80, 'x'); // the most that a description takes
     EXPECT_EQ(DataItem(whole).GetDescription(), Text("\"%s\" (string)", whole));
     safestring const cut = Text("\"%s...\" (string, 81 bytes)", safestring(77, 'x'));
     EXPECT_EQ(DataItem(whole + "y").GetDescription(), cut);
@@ -385,6 +347,11 @@ TEST(DataItem, PositionsCountCharactersOrBytes)
                          "ab");
     EXPECT_EQ(brief.CharPosToBytePos(-3), -3);
     EXPECT_EQ(brief.CharPosToBytePos(5), 6); // behind the end a byte is a character
+    for (int length : {2, 60}) {
+        DataItem const item(safestring(length, 'x') + "\xC3\xA4");
+        EXPECT_EQ(item.CharPosToBytePos(INT_MAX), INT_MAX);
+        EXPECT_EQ(item.BytePosToCharPos(INT_MAX), INT_MAX - 1);
+    }
 }
 
 TEST(DataItem, BytePositionsOfMalformedTextsFollowTheLastEntryNotAbove)
@@ -413,15 +380,6 @@ TEST(DataItem, BytePositionsOfMalformedTextsFollowTheLastEntryNotAbove)
             ASSERT_EQ(item.BytePosToCharPos(b), expected) << kept.c_str() << " at " << b;
         }
         DataItem::FreeUtfPosCache(cache);
-    }
-}
-
-TEST(DataItem, PositionsUpToTheGreatestIntStayInRange)
-{
-    for (int length : {2, 60}) {
-        DataItem const item(safestring(length, 'x') + "\xC3\xA4");
-        EXPECT_EQ(item.CharPosToBytePos(INT_MAX), INT_MAX);
-        EXPECT_EQ(item.BytePosToCharPos(INT_MAX), INT_MAX - 1);
     }
 }
 
@@ -454,9 +412,7 @@ TEST(DataItem, AsciiTextGetsAMarkAndNoPositionCache)
 TEST(DataItem, StatisticsCountAllLengthsBut32)
 {
     auto const printed = [](char const* line) {
-        testing::internal::CaptureStderr();
-        DataItem::PrintStat();
-        std::string const text = testing::internal::GetCapturedStderr();
+        std::string const text = StderrOf(DataItem::PrintStat);
         auto const at = text.find(line);
         return at == std::string::npos ? -1 : std::atol(text.c_str() + at + std::strlen(line));
     };
@@ -473,12 +429,11 @@ TEST(DataItem, StatisticsCountAllLengthsBut32)
 
 TEST(DataItem, MakeCopyCutsOffWhatOthersHold)
 {
-    int alive = 0;
-    DataItem shared(ThreadSharablePointer<Sharable>(new Sharable(alive)));
+    DataItem shared(ThreadSharablePointer<TestSharable>(new TestSharable));
     shared.SetCreator(3);
     shared.MakeCopy();
     EXPECT_EQ(shared.GetCreator(), 3);
-    EXPECT_EQ(alive, 1); // the original is gone with its last owner
+    EXPECT_EQ(TestSharable::alive, 1); // the original is gone with its last owner
 
     DataItem alone(TestBlock::Create());
     PMemBlock* const held = &alone.MemoryRef();
@@ -513,18 +468,6 @@ TEST(DataItem, ConsistencyOfTheObjectIsToldWithItsDescription)
     block->Capture();
     block->ClearFlags(MemBlock::mem_undeletable);
     EXPECT_EQ(message.substr(0, 46), "Reference count negative.  (Item description: ");
-}
-
-TEST(DataItem, MemoryUseCountsLongTextsAndObjectsOnce)
-{
-    EXPECT_EQ(DataItem(5).CalcMemUsage(), 0);
-    EXPECT_EQ(DataItem(safestring(20, 'x')).CalcMemUsage(), 0);
-    EXPECT_EQ(DataItem(safestring(21, 'x')).CalcMemUsage(), 22);
-    auto const child = TestBlock::Create();
-    child->memusage_self = 100;
-    auto const block = TestBlock::Create({{"a", DataItem(child)}, {"b", DataItem(child)}});
-    block->memusage_self = 1000;
-    EXPECT_EQ(DataItem(block).CalcMemUsage(), 1100);
 }
 
 TEST(DataItem, XmlNamesOfTheTypes)

@@ -6,20 +6,6 @@
 
 using namespace NKelmic;
 
-namespace {
-
-class KeyedSharable : public ThreadSharable {
-public:
-    ThreadSharablePointer<ThreadSharable> DoClone() const override { return new KeyedSharable; }
-    DataItem DoVerb(char const* verb, SafeValue const& key, SafeValue const&) override
-    {
-        bool const known = safestring(verb) == "getsubitem" && key == DataItem("answer");
-        return known ? DataItem(42) : DataItem();
-    }
-};
-
-} // namespace
-
 TEST(DataItemSubItem, ATextAnswersItsOwnKeysInAnyLetterCase)
 {
     DataItem text("\xC3\xA4"
@@ -48,11 +34,11 @@ TEST(DataItemSubItem, AnObjectAnswersItsKeysItself)
 
 TEST(DataItemSubItem, ASharableIsAskedByVerb)
 {
-    ThreadSharablePointer<KeyedSharable> const sharable(new KeyedSharable);
+    ThreadSharablePointer<TestSharable> const sharable(new TestSharable);
     DataItem const item(sharable);
     EXPECT_EQ(item.ResolveSubItem("answer").GetInt(), 42);
     EXPECT_RAISES(item.ResolveSubItem("question"), err_kind,
-                  "A scalar data item (ThreadSharable object) does not have subkey: question");
+                  "A scalar data item (a sharable) does not have subkey: question");
 }
 
 TEST(DataItemSubItem, AMissedKeyIsReportedToTheHandler)

@@ -126,13 +126,3 @@ TEST(DataItemVector, MakeCopyAlwaysCopiesAVectorOfObjects)
     numbers.MakeCopy();
     EXPECT_EQ(numbers.MemoryRef().Pointer(), held);
 }
-
-TEST(DataItemVector, AScalarHasNoSubItemsOfItsOwn)
-{
-    EXPECT_RAISES(DataItem(5).ResolveSubItem("x"), err_kind,
-                  "A scalar data item (5 (integer)) does not have subkey: x");
-    int out = 0;
-    EXPECT_FALSE(DataItem(5).Fetch("x", out, 7));
-    EXPECT_EQ(out, 7);
-    EXPECT_EQ(DataItem(5).ResolveSubItem("@class").GetString(), "vector");
-}

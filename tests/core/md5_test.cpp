@@ -1,13 +1,12 @@
 #include <memblock/core/md5.h>
 
 #include <memblock/core/memblockimpl.h>
-#include <memblock/vector/vector.h>
 
 #include "support/testblock.h"
+#include "support/vectors.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 
 using namespace NKelmic;
@@ -45,12 +44,9 @@ std::string Head(PMemBlock const& block)
     return std::string(block.GetDescription().c_str()) + '\0';
 }
 
-DerivedPointer<Vector> Bytes(std::string const& text)
+DerivedPointer<Vector> BytesOf(std::string const& text)
 {
-    auto const vector = Vector::Create(text.size(), Vector::Byte, false, 0, 1.0);
-    for (unsigned i = 0; i < text.size(); ++i)
-        vector->SetElem(i, int(static_cast<unsigned char>(text[i])));
-    return vector;
+    return Bytes({text.begin(), text.end()});
 }
 
 constexpr char empty_array[] = "4e1d0c7a93f2568bb0d6e3a1c97f2e48";
@@ -59,6 +55,7 @@ constexpr char empty_array[] = "4e1d0c7a93f2568bb0d6e3a1c97f2e48";
 
 TEST(Md5, GivesTheDigestsOfTheRfc)
 {
+    std::string const million(1'000'000, 'a');
     std::pair<char const*, char const*> const cases[] = {
         {"", "d41d8cd98f00b204e9800998ecf8427e"},
         {"a", "0cc175b9c0f1b6a831c399e269772661"},
@@ -68,9 +65,10 @@ TEST(Md5, GivesTheDigestsOfTheRfc)
         {"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789",
          "d174ab98d277d9f5a5611c2c9f419d9f"},
         {"12345678901234567890123456789012345678901234567890123456789012345678901234567890",
-         "57edf4a22be3c955ac49da2e2107b67a"}};
+         "57edf4a22be3c955ac49da2e2107b67a"},
+        {million.c_str(), "7707d6ae4e027c70eea2a935c2296f21"}}; // as md5sum has it
     for (auto const& [text, digest] : cases)
-        EXPECT_EQ(Digest(text), digest) << text;
+        EXPECT_EQ(Digest(text), digest);
 }
 
 TEST(Md5, PiecesOfAnySizeGiveTheSameDigest)
@@ -90,27 +88,6 @@ TEST(Md5, PiecesOfAnySizeGiveTheSameDigest)
             EXPECT_EQ(Md5ToText(digest).c_str(), whole) << length << " by " << piece;
         }
     }
-}
-
-TEST(Md5, AgreesWithTheProgramOfTheSystem)
-{
-    std::string text(100'000, 'x');
-    for (std::size_t i = 0; i < text.size(); ++i)
-        text[i] = static_cast<char>(i * i % 251);
-    std::string const file = testing::TempDir() + "md5_test.bin";
-    FILE* out = std::fopen(file.c_str(), "wb");
-    ASSERT_NE(out, nullptr);
-    std::fwrite(text.data(), 1, text.size(), out);
-    std::fclose(out);
-    FILE* const pipe = popen(("md5sum < " + file).c_str(), "r");
-    ASSERT_NE(pipe, nullptr);
-    char line[33] = "";
-    std::size_t const read = std::fread(line, 1, 32, pipe);
-    pclose(pipe);
-    std::remove(file.c_str());
-    if (read != 32)
-        GTEST_SKIP() << "no md5sum here";
-    EXPECT_EQ(Digest(text), line);
 }
 
 TEST(ContentHash, FeedsAttributesThenTheObjectThenItsChildren)
@@ -137,22 +114,19 @@ TEST(ContentHash, FeedsAttributesThenTheObjectThenItsChildren)
 
 TEST(ContentHash, FeedsTheElementsOfVectors)
 {
-    PMemBlock const bytes = Bytes("some bytes");
+    PMemBlock const bytes = BytesOf("some bytes");
     EXPECT_EQ(Hash(bytes), Digest(Head(bytes) + "some bytes"));
-    EXPECT_EQ(Hash(Bytes("some bytes")), Hash(bytes)) << "shared or not";
+    EXPECT_EQ(Hash(BytesOf("some bytes")), Hash(bytes)) << "shared or not";
     EXPECT_EQ(Hash(bytes->Clone(true)), Hash(bytes));
-    EXPECT_NE(Hash(Bytes("some bytex")), Hash(bytes));
+    EXPECT_NE(Hash(BytesOf("some bytex")), Hash(bytes));
 
-    PMemBlock const empty = Bytes("");
+    PMemBlock const empty = BytesOf("");
     EXPECT_EQ(Hash(empty), Digest(Head(empty) + empty_array));
 
-    auto const texts = Vector::Create(2, Vector::String, true, 0, 1.0);
-    texts->SetElem(0, "ab");
-    texts->SetElem(1, "c");
+    auto const texts = Texts({"ab", "c"});
     EXPECT_EQ(Hash(texts), Digest(Head(texts) + "abc"));
 
-    auto const items = Vector::Create(2, Vector::PolyType, true, 0, 1.0);
-    items->SetElem(0, DataItem(5));
+    auto const items = Items({DataItem(5), DataItem()});
     std::string fed = Head(items);
     for (int i = 0; i < 2; ++i)
         fed += std::string(items->GetDataItem(i).GetDescription().c_str()) + '\0';

@@ -151,9 +151,7 @@ TEST(MemBlock, ThrowingDestructorIsToldOfAndContained)
         auto* raw = new TestBlock;
         raw->on_destroy = what;
         raw->Capture();
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(raw->Release(), 0);
-        return std::pair(Address(raw), testing::internal::GetCapturedStderr());
+        return std::pair(Address(raw), StderrOf([&] { EXPECT_EQ(raw->Release(), 0); }));
     };
 
     auto [address, line] = drop([](TestBlock&) { throw std::runtime_error("bad end"); });
@@ -226,8 +224,7 @@ TEST(MemBlock, LogicalTypeIsSetByWord)
     block->SetLgType("DEFAULT");
     EXPECT_EQ(block->LgType(), 0);
     EXPECT_EQ(block->LgType2String(0), "default");
-    DataItem out;
-    EXPECT_FALSE(block->ExistsSecondaryItem(100, out)) << "the cache knows of the change";
+    EXPECT_FALSE(Cached(block, 100)) << "the cache knows of the change";
     EXPECT_RAISES(block->SetLgType(""), 4096,
                   Text("Invalid lg_type \"\" for this object: %s", *block));
 }
@@ -311,8 +308,7 @@ TEST(BackwardCompatibility, OldImagesTurnIntoStencilsAndMasks)
         EXPECT_EQ(converted.Pointer(), image.Pointer());
         EXPECT_EQ(image->LgType(), new_type);
         EXPECT_EQ(image->Flags(), 0u);
-        DataItem out;
-        EXPECT_FALSE(image->ExistsSecondaryItem(100, out));
+        EXPECT_FALSE(Cached(image, 100));
     }
 }
 

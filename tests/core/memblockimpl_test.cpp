@@ -18,12 +18,6 @@ using namespace NKelmic;
 
 namespace {
 
-bool Has(PMemBlock const& block, int key)
-{
-    DataItem out;
-    return block->ExistsSecondaryItem(key, out);
-}
-
 /// Computes a value of its own and counts how often.
 class CountingImpl : public MemBlockImpl {
 public:
@@ -34,17 +28,6 @@ public:
         return key == 100 ? DataItem(2.5) : MemBlockImpl::CalculateSecondaryItem(key, handler);
     }
     mutable int calculations = 0;
-};
-
-/// Keeps the reports and lets the operation go on.
-class Reports : public ThrowHandlerBase {
-public:
-    unsigned int operator()(Exception const& e) override
-    {
-        texts.emplace_back(e.what());
-        return e.Code();
-    }
-    std::vector<std::string> texts;
 };
 
 /// A vector that stands for a picture; colours are its pixels.
@@ -70,7 +53,7 @@ TEST(Cache, ObjectsHaveNoneUntilTheFirstAccess)
     auto const block = TestBlock::Create();
     block->ContentHasBeenChanged();
     EXPECT_EQ(block->PimplIfAny(), nullptr);
-    EXPECT_FALSE(Has(block, 100));
+    EXPECT_FALSE(Cached(block, 100));
     EXPECT_NE(block->PimplIfAny(), nullptr);
     block->ResetPimpl();
     EXPECT_EQ(block->PimplIfAny(), nullptr);
@@ -80,7 +63,7 @@ TEST(Cache, UndefinedErases)
 {
     auto const block = TestBlock::Create();
     block->SetSecondaryItem(100, DataItem());
-    EXPECT_FALSE(Has(block, 100));
+    EXPECT_FALSE(Cached(block, 100));
     block->SetSecondaryItem(100, DataItem(5));
     int number = 0;
     EXPECT_TRUE(block->ExistsSecondaryInt(100, number));
@@ -100,16 +83,16 @@ TEST(Cache, AChangeDropsAllKeysUpTo10000)
         block->SetSecondaryItem(key, DataItem(key));
     EXPECT_EQ(block->Flags() & MemBlock::mem_has_sticky, 0u);
     block->ContentHasBeenChanged();
-    EXPECT_FALSE(Has(block, 10000));
+    EXPECT_FALSE(Cached(block, 10000));
 
     for (int key : {1, 10000, 10001, 10003})
         block->SetSecondaryItem(key, DataItem(key));
     EXPECT_NE(block->Flags() & MemBlock::mem_has_sticky, 0u);
     block->ContentHasBeenChanged();
-    EXPECT_FALSE(Has(block, 1));
-    EXPECT_FALSE(Has(block, 10000));
-    EXPECT_TRUE(Has(block, 10001));
-    EXPECT_TRUE(Has(block, 10003));
+    EXPECT_FALSE(Cached(block, 1));
+    EXPECT_FALSE(Cached(block, 10000));
+    EXPECT_TRUE(Cached(block, 10001));
+    EXPECT_TRUE(Cached(block, 10003));
     block->SetSecondaryItem(10001, DataItem());
     block->SetSecondaryItem(10003, DataItem());
     EXPECT_NE(block->Flags() & MemBlock::mem_has_sticky, 0u) << "the flag stays raised";
@@ -125,8 +108,8 @@ TEST(Cache, ACloneSharesStickyItemsOnly)
     PMemBlock const clone = block->Clone(true);
     EXPECT_NE(clone->Flags() & MemBlock::mem_has_sticky, 0u);
     EXPECT_EQ(clone->SecondaryMemBlock(MemBlock::key_sticky, throw_always), PMemBlock(attributes));
-    EXPECT_FALSE(Has(clone, MemBlock::key_transient));
-    EXPECT_FALSE(Has(clone, 100));
+    EXPECT_FALSE(Cached(clone, MemBlock::key_transient));
+    EXPECT_FALSE(Cached(clone, 100));
 
     auto const other = TestBlock::Create();
     other->SetSecondaryItem(100, DataItem(1));
@@ -134,8 +117,8 @@ TEST(Cache, ACloneSharesStickyItemsOnly)
     EXPECT_EQ(other->Flags(), 0u);
     other->CopyStickyAttributesFrom(*block);
     other->ContentHasBeenChanged();
-    EXPECT_TRUE(Has(other, MemBlock::key_sticky));
-    EXPECT_FALSE(Has(other, 100));
+    EXPECT_TRUE(Cached(other, MemBlock::key_sticky));
+    EXPECT_FALSE(Cached(other, 100));
 }
 
 TEST(Cache, AValueIsComputedOncePerContent)
@@ -193,11 +176,7 @@ TEST(Cache, AnObjectWithoutScalarIsToldOfByTheKeysName)
 TEST(Cache, ThreadIdIsRecordedOnRequest)
 {
     auto const block = TestBlock::Create();
-    auto const check = [&] {
-        testing::internal::CaptureStderr();
-        block->CheckThreadId();
-        return testing::internal::GetCapturedStderr();
-    };
+    auto const check = [&] { return StderrOf([&] { block->CheckThreadId(); }); };
     std::string const text = block->GetDescription().c_str();
     EXPECT_EQ(check(), "No thread ID recorded for a: " + text + "\n");
     EXPECT_EQ(block->PimplIfAny(), nullptr);
@@ -238,7 +217,7 @@ TEST(Cache, ItemsMayComeBackToTheCacheWhenTheyGo)
     block->SetSecondaryItem(100, DataItem());
     store(100, refill);
     block->ResetPimpl();
-    EXPECT_FALSE(Has(block, 100));
+    EXPECT_FALSE(Cached(block, 100));
 }
 
 TEST(Cache, AFlushMayDropTheLastOwnerOfItsObject)

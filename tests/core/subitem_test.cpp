@@ -2,10 +2,10 @@
 
 #include <memblock/base/number.h>
 #include <memblock/core/memblockimpl.h>
-#include <memblock/logging/logger.h>
 #include <memblock/vector/vector.h>
 
 #include "support/failing_alloc.h"
+#include "support/logsink.h"
 #include "support/raises.h"
 #include "support/testblock.h"
 
@@ -58,18 +58,6 @@ private:
     bool only_fact_, no_backcompat_;
 };
 
-class Lines : public LogSink {
-public:
-    Lines() { Logger::AddLogSink(*this); }
-    ~Lines() { Logger::RemoveLogSink(*this); }
-    void Log(safestring const&, safestring const& subtopic, level_t, safestring const& message,
-             safestring const&) override
-    {
-        if (subtopic == "subkey")
-            text += message;
-    }
-    safestring text;
-};
 } // namespace
 
 TEST(SubItem, CommonKeysTellTheObject)
@@ -196,20 +184,21 @@ TEST(SubItem, SoftMissesAllocateNothing)
 TEST(SubItem, FormerKeysFindTheirSystemKeyAndAreLogged)
 {
     auto const block = TestBlock::Create({{"@size", 7}, {"@other", 8}});
-    Lines lines;
+    KeepingSink sink;
     Logger::SetLogging("backcompatibility", 6);
     EXPECT_EQ(block->GetSubItem("Size", throw_always).GetInt(), 7);
-    EXPECT_EQ(lines.text,
-              "testblock: resolved \"Size\" by back-compatibility transform to \"@Size\"\n");
+    ASSERT_EQ(sink.lines.size(), 1u);
+    EXPECT_EQ(sink.lines[0], "backcompatibility/subkey 6 testblock: resolved \"Size\" by "
+                             "back-compatibility transform to \"@Size\"\n");
     EXPECT_EQ(block->GetSubItem("class", throw_always).GetString(), "testblock");
-    lines.text.clear();
+    sink.lines.clear();
     EXPECT_RAISES(block->GetSubItem("other", throw_always), err_state, "Subkey not found: other");
     EXPECT_RAISES(block->GetSubItem("columns", throw_always), err_state,
                   "Subkey not found: columns");
     Probe strict(false, true);
     EXPECT_TRUE(block->GetSubItem("size", strict).IsUndefined());
     EXPECT_EQ(strict.calls, 1);
-    EXPECT_EQ(lines.text, "");
+    EXPECT_TRUE(sink.lines.empty());
     Logger::SetLogging("backcompatibility", 0);
 }
 

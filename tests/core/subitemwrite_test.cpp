@@ -14,11 +14,6 @@ namespace {
 
 constexpr int computed = 100; // a cached value that a change of content drops
 
-DerivedPointer<TestBlock> Child(DerivedPointer<TestBlock> const& block, char const* name)
-{
-    return DerivedPointer<TestBlock>(block->items[name].GetMemory());
-}
-
 // root -> a -> b -> c = 1, each level with a cached value
 struct Chain {
     DerivedPointer<TestBlock> b = TestBlock::Create({{"c", 1}});
@@ -37,12 +32,6 @@ struct Chain {
         a = {};
     }
 };
-
-bool Cached(DerivedPointer<TestBlock> const& block, int key)
-{
-    DataItem item;
-    return block->ExistsSecondaryItem(key, item);
-}
 
 DerivedPointer<TestBlock> Attribute()
 {

@@ -66,11 +66,6 @@ DerivedPointer<TestBlock> Block(Items const& items = {})
     return TestBlock::Create(items);
 }
 
-DerivedPointer<TestBlock> Child(DerivedPointer<TestBlock> const& block, char const* name)
-{
-    return DerivedPointer<TestBlock>(block->items[name].MemoryRef());
-}
-
 constexpr int deep = 10'000;
 
 /// A chain of objects under the name "n"; with `held`, somebody else holds each of them.
@@ -179,13 +174,12 @@ TEST(SetConst, MarksTheTreeButNoXmlNodes)
     EXPECT_EQ(block->Flags(), unsigned(MemBlock::mem_const));
     EXPECT_EQ(child->Flags(), unsigned(MemBlock::mem_const));
     EXPECT_EQ(node->Flags(), 0u);
-    DataItem out;
-    EXPECT_TRUE(child->ExistsSecondaryItem(MemBlock::key_readonly, out));
+    EXPECT_TRUE(Cached(child, MemBlock::key_readonly));
     block->SetConst(false);
     EXPECT_EQ(block->Flags(), 0u);
     EXPECT_EQ(child->Flags(), 0u);
-    EXPECT_FALSE(child->ExistsSecondaryItem(MemBlock::key_readonly, out));
-    EXPECT_TRUE(child->ExistsSecondaryItem(100, out));
+    EXPECT_FALSE(Cached(child, MemBlock::key_readonly));
+    EXPECT_TRUE(Cached(child, 100));
     EXPECT_EQ(block->PimplIfAny(), nullptr) << "no cache is made for this";
 }
 
@@ -201,6 +195,8 @@ TEST(CalcMemUsage, CountsSharedObjectsOnceAndLongTexts)
     EXPECT_EQ(block->CalcMemUsage(), 5'000'001'022LL);
     EXPECT_EQ(DataItem(block).CalcMemUsage(), 5'000'001'022LL);
     EXPECT_EQ(block->RefCount(), 1);
+    EXPECT_EQ(DataItem(5).CalcMemUsage(), 0);
+    EXPECT_EQ(DataItem(safestring(21, 'x')).CalcMemUsage(), 22);
 }
 
 TEST(CalcMemUsage, EndsOnCycles)
@@ -358,9 +354,8 @@ TEST(CloneToBranch, CopiesAlongThePathOnly)
     EXPECT_NE(Child(copy, "a"), Child(block, "a"));
     EXPECT_NE(Child(Child(copy, "a"), "x"), Child(Child(block, "a"), "x"));
     EXPECT_EQ(Child(copy, "b"), Child(block, "b"));
-    DataItem out;
-    EXPECT_TRUE(copy->ExistsSecondaryItem(10500, out));
-    EXPECT_FALSE(copy->ExistsSecondaryItem(100, out));
+    EXPECT_TRUE(Cached(copy, 10500));
+    EXPECT_FALSE(Cached(copy, 100));
 
     EXPECT_EQ(Child(DerivedPointer<TestBlock>(block->CloneToBranch("")), "a"), Child(block, "a"));
     auto const number = DerivedPointer<TestBlock>(block->CloneToBranch("a.n"));

@@ -2,7 +2,6 @@
 
 #include <measure/objects.h>
 #include <memblock/imaging/intervalvector.h>
-#include <support/testdata.h>
 #include <support/vectors.h>
 
 #include <gtest/gtest.h>
@@ -13,19 +12,10 @@ namespace {
 using namespace measure;
 using namespace NKelmic;
 
-/// The planes of the picture that a row of the truth tells of, and which of them it is.
-DerivedPointer<Image> PlaneOf(std::string name)
+/// The plane that a row of the truth tells of.
+DerivedPointer<Image> PlaneOf(std::string const& name)
 {
-    std::size_t plane = 0;
-    if (auto const z = name.find("_z0"); z != std::string::npos) {
-        plane = static_cast<std::size_t>(name[z + 3] - '0');
-        name.resize(z);
-    }
-    if (auto const average = name.find("_average"); average != std::string::npos)
-        name.resize(average);
-    auto path = TestData() / (name + ".pgm");
-    if (!exists(path))
-        path = TestData() / (name + ".ppm");
+    auto const [path, plane] = PictureOf(name);
     auto const reader = OpenPicture(path);
     std::vector<Page> pages;
     for (Page page; reader->Next(page); page = Page())

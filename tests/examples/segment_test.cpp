@@ -2,7 +2,6 @@
 
 #include <measure/picture.h>
 #include <measure/segment.h>
-#include <support/testdata.h>
 
 #include <cstring>
 #include <gtest/gtest.h>
@@ -37,19 +36,9 @@ unsigned Otsu(std::vector<unsigned> const& values)
     return OtsuThreshold(histogram);
 }
 
-/// The page that a row of the truth tells of, such as the fourth of "spheres_stack_8_z03".
-Page PageOf(std::string name)
+Page PageOf(std::string const& name)
 {
-    int skip = 0;
-    if (auto const z = name.find("_z0"); z != std::string::npos) {
-        skip = name[z + 3] - '0';
-        name.resize(z);
-    }
-    if (auto const average = name.find("_average"); average != std::string::npos)
-        name.resize(average);
-    auto path = TestData() / (name + ".pgm");
-    if (!exists(path))
-        path = TestData() / (name + ".ppm");
+    auto [path, skip] = PictureOf(name);
     auto const reader = OpenPicture(path);
     Page page;
     while (reader->Next(page) && skip-- > 0)

@@ -1,6 +1,8 @@
 #ifndef MEMBLOCK_TESTS_EXAMPLES_TRUTH_H
 #define MEMBLOCK_TESTS_EXAMPLES_TRUTH_H
 
+#include <support/testdata.h>
+
 #include <charconv>
 #include <filesystem>
 #include <fstream>
@@ -42,6 +44,23 @@ inline std::map<std::string, TruthRow> ReadTruth(std::filesystem::path const& fi
     for (auto const& row : ReadRows(file))
         rows[row.at("picture")] = row;
     return rows;
+}
+
+/// The file that a row of the truth tells of, and which of its pages or planes: 3 of
+/// "spheres_stack_8_z03".
+inline std::pair<std::filesystem::path, std::size_t> PictureOf(std::string name)
+{
+    std::size_t page = 0;
+    if (auto const z = name.find("_z0"); z != std::string::npos) {
+        page = static_cast<std::size_t>(name[z + 3] - '0');
+        name.resize(z);
+    }
+    if (auto const average = name.find("_average"); average != std::string::npos)
+        name.resize(average);
+    auto path = TestData() / (name + ".pgm");
+    if (!exists(path))
+        path = TestData() / (name + ".ppm");
+    return {path, page};
 }
 
 /// Not by strtod: the suite also runs under a decimal comma.

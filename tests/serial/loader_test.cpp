@@ -9,15 +9,6 @@
 
 using namespace NKelmic;
 
-namespace {
-safestring ErrorOutput(auto&& run)
-{
-    testing::internal::CaptureStderr();
-    run();
-    return testing::internal::GetCapturedStderr().c_str();
-}
-} // namespace
-
 TEST(Loader, KeysOfLibrariesBeginWithLib)
 {
     std::pair<char const*, char const*> const cases[] = {
@@ -40,10 +31,10 @@ TEST(Loader, ShortNamesAreCompletedBeforeLoading)
         {"./foo.dll", "./foo.dll"},
     };
     for (auto const& [name, file] : cases) {
-        safestring const line = ErrorOutput([&] { EXPECT_FALSE(LoadSharedLib(name, 0)); });
-        EXPECT_TRUE(line.starts_with("Warning: couldn't load shared library \"" + safestring(file) +
-                                     "\": " + file))
-            << line.c_str();
+        std::string const line = StderrOf([&] { EXPECT_FALSE(LoadSharedLib(name, 0)); });
+        EXPECT_TRUE(line.starts_with("Warning: couldn't load shared library \"" +
+                                     std::string(file) + "\": " + file))
+            << line;
     }
 }
 
@@ -57,7 +48,7 @@ TEST(Loader, HandlesAreKeptUntilTheyAreFreed)
     EXPECT_TRUE(FreeSharedLib(handle));
     EXPECT_FALSE(so_cache().contains("libutil.so.1"));
     EXPECT_FALSE(FreeSharedLib(nullptr));
-    EXPECT_EQ(ErrorOutput([] { EXPECT_EQ(GetSharedLibFileName(nullptr), ""); }),
+    EXPECT_EQ(StderrOf([] { EXPECT_EQ(GetSharedLibFileName(nullptr), ""); }),
               "Warning:GetSharedLibFileName((nil)) failed: unknown handle\n");
 }
 

@@ -11,13 +11,6 @@ using namespace NKelmic;
 namespace {
 std::vector<safestring> heard;
 
-safestring ErrorOutput(auto&& run)
-{
-    testing::internal::CaptureStderr();
-    run();
-    return testing::internal::GetCapturedStderr().c_str();
-}
-
 SafeValue Pointer(auto* function)
 {
     return DataItem(reinterpret_cast<void*>(function));
@@ -32,9 +25,9 @@ TEST(Warnings, GoToStandardErrorUntilAHookTakesThem)
         SendAlarmMemBlock("c", 3, 0, "here");
         EXPECT_EQ(LogWarnings()(Exception(32, "d")), 32u);
     };
-    safestring const lines = "Warning: a %s\nALARM (level 4): b\nALARM (severity 3/5): c\n"
-                             "Warning: d\n";
-    EXPECT_EQ(ErrorOutput(tell_all), lines);
+    std::string const lines = "Warning: a %s\nALARM (level 4): b\nALARM (severity 3/5): c\n"
+                              "Warning: d\n";
+    EXPECT_EQ(StderrOf(tell_all), lines);
 
     heard.clear();
     EXPECT_EQ(
@@ -47,12 +40,12 @@ TEST(Warnings, GoToStandardErrorUntilAHookTakesThem)
                     Pointer(+[](char const* text, int severity, int code, char const* source) {
                         heard.push_back(Text("%s %d %d %s", text, severity, code, source));
                     }));
-    EXPECT_EQ(ErrorOutput(tell_all), "");
+    EXPECT_EQ(StderrOf(tell_all), "");
     EXPECT_EQ(heard, (std::vector<safestring>{"7 a %s", "b 4 0 ", "c 3 0 here", "32 d"}));
 
     for (char const* verb : {"set_kelmicwarningfunc", "set_sendalarmkelmicfunc"})
         MemBlock_DoVerb(verb, Pointer(static_cast<char*>(nullptr)));
-    EXPECT_EQ(ErrorOutput(tell_all), lines);
+    EXPECT_EQ(StderrOf(tell_all), lines);
 }
 
 TEST(Warnings, TheHistogramFunctionIsInstalledByItsVerb)

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -208,33 +209,29 @@ unsigned long AllocationCount::News() const
     return news - news_;
 }
 
-FailAllocations::FailAllocations(unsigned long n)
+template <Allocator A>
+unsigned long& UntilFailure()
+{
+    return A == Allocator::family ? mallocs_until_failure : news_until_failure;
+}
+
+template <Allocator A>
+Failing<A>::Failing(unsigned long n)
 {
     RequireWrapping();
-    outer_ = mallocs_until_failure;
-    mallocs_until_failure = n;
+    outer_ = std::exchange(UntilFailure<A>(), n);
 }
-
-FailAllocations::~FailAllocations()
+template <Allocator A>
+Failing<A>::~Failing()
 {
-    mallocs_until_failure = outer_;
+    UntilFailure<A>() = outer_;
 }
-bool FailAllocations::Failed() const
+template <Allocator A>
+bool Failing<A>::Failed() const
 {
-    return mallocs_until_failure == 0;
+    return UntilFailure<A>() == 0;
 }
-
-FailNews::FailNews(unsigned long n) : outer_(news_until_failure)
-{
-    news_until_failure = n;
-}
-FailNews::~FailNews()
-{
-    news_until_failure = outer_;
-}
-bool FailNews::Failed() const
-{
-    return news_until_failure == 0;
-}
+template class Failing<Allocator::family>;
+template class Failing<Allocator::op_new>;
 
 } // namespace memtest

@@ -13,6 +13,9 @@
 /// It works on the object library linked into the program, not through the shared library, and
 /// `&mb_free` is the wrapped function for everybody. Without the options the scopes below end the
 /// program with a message, so that no test passes for the wrong reason.
+
+#include <exception>
+
 namespace memtest {
 
 /// Number of blocks of the `mb_malloc` family that are alive now, over all threads.
@@ -33,41 +36,56 @@ private:
     unsigned long mallocs_, news_;
 };
 
-/// While the scope is open, the n-th call (from 1) of mb_malloc, mb_calloc or mb_realloc by the
-/// current thread gives null; the calls before and after it work.
-///
-/// A test of every call counts n up until `Failed()` says that there were fewer than n calls:
-///
-///     for (unsigned n = 1;; ++n) {
-///         FailAllocations fail(n);
-///         try { Work(); } catch (std::exception const&) {}
-///         if (!fail.Failed())
-///             break;
-///     }
-class FailAllocations {
+enum class Allocator { family, op_new };
+
+/// While the scope is open, the n-th call (from 1) of an allocator by the current thread fails; the
+/// calls before and after it work. `Failed()`: there were so many.
+template <Allocator A>
+class Failing {
 public:
-    explicit FailAllocations(unsigned long n);
-    ~FailAllocations();
-    FailAllocations(FailAllocations const&) = delete;
-    FailAllocations& operator=(FailAllocations const&) = delete;
+    explicit Failing(unsigned long n);
+    ~Failing();
+    Failing(Failing const&) = delete;
+    Failing& operator=(Failing const&) = delete;
     bool Failed() const;
 
 private:
     unsigned long outer_;
 };
+using FailAllocations = Failing<Allocator::family>; ///< mb_malloc, mb_calloc, mb_realloc give null
+using FailNews = Failing<Allocator::op_new>; ///< the global operator new throws std::bad_alloc
 
-/// The same for the global `operator new`, whose n-th call throws std::bad_alloc.
-class FailNews {
-public:
-    explicit FailNews(unsigned long n);
-    ~FailNews();
-    FailNews(FailNews const&) = delete;
-    FailNews& operator=(FailNews const&) = delete;
-    bool Failed() const;
-
-private:
-    unsigned long outer_;
-};
+/// Let each allocation of a kind fail in turn: run `round` with its first one failing, then with
+/// its second, until it makes fewer. `round` is given a function that runs the part of it in which
+/// they fail, and returns whether that went through:
+///
+///     FailEach<FailNews>([](auto const& attempt) {
+///         DataItem item(5);
+///         bool const done = attempt([&] { item = "a long text ..."; });
+///         EXPECT_EQ(item.GetType(), done ? it_string : it_int);
+///     });
+template <class Fail>
+void FailEach(auto const& round)
+{
+    bool failed = true;
+    for (unsigned long n = 1; failed; ++n)
+        round([&](auto const& work) {
+            Fail const fail(n);
+            bool done = false;
+            try {
+                work();
+                done = true;
+            } catch (std::exception const&) {
+            }
+            failed = fail.Failed();
+            return done;
+        });
+}
+void FailEach(auto const& round) // of both kinds
+{
+    FailEach<FailAllocations>(round);
+    FailEach<FailNews>(round);
+}
 
 } // namespace memtest
 

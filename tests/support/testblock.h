@@ -129,6 +129,34 @@ protected:
     safestring DoGetDescription() const override { return MemBlock::DoGetDescription(); }
 };
 
+/// An item that is a test block itself.
+inline DerivedPointer<TestBlock> Child(DerivedPointer<TestBlock> const& block, char const* name)
+{
+    return DerivedPointer<TestBlock>(block->items[name].GetMemory());
+}
+
+/// Whether the cache of an object has something under a key.
+inline bool Cached(PMemBlock const& block, int key)
+{
+    DataItem item;
+    return block->ExistsSecondaryItem(key, item);
+}
+
+/// A shared object that counts its lives and answers one key.
+class TestSharable : public ThreadSharable {
+public:
+    static inline int alive = 0;
+    TestSharable() { ++alive; }
+    ~TestSharable() override { --alive; }
+    safestring GetDescription() const override { return "a sharable"; }
+    ThreadSharablePointer<ThreadSharable> DoClone() const override { return new TestSharable; }
+    DataItem DoVerb(char const* verb, SafeValue const& key, SafeValue const&) override
+    {
+        bool const known = safestring(verb) == "getsubitem" && key == DataItem("answer");
+        return known ? DataItem(42) : DataItem();
+    }
+};
+
 } // namespace NKelmic
 
 #endif // MEMBLOCK_TESTS_SUPPORT_TESTBLOCK_H

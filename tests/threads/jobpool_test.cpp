@@ -263,10 +263,7 @@ TEST(JobPool, AbortFromAnotherThreadEndsTheWaitAndEveryQuestion)
         Pool pool;
         std::atomic<bool> asked{false};
         for (int i = 0; i < 30; ++i)
-            pool.Add([](Task& t) {
-                DataItem question(1);
-                return t.Consult(1, question);
-            });
+            pool.Add(Ask);
         pool.on_consult = [&](DataItem&) {
             asked = true;
             return DataItem();
@@ -290,10 +287,7 @@ TEST(JobPool, AThrowingHandlerEndsTheWaitAndAnswersWhoAsked)
 {
     Threads const threads(2);
     Pool pool;
-    pool.Add([](Task& t) {
-        DataItem question(1);
-        return t.Consult(1, question);
-    });
+    pool.Add(Ask);
     pool.on_consult = [](DataItem&) -> DataItem { throw std::runtime_error("no answer"); };
     EXPECT_THROW(pool.Wait(), std::runtime_error);
     pool.Wait();
@@ -306,10 +300,7 @@ TEST(JobPool, APoolThatGoesReleasesThoseWhoAskIt)
     for (int round = 0; round < 50; ++round) {
         Pool pool; // nobody waits
         for (int i = 0; i < 10; ++i)
-            pool.Add([](Task& t) {
-                DataItem question(1);
-                return t.Consult(1, question);
-            });
+            pool.Add(Ask);
         boost::this_thread::yield();
     }
     EXPECT_TRUE(NoneLeft());
@@ -323,9 +314,9 @@ TEST(JobPool, AHeadlessPoolAnswersQuestionsAndIsNeverWaitedFor)
         std::atomic<int> ran{0};
         for (int i = 0; i < 20; ++i)
             pool.Add([&](Task& t) {
-                DataItem question(1), note(2);
+                DataItem note(2);
                 t.Notify(1, note);
-                ran += t.Consult(1, question).IsUndefined();
+                ran += Ask(t).IsUndefined();
                 return DataItem();
             });
         EXPECT_EQ(pool.Wait(1), 0x7FFFFFFF);

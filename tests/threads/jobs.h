@@ -29,6 +29,13 @@ inline void Add(NKelmic::JobPool& pool, Task::Work work)
     pool.AddNewJob(new Task(std::move(work)));
 }
 
+/// The work of a job that asks a question and returns the answer.
+inline NKelmic::DataItem Ask(Task& job)
+{
+    NKelmic::DataItem question(1);
+    return job.Consult(1, question);
+}
+
 /// Sets the thread count of the pools made in its scope.
 struct Threads {
     explicit Threads(int n) { setenv("MORVANE_NUM_THREADS", std::to_string(n).c_str(), 1); }

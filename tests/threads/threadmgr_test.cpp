@@ -3,6 +3,7 @@
 #include <memblock/logging/logger.h>
 
 #include <support/logsink.h>
+#include <support/raises.h>
 
 #include <atomic>
 #include <fstream>
@@ -173,11 +174,11 @@ TEST(ThreadMgr, AWorkerThatFailsIsToldAndReplaced)
     ShrinkTo(1);
     Nap(); // the one that is left sleeps
     ThreadMgrProbe::InterruptOne();
-    testing::internal::CaptureStderr();
-    for (int i = 0; i < 1000 && ThreadMgrProbe::Actual() > 0; ++i, Nap())
-        ThreadMgr::Instance().ProcessMessages();
-    EXPECT_NE(testing::internal::GetCapturedStderr().find(
-                  "An unexpected error in a JobPool worker thread: Unknown error"),
+    std::string const told = StderrOf([] {
+        for (int i = 0; i < 1000 && ThreadMgrProbe::Actual() > 0; ++i, Nap())
+            ThreadMgr::Instance().ProcessMessages();
+    });
+    EXPECT_NE(told.find("An unexpected error in a JobPool worker thread: Unknown error"),
               std::string::npos);
     JobPool pool;
     Add(pool, [](Task&) { return DataItem(1); });
@@ -193,10 +194,7 @@ TEST(ThreadMgrExitDeathTest, TheProcessEndsWhateverItsWorkersDo)
             for (;;)
                 boost::this_thread::yield();
         },
-        [](Task& job) {
-            DataItem question(1);
-            return job.Consult(1, question);
-        },
+        Ask,
         [](Task&) {
             JobPool::BlockingOperation const operation;
             pause();

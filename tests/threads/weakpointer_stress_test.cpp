@@ -121,9 +121,11 @@ TEST(WeakPointerStress, WeakPointersComeAndGoWhileTheirTargetDies)
 
 TEST(WeakPointerStress, DestructorWaitsForADisposalInAnotherThread)
 {
+    // The disposal that another thread runs is that of the only target, or of one that the disposal
+    // of the first target gave it, and that dies while this call still runs.
     struct Slow : WeakThreadSharablePointerBase {
-        Slow(ThreadSharable* target, std::atomic<int>& step)
-            : WeakThreadSharablePointerBase(target), step_(step)
+        Slow(Pointer& first, Pointer& second)
+            : WeakThreadSharablePointerBase(first.Pointer()), later(second)
         {
         }
         ~Slow()
@@ -133,69 +135,36 @@ TEST(WeakPointerStress, DestructorWaitsForADisposalInAnotherThread)
         }
         void Dispose() override
         {
-            step_ = 1;
-            for (int i = 0; i < 100; ++i)
-                boost::this_thread::yield();
-            step_ = intact ? 2 : 3;
-        }
-        std::atomic<bool> intact{true};
-        std::atomic<int>& step_;
-    };
-    for (int round = 0; round < 200; ++round) {
-        std::atomic<int> step{0};
-        Pointer target(new Target);
-        auto slow = std::make_unique<Slow>(target.Pointer(), step);
-        boost::thread killer([&] { target = nullptr; });
-        while (step == 0)
-            boost::this_thread::yield();
-        slow.reset();
-        EXPECT_EQ(step, 2);
-        killer.join();
-    }
-}
-
-TEST(WeakPointerStress, DestructorWaitsForTheDisposalOfALaterTargetToo)
-{
-    struct Moving : WeakThreadSharablePointerBase {
-        Moving(ThreadSharable* target, Pointer& later, boost::thread& killer,
-               std::atomic<int>& step)
-            : WeakThreadSharablePointerBase(target), later_(later), killer_(killer), step_(step)
-        {
-        }
-        ~Moving()
-        {
-            Detach();
-            intact = false;
-        }
-        void Dispose() override
-        {
-            if (step_ == 0) { // the first target: the later one dies while this call runs
-                step_ = 1;
-                later_->AddWeakPointer(*this);
-                killer_ = boost::thread([&later = later_] { later = nullptr; });
-                while (step_ == 1)
-                    boost::this_thread::yield();
+            if (later.Pointer() && !moved.exchange(true)) {
+                later->AddWeakPointer(*this);
+                killer = boost::thread([&last = later] { last = nullptr; });
+                WaitUntil([&] { return *step > 0; });
                 return;
             }
-            std::atomic<int>& step = step_;
-            step = 2;
+            auto const told = step; // outlives this object
+            *told = 1;
             for (int i = 0; i < 1000; ++i)
                 boost::this_thread::yield();
-            step = intact ? 3 : 4;
+            *told = intact ? 2 : 3;
         }
-        std::atomic<bool> intact{true};
-        Pointer& later_;
-        boost::thread& killer_;
-        std::atomic<int>& step_;
-    };
-    for (int round = 0; round < 50; ++round) {
-        std::atomic<int> step{0};
-        Pointer first(new Target), later(new Target);
+        Pointer& later;
         boost::thread killer;
-        auto moving = std::make_unique<Moving>(first.Pointer(), later, killer, step);
-        first = nullptr;
-        moving.reset();
-        EXPECT_EQ(step, 3);
+        std::shared_ptr<std::atomic<int>> const step = std::make_shared<std::atomic<int>>(0);
+        std::atomic<bool> intact{true}, moved{false};
+    };
+    for (int round = 0; round < 200; ++round) {
+        Pointer first(new Target), later(round % 2 ? new Target : nullptr);
+        auto slow = std::make_unique<Slow>(first, later);
+        auto const step = slow->step;
+        boost::thread killer;
+        if (later.Pointer())
+            first = nullptr;
+        else
+            slow->killer = boost::thread([&] { first = nullptr; });
+        WaitUntil([&] { return *step > 0; });
+        killer.swap(slow->killer);
+        slow.reset();
+        EXPECT_EQ(*step, 2);
         killer.join();
     }
 }

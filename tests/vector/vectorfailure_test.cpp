@@ -31,89 +31,60 @@ DerivedPointer<Vector> Sample(DataType type)
 }
 
 /// Let each allocation of the work fail in turn: the vector is as it was or as it should be.
-template <class Fail>
-void FailEach(DataType type, bool shared, Work const& work)
+void FailIn(DataType type, bool shared, Work const& work)
 {
-    std::string before, after;
-    {
-        auto const v = Sample(type);
-        before = TextOf(v);
-        work(v);
-        after = TextOf(v);
-    }
-    for (unsigned long n = 1; n < 1000; ++n) {
-        long const blocks = memtest::LiveBlocks();
-        bool failed = true;
+    auto const sample = Sample(type);
+    std::string const before = TextOf(sample);
+    work(sample);
+    std::string const after = TextOf(sample);
+    long const blocks = memtest::LiveBlocks();
+    memtest::FailEach([&](auto const& attempt) {
         {
             auto const v = Sample(type);
             auto const clone = shared ? VectorOf(v->Clone(true)) : DerivedPointer<Vector>();
-            bool done = false;
-            {
-                Fail fail(n);
-                try {
-                    work(v);
-                    done = true;
-                } catch (std::exception const&) {
-                }
-                failed = fail.Failed();
-            }
-            EXPECT_EQ(TextOf(v), done ? after : before) << "failure of allocation " << n;
+            bool const done = attempt([&] { work(v); });
+            EXPECT_EQ(TextOf(v), done ? after : before);
             safestring message;
             EXPECT_TRUE(v->Consistent(message, false)) << message.c_str();
             if (clone) {
                 EXPECT_EQ(TextOf(clone), before);
             }
         }
-        EXPECT_EQ(memtest::LiveBlocks(), blocks) << "failure of allocation " << n;
-        if (!failed)
-            return;
-    }
+        EXPECT_EQ(memtest::LiveBlocks(), blocks);
+    });
 }
 
 } // namespace
 
 TEST(VectorFailure, AFailingAllocationLeavesTheVectorAsItWasAndLeaksNothing)
 {
+    using Types = std::vector<DataType>;
+    Types const each{Vector::Int, Vector::String, Vector::PolyType, Vector::PMemory};
+    Types const ints{Vector::Int};
     int const order[] = {5, 3, 1};
-    std::pair<char const*, Work> const works[] = {
-        {"resize up", [](auto const& v) { v->ResizeVector(50, true, true); }},
-        {"erase", [](auto const& v) { v->Erase(1, 2); }},
-        {"shift up", [](auto const& v) { v->ShiftVector(3); }},
-        {"shift down", [](auto const& v) { v->ShiftVector(-3); }},
-        {"append", [](auto const& v) { v->Append(Sample(v->ElemType())); }},
-        {"append itself", [](auto const& v) { v->Append(v); }},
-        {"rearrange", [&](auto const& v) { v->Rearrange(order, 3, 4, throw_always); }},
-        {"slice", [](auto const& v) { v->CloneSlice(1, 3); }},
-        {"deep clone", [](auto const& v) { v->Clone(false); }},
+    std::tuple<char const*, Types, Work> const works[] = {
+        {"resize up", each, [](auto const& v) { v->ResizeVector(50, true, true); }},
+        {"erase", each, [](auto const& v) { v->Erase(1, 2); }},
+        {"shift up", each, [](auto const& v) { v->ShiftVector(3); }},
+        {"shift down", each, [](auto const& v) { v->ShiftVector(-3); }},
+        {"append", each, [](auto const& v) { v->Append(Sample(v->ElemType())); }},
+        {"append itself", each, [](auto const& v) { v->Append(v); }},
+        {"rearrange", each, [&](auto const& v) { v->Rearrange(order, 3, 4, throw_always); }},
+        {"slice", each, [](auto const& v) { v->CloneSlice(1, 3); }},
+        {"deep clone", each, [](auto const& v) { v->Clone(false); }},
+        {"insert", ints, [](auto const& v) { v->Insert(2, DataItem(1)); }},
+        {"append of another type", ints, [](auto const& v) { v->Append(Doubles({0.5})); }},
+        {"to text", ints, [](auto const& v) { v->SetElemType(Vector::String, true, false); }},
+        {"to double", ints, [](auto const& v) { v->SetElemType(Vector::Double, true, false); }},
+        {"factor", ints, [](auto const& v) { v->EnsureFactor(0.5); }},
     };
-    for (DataType type : {Vector::Int, Vector::String, Vector::PolyType, Vector::PMemory}) {
-        for (bool shared : {false, true}) {
-            for (auto const& [name, work] : works) {
+    for (auto const& [name, types, work] : works)
+        for (DataType const type : types)
+            for (bool const shared : {false, true}) {
                 SCOPED_TRACE(testing::Message() << name << ", " << Vector::TypeToString(type)
                                                 << (shared ? ", shared" : ""));
-                FailEach<memtest::FailAllocations>(type, shared, work);
-                FailEach<memtest::FailNews>(type, shared, work);
+                FailIn(type, shared, work);
             }
-        }
-    }
-}
-
-TEST(VectorFailure, AFailingAllocationLeavesInsertionsAndConversionsUndone)
-{
-    std::pair<char const*, Work> const works[] = {
-        {"insert", [](auto const& v) { v->Insert(2, DataItem(1)); }},
-        {"append of another type", [](auto const& v) { v->Append(Doubles({0.5})); }},
-        {"to text", [](auto const& v) { v->SetElemType(Vector::String, true, false); }},
-        {"to double", [](auto const& v) { v->SetElemType(Vector::Double, true, false); }},
-        {"factor", [](auto const& v) { v->EnsureFactor(0.5); }},
-    };
-    for (bool shared : {false, true}) {
-        for (auto const& [name, work] : works) {
-            SCOPED_TRACE(name);
-            FailEach<memtest::FailAllocations>(Vector::Int, shared, work);
-            FailEach<memtest::FailNews>(Vector::Int, shared, work);
-        }
-    }
 }
 
 TEST(VectorFailure, CreationLeaksNothing)
@@ -131,23 +102,12 @@ TEST(VectorFailure, CreationLeaksNothing)
     };
     for (auto const& [name, work] : works) {
         SCOPED_TRACE(name);
-        for (unsigned long n = 1; n < 100; ++n) {
-            long const blocks = memtest::LiveBlocks();
-            long const news = memtest::LiveNews();
-            bool failed = false;
-            {
-                memtest::FailAllocations fail(n);
-                try {
-                    work();
-                } catch (std::exception const&) {
-                }
-                failed = fail.Failed();
-            }
+        long const blocks = memtest::LiveBlocks(), news = memtest::LiveNews();
+        memtest::FailEach([&](auto const& attempt) {
+            attempt(work);
             EXPECT_EQ(memtest::LiveBlocks(), blocks);
             EXPECT_EQ(memtest::LiveNews(), news);
-            if (!failed)
-                break;
-        }
+        });
     }
 }
 

@@ -2,17 +2,15 @@
 
 #include <memblock/serial/serializer.h>
 
+#include "support/program.h"
 #include "support/raises.h"
 #include "support/vectors.h"
 #include "support/warnings.h"
 
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <limits>
 #include <random>
-#include <unistd.h>
 
 using namespace NKelmic;
 
@@ -27,21 +25,6 @@ std::string Form(DerivedPointer<Vector> const& v, int format, char const* option
     safestring output;
     v->Serialize(format, visitor, path, formatter, output);
     return std::string(output.data(), output.size());
-}
-
-/// What a command of the system makes of a text.
-std::string Through(char const* command, std::string const& input)
-{
-    char file[] = "/tmp/forms_test_XXXXXX";
-    close(mkstemp(file));
-    std::ofstream(file) << input;
-    std::FILE* const pipe = popen(Text("< %s %s", file, command).c_str(), "r");
-    std::string output;
-    for (int c = 0; pipe && (c = std::fgetc(pipe)) != EOF;)
-        output += static_cast<char>(c);
-    EXPECT_EQ(pclose(pipe), 0) << command;
-    std::remove(file);
-    return output;
 }
 
 constexpr double inf = std::numeric_limits<double>::infinity();
