@@ -6,6 +6,7 @@
 #include <memblock/vector/vector.h>
 
 #include <cstdio>
+#include <numeric>
 #include <vector>
 
 namespace NKelmic {
@@ -123,6 +124,18 @@ DataItem Histogram(MemBlockImpl* impl, ThrowHandlerFunc handler)
     return DataItem(histogram);
 }
 
+/// A value read as an int; undefined where it is none, so that no cache keeps the stand-in for it.
+DataItem AsInt(SafeValue const& value, ThrowHandlerFunc handler)
+{
+    bool ok = true;
+    CheckOk check(ok);
+    int const number = value.GetInt(check);
+    if (ok)
+        return DataItem(number);
+    value.GetInt(handler); // tells why
+    return {};
+}
+
 /// One of the values that `CalcMinMax` finds together.
 template <class T>
 DataItem ExtremeItem(stat_minmax<T> const& found, int key, ThrowHandlerFunc handler)
@@ -133,7 +146,7 @@ DataItem ExtremeItem(stat_minmax<T> const& found, int key, ThrowHandlerFunc hand
     case key_min:
         return ItemOf(found.min);
     case key_rough_max:
-        return DataItem(SafeValue(ItemOf(found.max)).GetInt(handler));
+        return AsInt(ItemOf(found.max), handler);
     case key_maxat:
         return DataItem(found.maxat);
     case key_minat:
@@ -196,7 +209,7 @@ double calc_median(T const* data, unsigned int n, bool average, ThrowHandlerFunc
     if (!average || count % 2 != 0)
         return static_cast<double>(upper);
     T const lower = select::Before(data, count, middle, upper);
-    return (static_cast<double>(lower) + static_cast<double>(upper)) / 2;
+    return std::midpoint(static_cast<double>(lower), static_cast<double>(upper));
 }
 
 template <class T>

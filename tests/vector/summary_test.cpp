@@ -233,6 +233,14 @@ TEST(Summary, ScalarIsTheCookedNumberOfASingleElement)
     EXPECT_EQ(Ints({1, 2})->SecondaryInt(MemBlock::key_int, throw_never), 0);
 }
 
+TEST(Summary, WhatNoIntCanTellStaysUnknown)
+{
+    for (auto const& v : {UInts({4000000000u}), Doubles({1e300}), Doubles({nan_})}) {
+        EXPECT_EQ(v->SecondaryInt(key_rough_max, throw_never), 0);
+        EXPECT_THROW(v->SecondaryInt(key_rough_max, throw_always), Exception);
+    }
+}
+
 TEST(Summary, ExactSumsOutlastTheirFastLoops)
 {
     // Extreme values only, in more elements than any block holds.
@@ -252,6 +260,7 @@ TEST(Summary, ExactSumsOutlastTheirFastLoops)
     EXPECT_EQ(Value(Triples(std::vector<triple>(100000, 0xFFFFFFU)), key_mean), 16777215);
     EXPECT_EQ(Value(UInts(std::vector<unsigned int>(100000, 0xFFFFFFFFU)), key_mean), 4294967295.0);
     EXPECT_EQ(Value(UInt64s({~0ULL, 1}), key_max), static_cast<double>(~0ULL));
+    EXPECT_EQ(Value(Doubles({1.7e308, 1.7e308}), key_fmedian), 1.7e308);
 }
 
 TEST(Summary, LargeMeansDoNotSpoilTheVariance)
