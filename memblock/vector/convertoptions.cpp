@@ -27,13 +27,11 @@ constexpr ConvertWord convert_words[] = {
     {"pmemory", "elemtype", Vector::PMemory},
     {"text", "elemtype", Vector::String},
     {"dataitem", "elemtype", Vector::PolyType},
-    {"stretchdynamic", "stretchdynamic", 1},
-    {"multilayered", "multilayered", 1},
-    {"grey", "grey", 1},
 };
 
-/// Keys that bring their value.
-constexpr char const* convert_keys[] = {"bpp", "sign", "floating", "elemtype"};
+/// Keys that bring their value, as a bare word 1.
+constexpr char const* convert_keys[] = {
+    "bpp", "sign", "floating", "elemtype", "stretchdynamic", "multilayered", "grey"};
 
 } // namespace
 

@@ -106,13 +106,13 @@ double SmallVariance(T const* data, unsigned int n, MemBlockImpl* impl)
 
 /// Another key of the same vector: from the cache, or computed where there is none.
 template <class T>
-double OtherKey(T const* data, unsigned int n, int key, MemBlockImpl* impl,
-                ThrowHandlerFunc handler)
+SafeValue OtherKey(T const* data, unsigned int n, int key, MemBlockImpl* impl,
+                   ThrowHandlerFunc handler)
 {
     if (impl)
-        return impl->SecondaryDouble(key, handler);
+        return impl->SecondaryItem(key, handler);
     bool handled = true;
-    return CSINV(data, n, key, nullptr, handled, handler).GetDouble();
+    return CSINV(data, n, key, nullptr, handled, handler);
 }
 
 DataItem Histogram(MemBlockImpl* impl, ThrowHandlerFunc handler)
@@ -138,15 +138,13 @@ DataItem AsInt(SafeValue const& value, ThrowHandlerFunc handler)
 
 /// One of the values that `CalcMinMax` finds together.
 template <class T>
-DataItem ExtremeItem(stat_minmax<T> const& found, int key, ThrowHandlerFunc handler)
+DataItem ExtremeItem(stat_minmax<T> const& found, int key)
 {
     switch (key) {
     case key_max:
         return ItemOf(found.max);
     case key_min:
         return ItemOf(found.min);
-    case key_rough_max:
-        return AsInt(ItemOf(found.max), handler);
     case key_maxat:
         return DataItem(found.maxat);
     case key_minat:
@@ -181,7 +179,7 @@ stat_minmax<T> CalcMinMax(T const* data, unsigned int n, MemBlockImpl* impl)
     }
     if (impl)
         for (int key : {key_max, key_min, key_maxat, key_minat, key_finitemin, key_finitemax})
-            impl->SetSecondaryItem(key, ExtremeItem(found, key, throw_never));
+            impl->SetSecondaryItem(key, ExtremeItem(found, key));
     return found;
 }
 
@@ -245,22 +243,25 @@ DataItem CSINV(T const* data, unsigned int n, int key, MemBlockImpl* impl, bool&
     case key_sum:
         return DataItem(Sum(data, n));
     case key_stddev:
-        return DataItem(std::sqrt(OtherKey(data, n, key_variance, impl, handler)));
+        return DataItem(
+            std::sqrt(OtherKey(data, n, key_variance, impl, handler).GetFloating(handler)));
     case key_histogram:
         return Histogram(impl, handler);
     case key_variance:
         if constexpr (is_small_integer<T>)
             if (n > ordered)
                 return DataItem(SmallVariance(data, n, impl));
-        return DataItem(Variance(data, n, OtherKey(data, n, key_mean, impl, handler)));
+        return DataItem(
+            Variance(data, n, OtherKey(data, n, key_mean, impl, handler).GetFloating(handler)));
+    case key_rough_max:
+        return AsInt(OtherKey(data, n, key_max, impl, handler), handler);
     case key_max:
     case key_min:
-    case key_rough_max:
     case key_maxat:
     case key_minat:
     case key_finitemin:
     case key_finitemax:
-        return ExtremeItem(CalcMinMax(data, n, impl), key, handler);
+        return ExtremeItem(CalcMinMax(data, n, impl), key);
     default:
         handled = false;
         return {};

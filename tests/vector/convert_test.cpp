@@ -412,6 +412,15 @@ TEST(ConvertProtocol, WordsOfARequestChooseTheType)
     }
 }
 
+TEST(ConvertProtocol, FlagsKeepTheirValue)
+{
+    ConvertOptions options;
+    ASSERT_TRUE(
+        Ints({})->ConvertArgs(safestringlist("grey=0,multilayered", ','), options, throw_always));
+    EXPECT_FALSE(options.GetFlag("grey", true));
+    EXPECT_TRUE(options.GetFlag("multilayered", false));
+}
+
 TEST(ConvertProtocol, WrongRequestsAreRefused)
 {
     auto const v = Ints({1});

@@ -155,6 +155,10 @@ TEST(Summary, OnePassFillsAllExtremes)
     v->SetElem(1, 7);
     v->ContentHasBeenChanged();
     EXPECT_EQ(v->SecondaryInt(key_rough_max, throw_always), 7);
+    EXPECT_TRUE(v->ExistsSecondaryItem(key_max, item));
+    auto const known = Ints({1});
+    known->SetSecondaryItem(key_max, DataItem(9));
+    EXPECT_EQ(known->SecondaryInt(key_rough_max, throw_always), 9); // no second pass
 }
 
 TEST(Summary, FirstOfEqualExtremesCountsAcrossBlocks)
