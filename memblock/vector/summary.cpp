@@ -68,7 +68,13 @@ double Mean(T const* data, unsigned int n)
             Warning(err_value,
                     Text("Calculating mean value of %d element vector: ignored %d infinite values.",
                          n, Count(sums.infinities)));
-        return sums.count > 0 ? sums.first / static_cast<double>(sums.count) : nan;
+        auto const count = static_cast<double>(sums.count);
+        if (std::isfinite(sums.first))
+            return sums.count > 0 ? sums.first / count : nan;
+        double mean = 0; // the sum is beyond double, which the mean never is
+        for (unsigned int i = 0; i < n; ++i)
+            mean += IsFinite(data[i]) ? static_cast<double>(data[i]) / count : 0;
+        return mean;
     } else {
         return Sum(data, n) / n;
     }
