@@ -5,6 +5,8 @@
 #include <memblock/vector/vectorchunk_internal.h>
 
 #include <atomic>
+#include <cstdint>
+#include <cstring>
 #include <typeinfo>
 
 namespace NKelmic {
@@ -18,6 +20,19 @@ std::atomic<void (*)(bool)> performance_callback{nullptr};
 double FactorOfOpen(Vector const& v, DataType type)
 {
     return type == Vector::Triple && v.Conforms("image") ? 1.0 : v.Factor();
+}
+
+/// The same buffer under another type; a copy of the bytes if they don't lie where elements of that
+/// type may.
+TypedChunk ReadChunkAs(TypedChunk const& chunk, DataType type, unsigned long length)
+{
+    std::size_t const alignment = WithElemType<PlainTypes>(
+        type, "Conversion not supported: %s", []<class T>(Elem<T>) { return alignof(T); });
+    if (reinterpret_cast<std::uintptr_t>(chunk.Data()) % alignment == 0)
+        return TypedChunk(length, type, chunk.Chunk(), chunk.GetOffset());
+    TypedChunk const copy = OpenChunk(length, type);
+    std::memcpy(copy.Data(), chunk.Data(), length * TypedChunk::SizeOf(type));
+    return copy;
 }
 
 } // namespace
@@ -130,7 +145,7 @@ void Vector::ReadAs(DataType type)
         CheckNewLength(length);
     std::as_const(*this).Pointer(); // a delayed initialization is for the old type
     NotifyElemType(type);
-    SetTypedChunk(TypedChunk(length, type, chunk_.Chunk(), chunk_.GetOffset()));
+    SetTypedChunk(ReadChunkAs(chunk_, type, length));
 }
 
 void Vector::InstallConverted(TypedChunk const& chunk, double factor)

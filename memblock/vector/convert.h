@@ -13,7 +13,8 @@ namespace NKelmic {
 MEMBLOCK_API DataType ChooseCoverType(DataType a, DataType b);
 
 /// A one-element vector brought to another factor, as a copy. Tells by a warning if the cooked
-/// value changed on the way; an overflow goes to the handler and gives null.
+/// value changed on the way; what is no number, or overflows, goes to the handler and gives
+/// null.
 MEMBLOCK_API DerivedPointer<Vector> EnsureScalarFactor(DerivedPointer<Vector> x, double factor,
                                                        ThrowHandlerFunc handler);
 /// The cooked values with factor 1.0: floats as they are, integers rounded into the smallest type

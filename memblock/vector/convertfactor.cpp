@@ -154,15 +154,16 @@ DerivedPointer<Vector> EnsureScalarFactor(DerivedPointer<Vector> x, double facto
 {
     if (x->Length() != 1)
         ThrowAssertException(__FILE__, __LINE__, "x->Length()==1");
-    double const value = x->Elem(0) * x->Factor();
     DerivedPointer<Vector> const clone(x->Clone(true));
+    double value = 0;
     try {
+        value = cref(x).Elem(0) * x->Factor();
         clone->EnsureFactor(factor);
     } catch (Exception const& e) {
         Throw(e, handler);
         return nullptr;
     }
-    double const changed = cref(clone).Elem(0) * factor;
+    double const changed = cref(clone).Elem(0) * clone->Factor();
     if (std::fabs(value - changed) >= 1e-12)
         Warning(warning_precision,
                 Text("Loss of precision; scalar operand changed %s -> %s because of nontrivial raw "

@@ -27,20 +27,11 @@ constexpr ConvertWord convert_words[] = {
     {"pmemory", "elemtype", Vector::PMemory},
     {"text", "elemtype", Vector::String},
     {"dataitem", "elemtype", Vector::PolyType},
-    {"stretchdynamic", "stretchdynamic", 1},
-    {"multilayered", "multilayered", 1},
-    {"grey", "grey", 1},
 };
 
-/// Keys that bring their value.
-constexpr char const* convert_keys[] = {"bpp", "sign", "floating", "elemtype"};
-
-DataType TypeOfValue(DataItem const& value, ThrowHandlerFunc handler)
-{
-    if (value.IsString())
-        return Vector::String2Type(value.GetString(), handler);
-    return static_cast<DataType>(value.GetInt());
-}
+/// Keys that bring their value, as a bare word 1.
+constexpr char const* convert_keys[] = {
+    "bpp", "sign", "floating", "elemtype", "stretchdynamic", "multilayered", "grey"};
 
 } // namespace
 
@@ -53,9 +44,9 @@ bool Vector::AddConvertArg(safestring const& key, DataItem const& value, Convert
     for (char const* known : convert_keys) {
         if (!SameName(known, key.c_str()))
             continue;
-        if (!SameName(known, "elemtype"))
+        if (!SameName(known, "elemtype") || !value.IsString())
             return MemBlock::AddConvertArg(known, value, options, handler);
-        DataType const type = TypeOfValue(value, handler);
+        DataType const type = String2Type(value.GetString(), handler);
         return type != NoType &&
                MemBlock::AddConvertArg(known, DataItem(static_cast<int>(type)), options, handler);
     }
@@ -79,7 +70,7 @@ DataType FindDataType(ConvertOptions const& options)
     if (bits.IsUndefined() && !floating && !sign_told)
         return Vector::NoType;
     int const depth = bits.IsDefined() ? bits.GetInt() / 8 : floating ? 8 : 4;
-    // As with words alone: "char" and "int" are signed, whatever comes in bits is not.
+    // Signed unless told: "short" is. Whoever means pixels ("16bpp") tells that they are not.
     DataType const type = TypeOfDepth(depth, options.GetFlag("sign", true), floating);
     if (type == Vector::NoType)
         Raise(err_kind, "Unsupported byte depth: %d", depth);

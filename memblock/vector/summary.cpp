@@ -6,6 +6,7 @@
 #include <memblock/vector/vector.h>
 
 #include <cstdio>
+#include <numeric>
 #include <vector>
 
 namespace NKelmic {
@@ -67,7 +68,13 @@ double Mean(T const* data, unsigned int n)
             Warning(err_value,
                     Text("Calculating mean value of %d element vector: ignored %d infinite values.",
                          n, Count(sums.infinities)));
-        return sums.count > 0 ? sums.first / static_cast<double>(sums.count) : nan;
+        auto const count = static_cast<double>(sums.count);
+        if (std::isfinite(sums.first))
+            return sums.count > 0 ? sums.first / count : nan;
+        double mean = 0; // the sum is beyond double, which the mean never is
+        for (unsigned int i = 0; i < n; ++i)
+            mean += IsFinite(data[i]) ? static_cast<double>(data[i]) / count : 0;
+        return mean;
     } else {
         return Sum(data, n) / n;
     }
@@ -105,13 +112,13 @@ double SmallVariance(T const* data, unsigned int n, MemBlockImpl* impl)
 
 /// Another key of the same vector: from the cache, or computed where there is none.
 template <class T>
-double OtherKey(T const* data, unsigned int n, int key, MemBlockImpl* impl,
-                ThrowHandlerFunc handler)
+SafeValue OtherKey(T const* data, unsigned int n, int key, MemBlockImpl* impl,
+                   ThrowHandlerFunc handler)
 {
     if (impl)
-        return impl->SecondaryDouble(key, handler);
+        return impl->SecondaryItem(key, handler);
     bool handled = true;
-    return CSINV(data, n, key, nullptr, handled, handler).GetDouble();
+    return CSINV(data, n, key, nullptr, handled, handler);
 }
 
 DataItem Histogram(MemBlockImpl* impl, ThrowHandlerFunc handler)
@@ -123,17 +130,27 @@ DataItem Histogram(MemBlockImpl* impl, ThrowHandlerFunc handler)
     return DataItem(histogram);
 }
 
+/// A value read as an int; undefined where it is none, so that no cache keeps the stand-in for it.
+DataItem AsInt(SafeValue const& value, ThrowHandlerFunc handler)
+{
+    bool ok = true;
+    CheckOk check(ok);
+    int const number = value.GetInt(check);
+    if (ok)
+        return DataItem(number);
+    value.GetInt(handler); // tells why
+    return {};
+}
+
 /// One of the values that `CalcMinMax` finds together.
 template <class T>
-DataItem ExtremeItem(stat_minmax<T> const& found, int key, ThrowHandlerFunc handler)
+DataItem ExtremeItem(stat_minmax<T> const& found, int key)
 {
     switch (key) {
     case key_max:
         return ItemOf(found.max);
     case key_min:
         return ItemOf(found.min);
-    case key_rough_max:
-        return DataItem(SafeValue(ItemOf(found.max)).GetInt(handler));
     case key_maxat:
         return DataItem(found.maxat);
     case key_minat:
@@ -168,7 +185,7 @@ stat_minmax<T> CalcMinMax(T const* data, unsigned int n, MemBlockImpl* impl)
     }
     if (impl)
         for (int key : {key_max, key_min, key_maxat, key_minat, key_finitemin, key_finitemax})
-            impl->SetSecondaryItem(key, ExtremeItem(found, key, throw_never));
+            impl->SetSecondaryItem(key, ExtremeItem(found, key));
     return found;
 }
 
@@ -196,7 +213,7 @@ double calc_median(T const* data, unsigned int n, bool average, ThrowHandlerFunc
     if (!average || count % 2 != 0)
         return static_cast<double>(upper);
     T const lower = select::Before(data, count, middle, upper);
-    return (static_cast<double>(lower) + static_cast<double>(upper)) / 2;
+    return std::midpoint(static_cast<double>(lower), static_cast<double>(upper));
 }
 
 template <class T>
@@ -232,22 +249,25 @@ DataItem CSINV(T const* data, unsigned int n, int key, MemBlockImpl* impl, bool&
     case key_sum:
         return DataItem(Sum(data, n));
     case key_stddev:
-        return DataItem(std::sqrt(OtherKey(data, n, key_variance, impl, handler)));
+        return DataItem(
+            std::sqrt(OtherKey(data, n, key_variance, impl, handler).GetFloating(handler)));
     case key_histogram:
         return Histogram(impl, handler);
     case key_variance:
         if constexpr (is_small_integer<T>)
             if (n > ordered)
                 return DataItem(SmallVariance(data, n, impl));
-        return DataItem(Variance(data, n, OtherKey(data, n, key_mean, impl, handler)));
+        return DataItem(
+            Variance(data, n, OtherKey(data, n, key_mean, impl, handler).GetFloating(handler)));
+    case key_rough_max:
+        return AsInt(OtherKey(data, n, key_max, impl, handler), handler);
     case key_max:
     case key_min:
-    case key_rough_max:
     case key_maxat:
     case key_minat:
     case key_finitemin:
     case key_finitemax:
-        return ExtremeItem(CalcMinMax(data, n, impl), key, handler);
+        return ExtremeItem(CalcMinMax(data, n, impl), key);
     default:
         handled = false;
         return {};

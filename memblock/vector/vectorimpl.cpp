@@ -3,7 +3,6 @@
 #include <memblock/vector/summary.h>
 #include <memblock/vector/vector.h>
 
-#include <algorithm>
 #include <limits>
 
 namespace NKelmic {
@@ -37,17 +36,14 @@ DataItem VectorImpl<T>::CalculateSecondaryItemNonVirtual(int key, bool& handled,
     handled = true;
     if constexpr (std::is_same_v<T, triple>) {
         // Settled: the summary of a colour image is that of its bytes, all channels together.
-        if (vector.Conforms("image")) {
-            constexpr unsigned long limit = std::numeric_limits<unsigned int>::max();
+        bool const of_pixels = key >= key_max && key <= key_finitemax && key != key_width;
+        if (of_pixels && vector.Conforms("image")) {
             unsigned long const bytes = 3ul * length;
-            if (bytes > limit && key >= key_max && key <= key_finitemax && key != key_width) {
-                Report(handler, err_state, "Too many pixels for summary values: %s", vector);
-                return {};
-            }
-            // No other key looks at the pixels.
-            return CSINV(reinterpret_cast<unsigned char const*>(data),
-                         static_cast<unsigned int>(std::min(bytes, limit)), key, cache, handled,
-                         handler);
+            if (bytes <= std::numeric_limits<unsigned int>::max())
+                return CSINV(reinterpret_cast<unsigned char const*>(data),
+                             static_cast<unsigned int>(bytes), key, cache, handled, handler);
+            Report(handler, err_state, "Too many pixels for summary values: %s", vector);
+            return {};
         }
     }
     return CSINV(data, length, key, cache, handled, handler);

@@ -191,8 +191,12 @@ void Vector::SetElem(unsigned int i, PMemBlock object)
     } else if (ElemType() == PolyType) {
         *PolyTypePointer(i) = DataItem(object);
     } else {
-        DataItem const value =
-            cref(DerivedPointer<Vector>(object, StaticClass())).GetDataItemWithFactor(0);
+        DerivedPointer<Vector> const source(object, StaticClass());
+        // A polytype value has no kind for the upper half of these.
+        bool const has_uint64 = source->ElemType() == UnsignedInt64 && source->Factor() == 1.0;
+        if (ElemType() == UnsignedInt64 && has_uint64 && source->Length() > 0)
+            return SetElem(i, *cref(source).UnsignedInt64Pointer());
+        DataItem const value = cref(source).GetDataItemWithFactor(0);
         if (value.GetType() == it_memblock) // a vector may hold itself: look no deeper
             Raise(err_kind, "Cannot insert into a vector: %s", object);
         return SetElem(i, value);

@@ -272,6 +272,8 @@ TEST(Cache, ColourPicturesAreSummedUpByTheirChannels)
     EXPECT_EQ(picture->SecondaryDouble(key_max, throw_always), 0xF0);
     EXPECT_EQ(picture->SecondaryDouble(key_sum, throw_always), 1 + 2 + 3 + 0xF0 + 0x80);
     EXPECT_EQ(Vector::Create(pixels, 1.0)->SecondaryInt(key_max, throw_always), 0xF00080);
+    PMemBlock const pixel(new Picture(Triples({triple(0x010203)})->Chunk()));
+    EXPECT_EQ(pixel->SecondaryInt(MemBlock::key_int, throw_always), 0x010203); // one number, not 3
 }
 
 TEST(Cache, ManyPixelsAreTooManyForSummaryValuesOnly)

@@ -182,6 +182,9 @@ TEST(Convert, ObjectsHoldCookedValues)
         EXPECT_EQ(objects->ElemType(), type);
         EXPECT_EQ(TextOf(Convert(objects, Vector::Double)), "1.5 2");
     }
+    auto const greatest = UInt64s({~0ULL, 1ULL << 53 | 1});
+    EXPECT_EQ(TextOf(Convert(Convert(greatest, Vector::PMemory), Vector::UnsignedInt64)),
+              TextOf(greatest));
     EXPECT_EQ(TextOf(Convert(Texts({"12", "0x10"}), Vector::Byte)), "12 16");
     EXPECT_EQ(TextOf(Convert(Items({DataItem(2.9), DataItem("-3")}), Vector::Short)), "2 -3");
     EXPECT_RAISES(Convert(Texts({"word"}), Vector::Int), 512, "Invalid numeric: word");
@@ -225,6 +228,11 @@ TEST(Convert, InPlaceTheContentsAreConvertedOrTheBytesReadAnew)
     bits->SetElemType(Vector::String, false, false);
     EXPECT_EQ(TextOf(bits), " ");
     EXPECT_EQ(bits->Length(), 2u);
+    auto const odd = Bytes({9, 1, 0, 0, 0, 2, 0, 0, 0});
+    odd->SetFirstIndex(1);
+    odd->SetElemType(Vector::Int, false, false);
+    EXPECT_EQ(TextOf(odd), "1 2");
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(cref(odd).Pointer()) % alignof(int), 0u);
     auto const text = Texts({"word"});
     EXPECT_THROW(text->SetElemType(Vector::Int, true, false), Exception);
     EXPECT_EQ(TextOf(text), "word");
@@ -296,6 +304,9 @@ TEST(ConvertFactor, AScalarWarnsWhenItsValueChanges)
               "of nontrivial raw factor of the other operand.");
     EXPECT_EQ(EnsureScalarFactor(Ints({4}), 2.0, throw_always)->GetInt(0), 2);
     EXPECT_FALSE(EnsureScalarFactor(Bytes({200}), 0.5, throw_never));
+    EXPECT_FALSE(EnsureScalarFactor(Texts({"word"}), 2.0, throw_never));
+    EnsureScalarFactor(Texts({"3"}), 2.0, throw_always);
+    EXPECT_EQ(warnings.Lines().size(), 1u); // a text has no factor that could change it
     EXPECT_THROW(EnsureScalarFactor(Ints({1, 2}), 2.0, throw_always), Exception);
 }
 
@@ -401,6 +412,15 @@ TEST(ConvertProtocol, WordsOfARequestChooseTheType)
     }
 }
 
+TEST(ConvertProtocol, FlagsKeepTheirValue)
+{
+    ConvertOptions options;
+    ASSERT_TRUE(
+        Ints({})->ConvertArgs(safestringlist("grey=0,multilayered", ','), options, throw_always));
+    EXPECT_FALSE(options.GetFlag("grey", true));
+    EXPECT_TRUE(options.GetFlag("multilayered", false));
+}
+
 TEST(ConvertProtocol, WrongRequestsAreRefused)
 {
     auto const v = Ints({1});
@@ -413,6 +433,7 @@ TEST(ConvertProtocol, WrongRequestsAreRefused)
     EXPECT_RAISES(request("bpp=40"), 128, "Unsupported byte depth: 5");
     EXPECT_RAISES(request("floating=1,bpp=16"), 128, "Unsupported byte depth: 2");
     EXPECT_RAISES(request("elemtype=12"), 128, "DataType id out of range: 12");
+    EXPECT_RAISES(request("elemtype=11"), 128, "DataType id out of range: 11");
     EXPECT_RAISES(request("pmemory"), 128,
                   "Cowardly refusing to convert into a vector of memblocks: Vector of 1 elements "
                   "of type signed int");

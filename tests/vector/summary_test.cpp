@@ -155,6 +155,10 @@ TEST(Summary, OnePassFillsAllExtremes)
     v->SetElem(1, 7);
     v->ContentHasBeenChanged();
     EXPECT_EQ(v->SecondaryInt(key_rough_max, throw_always), 7);
+    EXPECT_TRUE(v->ExistsSecondaryItem(key_max, item));
+    auto const known = Ints({1});
+    known->SetSecondaryItem(key_max, DataItem(9));
+    EXPECT_EQ(known->SecondaryInt(key_rough_max, throw_always), 9); // no second pass
 }
 
 TEST(Summary, FirstOfEqualExtremesCountsAcrossBlocks)
@@ -233,6 +237,14 @@ TEST(Summary, ScalarIsTheCookedNumberOfASingleElement)
     EXPECT_EQ(Ints({1, 2})->SecondaryInt(MemBlock::key_int, throw_never), 0);
 }
 
+TEST(Summary, WhatNoIntCanTellStaysUnknown)
+{
+    for (auto const& v : {UInts({4000000000u}), Doubles({1e300}), Doubles({nan_})}) {
+        EXPECT_EQ(v->SecondaryInt(key_rough_max, throw_never), 0);
+        EXPECT_THROW(v->SecondaryInt(key_rough_max, throw_always), Exception);
+    }
+}
+
 TEST(Summary, ExactSumsOutlastTheirFastLoops)
 {
     // Extreme values only, in more elements than any block holds.
@@ -252,6 +264,8 @@ TEST(Summary, ExactSumsOutlastTheirFastLoops)
     EXPECT_EQ(Value(Triples(std::vector<triple>(100000, 0xFFFFFFU)), key_mean), 16777215);
     EXPECT_EQ(Value(UInts(std::vector<unsigned int>(100000, 0xFFFFFFFFU)), key_mean), 4294967295.0);
     EXPECT_EQ(Value(UInt64s({~0ULL, 1}), key_max), static_cast<double>(~0ULL));
+    for (int key : {key_mean, key_fmedian}) // of numbers whose sum is infinite
+        EXPECT_EQ(Value(Doubles({1.7e308, 1.7e308}), key), 1.7e308) << key;
 }
 
 TEST(Summary, LargeMeansDoNotSpoilTheVariance)
