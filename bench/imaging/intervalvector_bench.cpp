@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <random>
 #include <vector>
 
 using namespace NKelmic;
@@ -20,9 +21,11 @@ unsigned int Pitch(benchmark::State const& state)
     return static_cast<unsigned int>(state.range(0)); // 29: 19,881 objects; 4: 1,046,529
 }
 
-std::vector<unsigned int> Labels(unsigned int pitch)
+/// Discs, or with a seed such whose rows are cut at random: no two are alike then.
+std::vector<unsigned int> Labels(unsigned int pitch, unsigned int seed = 0)
 {
     std::vector<unsigned int> labels(side * side);
+    std::minstd_rand random(seed);
     int const radius = static_cast<int>(pitch) * 3 / 8, grid = static_cast<int>((side - 2) / pitch);
     unsigned int label = 0;
     for (int gy = 0; gy < grid; ++gy)
@@ -30,18 +33,21 @@ std::vector<unsigned int> Labels(unsigned int pitch)
             ++label;
             int const cx = 1 + gx * static_cast<int>(pitch) + radius;
             int const cy = 1 + gy * static_cast<int>(pitch) + radius;
-            for (int y = -radius; y <= radius; ++y)
-                for (int x = -radius; x <= radius; ++x)
+            for (int y = -radius; y <= radius; ++y) {
+                int const from = -radius + (seed ? static_cast<int>(random() % pitch) / 2 : 0);
+                int const to = radius - (seed ? static_cast<int>(random() % pitch) / 2 : 0);
+                for (int x = from; x <= to; ++x)
                     if (x * x + y * y <= radius * radius)
                         labels[static_cast<unsigned int>((cy + y) * static_cast<int>(side) + cx +
                                                          x)] = label;
+            }
         }
     return labels;
 }
 
-DerivedPointer<Image> LabelImage(unsigned int pitch)
+DerivedPointer<Image> LabelImage(unsigned int pitch, unsigned int seed = 0)
 {
-    auto const labels = Labels(pitch);
+    auto const labels = Labels(pitch, seed);
     unsigned int const count = *std::max_element(labels.begin(), labels.end());
     bool const narrow = count <= 65535;
     auto const image =
@@ -179,29 +185,39 @@ DerivedPointer<IntervalVector> Moved(DerivedPointer<IntervalVector> const& v)
     return moved;
 }
 
+struct Operands {
+    DerivedPointer<IntervalVector> a, b;
+    explicit Operands(benchmark::State const& state)
+    {
+        bool const alike = state.range(1) == 0;
+        a = LabelImage(Pitch(state), alike ? 0 : 1)->GetStencilVector();
+        b = alike ? Moved(a) : LabelImage(Pitch(state), 2)->GetStencilVector();
+    }
+};
+
 void LogicalOp(benchmark::State& state, char op)
 {
-    auto const a = LabelImage(Pitch(state))->GetStencilVector();
-    auto const b = Moved(a);
+    auto const [a, b] = Operands(state);
     for (auto _ : state)
         benchmark::DoNotOptimize(a->op(op, b, op_options()));
 }
 
 void StandardAlgorithm(benchmark::State& state, char op)
 {
-    auto const a = LabelImage(Pitch(state))->GetStencilVector();
-    auto const b = Moved(a);
-    unsigned int const* const limit = cref(a).Start(0);
+    auto const [a, b] = Operands(state);
+    unsigned int const *const limit = cref(a).Start(0), *const limit_b = cref(b).Start(0);
+    unsigned int const count = std::min(a->IntervalCount(), b->IntervalCount());
+    unsigned long const room =
+        cref(a).IndexVectorTarget()->Length() + 1ul * cref(b).IndexVectorTarget()->Length();
     for (auto _ : state) {
         unsigned int const* const x = cref(cref(a).IndexVectorTarget()).UnsignedIntPointer();
         unsigned int const* const y = cref(cref(b).IndexVectorTarget()).UnsignedIntPointer();
-        auto* const result = static_cast<unsigned int*>(
-            mb_malloc(2ul * cref(a).IndexVectorTarget()->Length() * sizeof(unsigned int)));
+        auto* const result = static_cast<unsigned int*>(mb_malloc(room * sizeof(unsigned int)));
         unsigned int* out = result;
-        for (unsigned int k = 0; k < a->IntervalCount(); ++k) {
+        for (unsigned int k = 0; k < count; ++k) {
             auto const combine = [&](auto&& algorithm) {
-                out =
-                    algorithm(x + limit[k], x + limit[k + 1], y + limit[k], y + limit[k + 1], out);
+                out = algorithm(x + limit[k], x + limit[k + 1], y + limit_b[k], y + limit_b[k + 1],
+                                out);
             };
             if (op == '&')
                 combine([](auto... p) { return std::set_intersection(p...); });
@@ -215,17 +231,22 @@ void StandardAlgorithm(benchmark::State& state, char op)
     }
 }
 
+void Pictures(benchmark::internal::Benchmark* benchmark)
+{
+    benchmark->ArgsProduct({{29, 4}, {0, 1}})->ArgNames({"", "cut"})->Unit(benchmark::kMillisecond);
+}
+
 BENCHMARK(SortPixelsByLabel)->Arg(29)->Unit(benchmark::kMillisecond);
 BENCHMARK(StencilVector)->Arg(29)->Arg(4)->Unit(benchmark::kMillisecond);
 BENCHMARK(MeasureByRuns)->Arg(29)->Arg(4)->Unit(benchmark::kMillisecond);
 BENCHMARK(MeasureByStructure)->Arg(29)->Arg(4)->Unit(benchmark::kMillisecond);
 BENCHMARK(ClearAndStore)->Arg(29)->Arg(4)->Unit(benchmark::kMillisecond);
 BENCHMARK(Draw)->Arg(29)->Arg(4)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(StandardAlgorithm, and, '&')->Arg(29)->Arg(4)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(LogicalOp, and, '&')->Arg(29)->Arg(4)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(StandardAlgorithm, or, '|')->Arg(29)->Arg(4)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(LogicalOp, or, '|')->Arg(29)->Arg(4)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(StandardAlgorithm, xor, '^')->Arg(29)->Arg(4)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(LogicalOp, xor, '^')->Arg(29)->Arg(4)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(StandardAlgorithm, and, '&')->Apply(Pictures);
+BENCHMARK_CAPTURE(LogicalOp, and, '&')->Apply(Pictures);
+BENCHMARK_CAPTURE(StandardAlgorithm, or, '|')->Apply(Pictures);
+BENCHMARK_CAPTURE(LogicalOp, or, '|')->Apply(Pictures);
+BENCHMARK_CAPTURE(StandardAlgorithm, xor, '^')->Apply(Pictures);
+BENCHMARK_CAPTURE(LogicalOp, xor, '^')->Apply(Pictures);
 
 } // namespace

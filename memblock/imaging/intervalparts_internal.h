@@ -1,6 +1,7 @@
 #ifndef MEMBLOCK_IMAGING_INTERVALPARTS_INTERNAL_H
 #define MEMBLOCK_IMAGING_INTERVALPARTS_INTERNAL_H
 
+#include <memblock/base/multiversion.h>
 #include <memblock/imaging/intervalvector.h>
 
 #include <algorithm>
@@ -28,17 +29,14 @@ public:
     {
     }
     unsigned int Count() const { return count_; }
+    unsigned int Items() const { return items_; }         ///< of the target
+    unsigned int const* Starts() const { return start_; } ///< these are not cut
+    unsigned int const* Ends() const { return end_; }
     unsigned int From(unsigned int k) const { return std::min(start_[k], items_); }
     unsigned int To(unsigned int k) const { return std::clamp(end_[k], From(k), items_); }
     unsigned int Size(unsigned int k) const { return To(k) - From(k); }
     /// The items of all intervals together; they may overlap.
-    unsigned long Total() const
-    {
-        unsigned long total = 0;
-        for (unsigned int k = 0; k < count_; ++k)
-            total += Size(k);
-        return total;
-    }
+    unsigned long Total() const { return TotalSize(start_, end_, count_, items_); }
     /// Whether each interval begins where the one before it ends.
     bool Tile() const
     {
@@ -49,6 +47,18 @@ public:
     }
 
 private:
+    MEMBLOCK_MULTIVERSION static unsigned long TotalSize(unsigned int const* start,
+                                                         unsigned int const* end,
+                                                         unsigned int count, unsigned int items)
+    {
+        unsigned long total = 0;
+        for (unsigned int k = 0; k < count; ++k) {
+            unsigned int const from = std::min(start[k], items), to = std::min(end[k], items);
+            total += to > from ? to - from : 0;
+        }
+        return total;
+    }
+
     unsigned int count_, items_;
     unsigned int const *start_, *end_;
 };

@@ -266,10 +266,12 @@ TEST(IntervalVector, SetOperationsFollowTheStandardAlgorithms)
         Rows a(n), b(n);
         for (auto* rows : {&a, &b})
             for (auto& row : *rows) {
-                for (unsigned int size = random() % 12; size > 0; --size)
-                    row.push_back(random() % 20);
+                for (unsigned int size = random() % 24; size > 0; --size)
+                    row.push_back(random() % 9 ? random() % 40 : 0x7FFFFFFFu - random() % 3);
                 if (random() % 2)
                     std::sort(row.begin(), row.end());
+                if (random() % 2) // lists of an object have a number once, mostly
+                    row.erase(std::unique(row.begin(), row.end()), row.end());
                 if (random() % 2) // a row of pixels
                     std::iota(row.begin(), row.end(), random() % 9);
             }
@@ -293,11 +295,12 @@ TEST(IntervalVector, SetOperationsFollowTheStandardAlgorithms)
         EXPECT_EQ(RowsOf(x), a); // operands stay
     }
     // Many objects, where those that are sampled for the room have nothing in common.
-    Rows many(1500, {1, 2, 3, 7}), others = many, common = many;
-    for (std::size_t k = 0; k < many.size(); k += 64) {
-        others[k] = {4, 5};
-        common[k] = {};
-    }
+    Rows many(4096, {1, 2, 3, 7}), others = many, common = many;
+    for (std::size_t k = 0; k < many.size(); ++k)
+        if (k % 256 < 64) {
+            others[k] = {4, 5};
+            common[k] = {};
+        }
     EXPECT_EQ(RowsOf(StencilOf(many)->op('&', StencilOf(others), op_options())), common);
 
     auto const image = Image::Create(5, 4, Vector::Byte, 1.0);
