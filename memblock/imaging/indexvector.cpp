@@ -188,6 +188,10 @@ safestring IndexVector::DoGetDescription() const
 bool IndexVector::Consistent(safestring& message, bool deep) const
 {
     bool const ok = Vector::Consistent(message, deep);
+    if (ElemType() != UnsignedInt) { // a buffer of another type was put into it
+        message += Text("Cannot cast data to UnsignedInt type: %s", *this);
+        return false;
+    }
     if (!deep || Length() == 0)
         return ok;
     try {
@@ -203,6 +207,12 @@ bool IndexVector::Consistent(safestring& message, bool deep) const
         return false;
     }
     return ok;
+}
+
+void IndexVector::SetElemType(DataType type, bool, bool)
+{
+    if (type != UnsignedInt && type != NoType)
+        Raise(err_kind, "Conversion not supported: %s", *this);
 }
 
 void IndexVector::Append(DerivedPointer<Vector> v)

@@ -4,6 +4,7 @@
 #include <memblock/imaging/image.h>
 #include <memblock/imaging/intervalparts_internal.h>
 #include <memblock/vector/convert.h>
+#include <memblock/vector/vectorchunk_internal.h>
 
 namespace NKelmic {
 
@@ -57,9 +58,12 @@ DerivedPointer<Vector> VectorIn(SafeValue const& value, char const* refusal,
     return DerivedPointer<Vector>(vector);
 }
 
-/// The elements as limits: unsigned int, factor 1.0.
+/// The elements as limits: unsigned int, factor 1.0. Without any there are no intervals, which have
+/// one limit.
 TypedChunk AsLimits(DerivedPointer<Vector> const& vector)
 {
+    if (vector->Length() == 0)
+        return NewChunk(1, Vector::UnsignedInt);
     auto limits = cref(vector).ConvertElemsToType(Vector::UnsignedInt, true, false);
     if (cref(limits).Factor() != 1.0) {
         limits = PrivateCopy(std::move(limits));

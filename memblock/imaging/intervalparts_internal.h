@@ -20,6 +20,22 @@ inline unsigned int ItemCount(MemBlock const* target)
     return vector ? vector->Length() : 0;
 }
 
+namespace limits {
+
+/// The items of all intervals, cut to what the target has.
+MEMBLOCK_MULTIVERSION inline unsigned long Total(unsigned int const* start, unsigned int const* end,
+                                                 unsigned int count, unsigned int items)
+{
+    unsigned long total = 0;
+    for (unsigned int k = 0; k < count; ++k) {
+        unsigned int const from = std::min(start[k], items), to = std::min(end[k], items);
+        total += to > from ? to - from : 0;
+    }
+    return total;
+}
+
+} // namespace limits
+
 /// The intervals of a vector, cut to what the target has: limits may come from anywhere.
 class Intervals {
 public:
@@ -36,7 +52,7 @@ public:
     unsigned int To(unsigned int k) const { return std::clamp(end_[k], From(k), items_); }
     unsigned int Size(unsigned int k) const { return To(k) - From(k); }
     /// The items of all intervals together; they may overlap.
-    unsigned long Total() const { return TotalSize(start_, end_, count_, items_); }
+    unsigned long Total() const { return limits::Total(start_, end_, count_, items_); }
     /// Whether each interval begins where the one before it ends.
     bool Tile() const
     {
@@ -47,18 +63,6 @@ public:
     }
 
 private:
-    MEMBLOCK_MULTIVERSION static unsigned long TotalSize(unsigned int const* start,
-                                                         unsigned int const* end,
-                                                         unsigned int count, unsigned int items)
-    {
-        unsigned long total = 0;
-        for (unsigned int k = 0; k < count; ++k) {
-            unsigned int const from = std::min(start[k], items), to = std::min(end[k], items);
-            total += to > from ? to - from : 0;
-        }
-        return total;
-    }
-
     unsigned int count_, items_;
     unsigned int const *start_, *end_;
 };

@@ -1,6 +1,7 @@
 #include <memblock/imaging/image.h>
 #include <memblock/imaging/intervalvector.h>
 
+#include <support/failing_alloc.h>
 #include <support/raises.h>
 #include <support/vectors.h>
 
@@ -182,7 +183,7 @@ TEST(IntervalVector, ReformatSortsAndParts)
     none->SetSubItem("outer_index_array", SafeValue(UInts({})), throw_always);
     EXPECT_TRUE(IsConsistent(none) && none->IntervalCount() == 0);
 
-    zones->SetElemType(Vector::Double, true, false); // what can't be limits is told, not read
+    zones->SetTypedChunk(Doubles({0, 2, 4})->Chunk()); // what can't be limits is told, not read
     safestring message;
     EXPECT_FALSE(zones->Consistent(message, true));
     EXPECT_RAISES(zones->MergedTarget(), 128,
@@ -426,6 +427,30 @@ TEST(IntervalVector, VectorsOfVectorsComeAndGo)
                   128,
                   "Type of vector element 0 not supported: Vector of 1 elements of type string");
     EXPECT_EQ(IntervalVector::CreateFromStdVectors<safestring>(0, nullptr)->IntervalCount(), 0u);
+}
+
+TEST(IntervalVector, AResizeThatFailsLeavesBothLimitsAsTheyWere)
+{
+    for (unsigned int const length : {40000u, 1u}) {
+        bool failed = true;
+        for (unsigned int n = 1; failed; ++n) {
+            auto const v = StencilOf(Rows(300, {6, 7}));
+            v->AddEndArray();
+            PMemBlock const copy = v->Clone(n % 2); // shares the limits, or has its own
+            bool done = true;
+            {
+                memtest::FailAllocations const fail(n);
+                try {
+                    v->ResizeVector(length, true, true);
+                } catch (std::exception const&) {
+                    done = false;
+                }
+                failed = fail.Failed();
+            }
+            EXPECT_TRUE(done ? v->IntervalCount() == length : *v == *copy);
+            EXPECT_TRUE(IsConsistent(v));
+        }
+    }
 }
 
 TEST(IntervalVector, NoLimitsReachBeyondTheTarget)
