@@ -197,29 +197,42 @@ DerivedPointer<IndexVector> FinalTarget(IntervalVector& v, ThrowHandlerFunc hand
     return final;
 }
 
-bool SetIndexVectorTarget(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc handler)
+/// Let `change` give the pixels another shape. One that no structure has is taken back.
+template <class Change>
+bool ChangeShape(IntervalVector& v, ThrowHandlerFunc handler, Change&& change)
 {
-    auto const vector = VectorIn(
-        value, "IntervalVector::set(\"indexvector_target\"): this is not a vector: %s", handler);
-    if (!vector)
-        return false;
     auto const final = FinalTarget(v, handler);
     if (!final)
         return false;
-    final->SetTargetData(ShapeOf(cref(vector)));
-    v.UpdateType();
+    auto const old = final->GetTargetData();
+    if (!change(*final))
+        return false;
+    try {
+        v.UpdateType();
+    } catch (...) {
+        final->SetTargetData(old);
+        v.UpdateType();
+        throw;
+    }
     v.ContentHasBeenChanged();
     return true;
 }
 
+bool SetIndexVectorTarget(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc handler)
+{
+    auto const vector = VectorIn(
+        value, "IntervalVector::set(\"indexvector_target\"): this is not a vector: %s", handler);
+    return vector && ChangeShape(v, handler, [&](IndexVector& pixels) {
+               pixels.SetTargetData(ShapeOf(cref(vector)));
+               return true;
+           });
+}
+
 bool SetTargetData(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc handler)
 {
-    auto const final = FinalTarget(v, handler);
-    if (!final || !final->SetSubItem("target_data", value, handler))
-        return false;
-    v.UpdateType();
-    v.ContentHasBeenChanged();
-    return true;
+    return ChangeShape(v, handler, [&](IndexVector& pixels) {
+        return pixels.SetSubItem("target_data", value, handler);
+    });
 }
 
 constexpr KeyTable interval_keys{std::to_array<Key<IntervalVector>>({

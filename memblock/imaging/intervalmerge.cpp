@@ -40,6 +40,8 @@ DerivedPointer<Vector> IntervalVector::MergedVector() const
     if (intervals.Count() == 0)
         return values.CloneSlice(0, 0);
     unsigned int const from = intervals.From(0), to = intervals.To(intervals.Count() - 1);
+    if (from == 0 && to == values.Length()) // all of them, as they stand
+        return DerivedPointer<Vector>(values.Clone(true));
     return from == to ? values.CloneSlice(0, 0) : values.CloneSlice(from, to);
 }
 

@@ -249,6 +249,15 @@ TEST(IntervalVector, KeysRebuildAStructureInAnyOrder)
     auto const stencil = StencilOf({{6}});
     stencil->SetSubItem("target_data", SafeValue(UInts({10, 2})), throw_always);
     EXPECT_EQ(Read(stencil, "imagewidth").GetInt(), 10);
+    for (char const* key : {"target_data", "indexvector_target"}) // no structure has such pixels
+        EXPECT_THROW(
+            stencil->SetSubItem(key,
+                                SafeValue(IndexVector::Create(
+                                    UInts({1, 1, 1, 1}), IndexVector::TargetData(4, 1, 1, 1, 1))),
+                                throw_always),
+            Exception);
+    EXPECT_EQ(Read(stencil, "imagewidth").GetInt(), 10);
+    EXPECT_TRUE(IsConsistent(stencil));
     for (char const* key : {"inner_index_array", "inner_vector", "outer_index_array",
                             "medium_index_array", "target", "indexvector_target"})
         EXPECT_RAISES(
