@@ -6,20 +6,18 @@
 
 #include <algorithm>
 #include <cstring>
+#include <numeric>
 #include <random>
+#include <string>
 #include <vector>
 
 using namespace NKelmic;
 
 namespace {
 
-// A picture of 4096 x 4096 with round objects on a grid: some 20,000, or a million of few pixels.
+// A picture of 4096 x 4096 with objects on a grid: 19,881 at a distance of 29 pixels, and 1,046,529
+// of five pixels at a distance of 4.
 constexpr unsigned int side = 4096;
-
-unsigned int Pitch(benchmark::State const& state)
-{
-    return static_cast<unsigned int>(state.range(0)); // 29: 19,881 objects; 4: 1,046,529
-}
 
 /// Discs, or with a seed such whose rows are cut at random: no two are alike then.
 std::vector<unsigned int> Labels(unsigned int pitch, unsigned int seed = 0)
@@ -60,17 +58,52 @@ DerivedPointer<Image> LabelImage(unsigned int pitch, unsigned int seed = 0)
     return image;
 }
 
-void StencilVector(benchmark::State& state)
+void StencilVector(benchmark::State& state, unsigned int pitch)
 {
-    auto const image = LabelImage(Pitch(state));
+    auto const image = LabelImage(pitch);
     for (auto _ : state)
         benchmark::DoNotOptimize(image->GetStencilVector());
 }
 
-// The peer sorts pixel numbers by label, as array languages do.
-void SortPixelsByLabel(benchmark::State& state)
+/// Count, then fill, run by run: the lists without an object around them.
+void GroupRuns(benchmark::State& state, unsigned int pitch)
 {
-    auto const labels = Labels(Pitch(state));
+    auto const image = LabelImage(pitch);
+    auto const group = [&]<class T>(T const* labels) {
+        std::vector<unsigned int> start(image->GetStencilCount() + 2ul);
+        auto const each_run = [&](auto take) {
+            for (unsigned int i = 0; i < side * side;) {
+                unsigned int const from = i;
+                T const label = labels[i];
+                while (i < side * side && labels[i] == label)
+                    ++i;
+                if (label != 0)
+                    take(label, from, i);
+            }
+        };
+        each_run(
+            [&](T label, unsigned int from, unsigned int to) { start[label + 1] += to - from; });
+        std::partial_sum(start.begin(), start.end(), start.begin());
+        auto* const pixels =
+            static_cast<unsigned int*>(mb_malloc(start.back() * sizeof(unsigned int)));
+        each_run([&](T label, unsigned int from, unsigned int to) {
+            std::iota(pixels + start[label], pixels + start[label] + (to - from), from);
+            start[label] += to - from;
+        });
+        benchmark::DoNotOptimize(pixels);
+        mb_free(pixels);
+    };
+    for (auto _ : state)
+        if (image->ElemSize() == 2)
+            group(cref(image).UnsignedShortPointer());
+        else
+            group(cref(image).UnsignedIntPointer());
+}
+
+// The peer sorts pixel numbers by label, as array languages do.
+void SortPixelsByLabel(benchmark::State& state, unsigned int pitch)
+{
+    auto const labels = Labels(pitch);
     for (auto _ : state) {
         std::vector<unsigned int> order;
         for (unsigned int i = 0; i < labels.size(); ++i)
@@ -102,9 +135,9 @@ std::vector<unsigned short> Picture()
     return pixels;
 }
 
-void MeasureByStructure(benchmark::State& state)
+void MeasureByStructure(benchmark::State& state, unsigned int pitch)
 {
-    auto const objects = LabelImage(Pitch(state))->GetStencilVector();
+    auto const objects = LabelImage(pitch)->GetStencilVector();
     auto const pixels = Picture();
     IntervalVector const& v = cref(objects);
     for (auto _ : state) {
@@ -121,9 +154,9 @@ void MeasureByStructure(benchmark::State& state)
     }
 }
 
-void MeasureByRuns(benchmark::State& state)
+void MeasureByRuns(benchmark::State& state, unsigned int pitch)
 {
-    auto const labels = Labels(Pitch(state));
+    auto const labels = Labels(pitch);
     auto const pixels = Picture();
     unsigned int const count = *std::max_element(labels.begin(), labels.end());
     for (auto _ : state) {
@@ -143,16 +176,16 @@ void MeasureByRuns(benchmark::State& state)
     }
 }
 
-void Draw(benchmark::State& state)
+void Draw(benchmark::State& state, unsigned int pitch)
 {
-    auto const objects = LabelImage(Pitch(state))->GetStencilVector();
+    auto const objects = LabelImage(pitch)->GetStencilVector();
     for (auto _ : state)
         benchmark::DoNotOptimize(cref(objects).GetMaskImage());
 }
 
-void ClearAndStore(benchmark::State& state)
+void ClearAndStore(benchmark::State& state, unsigned int pitch)
 {
-    auto const objects = LabelImage(Pitch(state))->GetStencilVector();
+    auto const objects = LabelImage(pitch)->GetStencilVector();
     IntervalVector const& v = cref(objects);
     std::vector<unsigned int> image(side * side);
     bool const narrow = v.IntervalCount() <= 32000;
@@ -187,24 +220,23 @@ DerivedPointer<IntervalVector> Moved(DerivedPointer<IntervalVector> const& v)
 
 struct Operands {
     DerivedPointer<IntervalVector> a, b;
-    explicit Operands(benchmark::State const& state)
+    Operands(unsigned int pitch, bool alike)
     {
-        bool const alike = state.range(1) == 0;
-        a = LabelImage(Pitch(state), alike ? 0 : 1)->GetStencilVector();
-        b = alike ? Moved(a) : LabelImage(Pitch(state), 2)->GetStencilVector();
+        a = LabelImage(pitch, alike ? 0 : 1)->GetStencilVector();
+        b = alike ? Moved(a) : LabelImage(pitch, 2)->GetStencilVector();
     }
 };
 
-void LogicalOp(benchmark::State& state, char op)
+void LogicalOp(benchmark::State& state, unsigned int pitch, char op, bool alike)
 {
-    auto const [a, b] = Operands(state);
+    auto const [a, b] = Operands(pitch, alike);
     for (auto _ : state)
         benchmark::DoNotOptimize(a->op(op, b, op_options()));
 }
 
-void StandardAlgorithm(benchmark::State& state, char op)
+void StandardAlgorithm(benchmark::State& state, unsigned int pitch, char op, bool alike)
 {
-    auto const [a, b] = Operands(state);
+    auto const [a, b] = Operands(pitch, alike);
     unsigned int const *const limit = cref(a).Start(0), *const limit_b = cref(b).Start(0);
     unsigned int const count = std::min(a->IntervalCount(), b->IntervalCount());
     unsigned long const room =
@@ -231,22 +263,109 @@ void StandardAlgorithm(benchmark::State& state, char op)
     }
 }
 
-void Pictures(benchmark::internal::Benchmark* benchmark)
+// ---- One pass over the pixels: packing, appending, flattening, beside a copy of as many pixels
+
+/// The objects backwards, with separate ends.
+DerivedPointer<IntervalVector> Backwards(DerivedPointer<IntervalVector> const& objects)
 {
-    benchmark->ArgsProduct({{29, 4}, {0, 1}})->ArgNames({"", "cut"})->Unit(benchmark::kMillisecond);
+    DerivedPointer<IntervalVector> const turned(objects->Clone(false));
+    std::vector<int> order(turned->IntervalCount());
+    std::iota(order.rbegin(), order.rend(), 0);
+    auto const count = static_cast<unsigned int>(order.size());
+    turned->Rearrange(order.data(), count, count, throw_always);
+    return turned;
 }
 
-BENCHMARK(SortPixelsByLabel)->Arg(29)->Unit(benchmark::kMillisecond);
-BENCHMARK(StencilVector)->Arg(29)->Arg(4)->Unit(benchmark::kMillisecond);
-BENCHMARK(MeasureByRuns)->Arg(29)->Arg(4)->Unit(benchmark::kMillisecond);
-BENCHMARK(MeasureByStructure)->Arg(29)->Arg(4)->Unit(benchmark::kMillisecond);
-BENCHMARK(ClearAndStore)->Arg(29)->Arg(4)->Unit(benchmark::kMillisecond);
-BENCHMARK(Draw)->Arg(29)->Arg(4)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(StandardAlgorithm, and, '&')->Apply(Pictures);
-BENCHMARK_CAPTURE(LogicalOp, and, '&')->Apply(Pictures);
-BENCHMARK_CAPTURE(StandardAlgorithm, or, '|')->Apply(Pictures);
-BENCHMARK_CAPTURE(LogicalOp, or, '|')->Apply(Pictures);
-BENCHMARK_CAPTURE(StandardAlgorithm, xor, '^')->Apply(Pictures);
-BENCHMARK_CAPTURE(LogicalOp, xor, '^')->Apply(Pictures);
+void Reformat(benchmark::State& state, unsigned int pitch)
+{
+    auto const objects = Backwards(LabelImage(pitch)->GetStencilVector());
+    for (auto _ : state) {
+        DerivedPointer<IntervalVector> const packed(objects->Clone(true));
+        packed->EnsureStartAndEnd();
+        benchmark::DoNotOptimize(cref(packed).Start(0));
+    }
+}
+
+void Merged(benchmark::State& state, unsigned int pitch)
+{
+    auto const objects = Backwards(LabelImage(pitch)->GetStencilVector());
+    for (auto _ : state)
+        benchmark::DoNotOptimize(cref(objects).MergedIndexVector());
+}
+
+void CopyBackwards(benchmark::State& state, unsigned int pitch)
+{
+    auto const objects = Backwards(LabelImage(pitch)->GetStencilVector());
+    IntervalVector const& v = cref(objects);
+    unsigned int const* const pixels = cref(v.IndexVectorTarget()).UnsignedIntPointer();
+    for (auto _ : state) {
+        auto* const copy = static_cast<unsigned int*>(
+            mb_malloc(v.IndexVectorTarget()->Length() * sizeof(unsigned int)));
+        unsigned int* out = copy;
+        for (unsigned int k = 0; k < v.IntervalCount(); ++k)
+            out = std::copy(pixels + v.Start(0)[k], pixels + v.End(0)[k], out);
+        benchmark::DoNotOptimize(out);
+        mb_free(copy);
+    }
+}
+
+void Append(benchmark::State& state, unsigned int pitch)
+{
+    auto const objects = LabelImage(pitch)->GetStencilVector();
+    for (auto _ : state) {
+        DerivedPointer<IntervalVector> const both(objects->Clone(true));
+        both->Append(objects);
+        benchmark::DoNotOptimize(both.Pointer());
+    }
+}
+
+void CopyTwice(benchmark::State& state, unsigned int pitch)
+{
+    auto const objects = LabelImage(pitch)->GetStencilVector();
+    auto const pixels = cref(objects).IndexVectorTarget();
+    unsigned long const n = pixels->Length();
+    for (auto _ : state) {
+        auto* const copy = static_cast<unsigned int*>(mb_malloc(2 * n * sizeof(unsigned int)));
+        std::copy_n(cref(pixels).UnsignedIntPointer(), n, copy);
+        std::copy_n(cref(pixels).UnsignedIntPointer(), n, copy + n);
+        benchmark::DoNotOptimize(copy);
+        mb_free(copy);
+    }
+}
+
+// Named for bench/ratios.py: subject, distance of the objects, who; bench/imaging/scipy_peer.py
+// times array programs under the same names.
+template <class Work, class... Option>
+void Register(char const* subject, char const* who, Work work, Option... option)
+{
+    for (unsigned int const pitch : {29u, 4u}) {
+        std::string const name = std::string(subject) + "/" + std::to_string(pitch) + "/" + who;
+        benchmark::RegisterBenchmark(name.c_str(), work, pitch, option...)
+            ->Unit(benchmark::kMillisecond);
+    }
+}
+
+[[maybe_unused]] bool const registered = [] {
+    Register("StencilVector", "memblock", StencilVector);
+    Register("StencilVector", "grouping", GroupRuns);
+    Register("StencilVector", "sort", SortPixelsByLabel);
+    Register("Measure", "memblock", MeasureByStructure);
+    Register("Measure", "runs", MeasureByRuns);
+    Register("Draw", "memblock", Draw);
+    Register("Draw", "stores", ClearAndStore);
+    for (char const op : {'&', '|', '^'})
+        for (bool const alike : {true, false}) {
+            std::string const subject = std::string(1, op) + (alike ? " alike" : " cut");
+            Register(subject.c_str(), "memblock", LogicalOp, op, alike);
+            Register(subject.c_str(), "std", StandardAlgorithm, op, alike);
+        }
+    Register("Reformat", "memblock", Reformat);
+    Register("Reformat", "copy", CopyBackwards);
+    Register("Merged", "memblock", Merged);
+    Register("Merged", "copy", CopyBackwards);
+    Register("Append", "memblock", Append);
+    Register("Append", "copy", CopyTwice);
+    return true;
+}();
 
 } // namespace
