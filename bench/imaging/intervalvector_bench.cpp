@@ -298,12 +298,13 @@ void CopyBackwards(benchmark::State& state, unsigned int pitch)
     auto const objects = Backwards(LabelImage(pitch)->GetStencilVector());
     IntervalVector const& v = cref(objects);
     unsigned int const* const pixels = cref(v.IndexVectorTarget()).UnsignedIntPointer();
+    unsigned int const *const start = v.Start(0), *const end = v.End(0);
     for (auto _ : state) {
         auto* const copy = static_cast<unsigned int*>(
             mb_malloc(v.IndexVectorTarget()->Length() * sizeof(unsigned int)));
         unsigned int* out = copy;
         for (unsigned int k = 0; k < v.IntervalCount(); ++k)
-            out = std::copy(pixels + v.Start(0)[k], pixels + v.End(0)[k], out);
+            out = std::copy(pixels + start[k], pixels + end[k], out);
         benchmark::DoNotOptimize(out);
         mb_free(copy);
     }

@@ -3,6 +3,7 @@
 #include <memblock/base/alloc.h>
 #include <memblock/base/number.h>
 #include <memblock/imaging/image.h>
+#include <memblock/imaging/intervalparts_internal.h>
 #include <memblock/imaging/shape_internal.h>
 #include <memblock/imaging/targetdata_internal.h>
 #include <memblock/vector/summary.h>
@@ -264,7 +265,7 @@ DerivedPointer<Image> IndexVector::GetMaskImage() const
 {
     if (TargetRank() != 2)
         Raise(err_kind, "This is not an IndexVector into an image : %s", *this);
-    DerivedPointer<Image> image = Image::Create(TargetDimSize(0), TargetDimSize(1), Byte, 1.0);
+    DerivedPointer<Image> image = ImageToDrawIn(TargetDimSize(0), TargetDimSize(1), Byte, Length());
     unsigned int const* const indices = UnsignedIntPointer();
     unsigned char* const pixels = image->BytePointer();
     unsigned int const count = image->Length();

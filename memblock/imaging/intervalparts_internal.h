@@ -86,6 +86,10 @@ private:
 /// An index vector of `n` indices that are left open, for the target that `sample` has.
 DerivedPointer<IndexVector> OpenIndexVector(unsigned long n, IndexVector::TargetData const& target);
 
+/// An image of zeros in which `count` pixels will be drawn.
+DerivedPointer<Image> ImageToDrawIn(unsigned int w, unsigned int h, DataType type,
+                                    unsigned long count);
+
 /// The inner tools that the sources of `IntervalVector` share.
 struct IntervalParts {
     static PMemBlock& Target(IntervalVector& v) { return v.Target_; }

@@ -387,6 +387,11 @@ TEST(IntervalVector, AppendPutsObjectsBehindObjects)
     v->Append(v);
     EXPECT_EQ(v->IntervalCount(), 8u);
     EXPECT_EQ(RowsOf(shared), (Rows{{8}, {}, {9, 10}}));
+    auto const numbers = Over({1, 2}, Doubles({9, 0.5, 9})); // the nines belong to no object
+    numbers->Append(Over({1, 3}, Bytes({4, 5, 6})));
+    numbers->Append(Over({0, 1}, Doubles({2.5})));
+    EXPECT_EQ(TextOf(numbers->MergedVector()), "0.5 5 6 2.5");
+    EXPECT_TRUE(IsConsistent(numbers));
     auto const zones = Zones();
     zones->Append(Zones());
     EXPECT_TRUE(IsConsistent(zones));
