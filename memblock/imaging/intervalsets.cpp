@@ -50,12 +50,19 @@ int const* Sorted(int const* list, int n, Room&& room)
     return copy;
 }
 
+/// blocks: whether setops::MergeBlocks is there, and finds room.
 template <bool common, bool single, class RoomA, class RoomB>
-int* CombineLists(int const* a, int na, int const* b, int nb, int* out, RoomA&& room_a,
+int* CombineLists(int const* a, int na, int const* b, int nb, int* out, bool blocks, RoomA&& room_a,
                   RoomB&& room_b)
 {
-    if (setops::Increases(a, na) && setops::Increases(b, nb))
+    setops::Steps const in_a = setops::StepsOf(a, na), in_b = setops::StepsOf(b, nb);
+    if (in_a.up && in_b.up) {
+        constexpr unsigned int long_run = 12; // by measurement
+        unsigned int const runs = in_a.jumps + in_b.jumps + 2;
+        if (blocks && static_cast<unsigned int>(na + nb) / long_run < runs)
+            return setops::MergeBlocks<common, single>(a, a + na, b, b + nb, out);
         return setops::Merge<common, single>(a, a + na, b, b + nb, out);
+    }
     a = Sorted(a, na, room_a);
     b = Sorted(b, nb, room_b);
     return CombineSorted<common, single>(a, na, b, nb, out);
@@ -140,25 +147,27 @@ public:
         for (unsigned int i = 0; i < parts; ++i)
             for (unsigned int j = 0; j < part; ++j) {
                 Pair const pair = At(left_.Count() / parts * i + j);
-                out.resize(std::max(out.size(), pair.most));
+                out.resize(std::max(out.size(), pair.most + setops::lanes));
                 sampled += pair.most;
-                written += static_cast<unsigned long>(Write(pair, out.data()) - out.data());
+                int* const end = Write(pair, out.data(), out.data() + out.size());
+                written += static_cast<unsigned long>(end - out.data());
             }
         double const share = sampled > 0 ? double(written) / double(sampled) : 1.0;
         return static_cast<unsigned long>(double(most_) * std::min(share * 1.0625, 1.0)) +
-               out.size() + setops::few;
+               out.size();
     }
     void WriteAll(StencilBuilder& result)
     {
         setops::Lists const a = Numbers(left_, pixels_a_), b = Numbers(right_, pixels_b_);
         setops::Result const& written = result.Written();
         while (written.objects < left_.Count()) {
-            if (setops::HasFew())
+            if (setops::HasLanes())
                 setops::CombineFew<common, single>(a, b, left_.Count(), result.Written());
             if (written.objects == left_.Count())
                 break;
             Pair const pair = At(written.objects);
-            result.Close(Write(pair, result.Room(pair.most)));
+            int* const out = result.Room(pair.most);
+            result.Close(Write(pair, out, written.end));
         }
     }
 
@@ -179,16 +188,18 @@ private:
         return {pixels_a_ + from_a, pixels_b_ + from_b, static_cast<int>(na), static_cast<int>(nb),
                 na + (single ? static_cast<unsigned long>(nb) : 0UL)};
     }
-    int* Write(Pair const& pair, int* out)
+    int* Write(Pair const& pair, int* out, int const* room_end)
     {
+        bool const blocks = setops::HasLanes() &&
+                            static_cast<unsigned long>(room_end - out) >= pair.most + setops::lanes;
         auto const room = [](std::vector<int>& work) {
             return [&work](int n) {
                 work.resize(std::max(work.size(), static_cast<std::size_t>(n)));
                 return work.data();
             };
         };
-        return CombineLists<common, single>(pair.a, pair.na, pair.b, pair.nb, out, room(work_a_),
-                                            room(work_b_));
+        return CombineLists<common, single>(pair.a, pair.na, pair.b, pair.nb, out, blocks,
+                                            room(work_a_), room(work_b_));
     }
 
     Intervals left_, right_;
@@ -269,7 +280,7 @@ int intvecop(char op, int const* a, int na, int const* b, int nb, int* out, int*
     auto const in = [](int* work) { return [work](int) { return work; }; };
     return WithSetOperation(op, [&]<bool common, bool single>() {
         return static_cast<int>(
-            CombineLists<common, single>(a, na, b, nb, out, in(worka), in(workb)) - out);
+            CombineLists<common, single>(a, na, b, nb, out, false, in(worka), in(workb)) - out);
     });
 }
 

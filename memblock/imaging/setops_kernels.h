@@ -17,42 +17,56 @@
 /// numbers that both have, `single` for those that only one has.
 namespace NKelmic::setops {
 
-// ---- Whether lists increase, each number above the one before it
-
 using Sixteen [[gnu::vector_size(64)]] = int;
+using SixteenUnsigned [[gnu::vector_size(64)]] = unsigned int;
 
 /// Numbers from those that are read to those that are fetched: vector loads alone do not make the
 /// processor foresee what comes.
 constexpr unsigned int ahead = 512;
 
+// ---- How lists go on from number to number
+
+struct Steps {
+    bool up;            ///< each number is above the one before it
+    unsigned int jumps; ///< steps other than to the next number; some may count twice
+};
+
 /// For lists of 17 numbers and more.
-MEMBLOCK_MULTIVERSION inline bool IncreasesLong(int const* list, std::ptrdiff_t n)
+MEMBLOCK_MULTIVERSION inline Steps StepsOfLong(int const* list, std::ptrdiff_t n)
 {
     constexpr std::ptrdiff_t step = 16;
-    Sixteen falls{}, here, before;
+    Sixteen falls{}, jumps{}, here, before;
     for (std::ptrdiff_t i = 1;; i = std::min(i + step, n - step)) { // the last steps may overlap
         __builtin_prefetch(list + i + ahead);
         std::memcpy(&here, list + i, sizeof here);
         std::memcpy(&before, list + i - 1, sizeof before);
         falls |= here <= before;
+        auto const distance =
+            reinterpret_cast<SixteenUnsigned>(here) - reinterpret_cast<SixteenUnsigned>(before);
+        jumps -= distance != 1; // what holds is -1
         if (i == n - step)
             break;
     }
-    int any = 0;
-    for (int lane = 0; lane < step; ++lane)
-        any |= falls[lane];
-    return any == 0;
+    int any = 0, count = 0;
+    for (int k = 0; k < step; ++k) {
+        any |= falls[k];
+        count += jumps[k];
+    }
+    return {any == 0, static_cast<unsigned int>(count)};
 }
 
-inline bool Increases(int const* list, std::ptrdiff_t n)
+inline Steps StepsOf(int const* list, std::ptrdiff_t n)
 {
     constexpr std::ptrdiff_t short_list = 32; // not worth a call
     if (n > short_list)
-        return IncreasesLong(list, n);
-    for (std::ptrdiff_t i = 1; i < n; ++i)
-        if (list[i] <= list[i - 1])
-            return false;
-    return true;
+        return StepsOfLong(list, n);
+    Steps steps{true, 0};
+    for (std::ptrdiff_t i = 1; i < n && steps.up; ++i) {
+        steps.up = list[i] > list[i - 1];
+        steps.jumps +=
+            static_cast<unsigned int>(list[i]) - static_cast<unsigned int>(list[i - 1]) != 1;
+    }
+    return steps;
 }
 
 // ---- One pair of lists
@@ -122,98 +136,169 @@ struct Result {
     }
 };
 
-constexpr unsigned int few = 16; ///< numbers of a pair of short lists
+// ---- Sorting networks for lists in which branches would be foreseen wrong
+
+constexpr unsigned int lanes = 16; ///< of a vector register; as many may be written behind a result
 
 #if defined(__x86_64__)
 #define MEMBLOCK_512 [[gnu::target("avx512f,bmi2,popcnt")]]
 
-constexpr Sixteen lane{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
-
-/// Put the lower of each lane and its partner into the one that comes first.
-MEMBLOCK_512 MEMBLOCK_INLINE_LOOP Sixteen Exchange(Sixteen v, Sixteen partner)
-{
-    Sixteen const w = __builtin_shuffle(v, partner);
-    return partner > lane ? (v < w ? v : w) : (v < w ? w : v);
-}
-
-/// Sort lanes that rise and then fall.
-MEMBLOCK_512 MEMBLOCK_INLINE_LOOP Sixteen Sort(Sixteen v)
-{
-    for (int distance : {8, 4, 2, 1})
-        v = Exchange(v, lane ^ distance);
-    return v;
-}
-
-/// Bit i tells whether lane i + 1 equals lane i, or is below it. Bit 15 tells nothing.
-template <bool or_below>
-MEMBLOCK_512 MEMBLOCK_INLINE_LOOP unsigned int FollowedByEqual(Sixteen v)
-{
-    auto const next = reinterpret_cast<__m512i>(__builtin_shuffle(v, (lane + 1) & 15));
-    auto const here = reinterpret_cast<__m512i>(v);
-    if constexpr (or_below)
-        return _mm512_cmple_epi32_mask(next, here);
-    else
-        return _mm512_cmpeq_epi32_mask(next, here);
-}
-
-/// Combine the next objects, up to `count`, in one vector register each. Ends at the first pair
-/// that does not increase, or has more than sixteen numbers, or that finds less room than that.
-///
-/// The second list goes backwards behind the first, so that the numbers rise and then fall, and
-/// four exchanges sort them. No branch depends on numbers, so none is foreseen wrong.
-template <bool common, bool single>
-MEMBLOCK_512 void CombineFew(Lists const& a, Lists const& b, unsigned int count, Result& result)
-{
-    Result done = result;
-    while (done.objects < count && done.end - done.next >= static_cast<int>(few)) {
-        unsigned int const from_a = a.start[done.objects], to_a = a.end[done.objects];
-        unsigned int const from_b = b.start[done.objects], to_b = b.end[done.objects];
-        unsigned long const na = static_cast<unsigned long>(to_a) - from_a; // huge if negative
-        unsigned long const nb = static_cast<unsigned long>(to_b) - from_b;
-        if (na > few || nb > few - na || to_a > a.items || to_b > b.items)
-            break;
-        __builtin_prefetch(a.numbers + from_a + ahead);
-        __builtin_prefetch(b.numbers + from_b + ahead);
-
-        unsigned int const in_a = (1u << na) - 1, in_b = (1u << nb) - 1,
-                           all = (1u << (na + nb)) - 1;
-        __m512i const highest = _mm512_set1_epi32(0x7FFFFFFF); // for the lanes between
-        __m512i const x =
-            _mm512_mask_loadu_epi32(highest, static_cast<__mmask16>(in_a), a.numbers + from_a);
-        __m512i const y =
-            _mm512_maskz_loadu_epi32(static_cast<__mmask16>(in_b), b.numbers + from_b);
-        if (((FollowedByEqual<true>(reinterpret_cast<Sixteen>(x)) & in_a >> 1) |
-             (FollowedByEqual<true>(reinterpret_cast<Sixteen>(y)) & in_b >> 1)) != 0)
-            break;
-        __m512i const both =
-            _mm512_mask_permutexvar_epi32(x, static_cast<__mmask16>(0xFFFFu << (few - nb)),
-                                          reinterpret_cast<__m512i>(15 - lane), y);
-        Sixteen const sorted = Sort(reinterpret_cast<Sixteen>(both));
-        unsigned int const twice = FollowedByEqual<false>(sorted) & all >> 1;
-        unsigned int const kept = !single  ? twice
-                                  : common ? all & ~(twice << 1)
-                                           : all & ~(twice | twice << 1);
-        _mm512_storeu_si512(done.next,
-                            _mm512_maskz_compress_epi32(static_cast<__mmask16>(kept),
-                                                        reinterpret_cast<__m512i>(sorted)));
-        done.Close(done.next + __builtin_popcount(kept));
-    }
-    result = done;
-}
-
-inline bool HasFew()
+inline bool HasLanes()
 {
     static bool const has = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("bmi2");
     return has;
 }
+
+constexpr Sixteen lane{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+constexpr int highest = 0x7FFFFFFF; // fills up lanes, as it sorts behind all numbers
+
+constexpr unsigned int First(unsigned long n)
+{
+    return (1u << n) - 1;
+}
+
+/// Load up to 16 numbers.
+MEMBLOCK_512 MEMBLOCK_INLINE_LOOP Sixteen Load(int const* list, unsigned long n)
+{
+    return reinterpret_cast<Sixteen>(_mm512_mask_loadu_epi32(
+        _mm512_set1_epi32(highest), static_cast<__mmask16>(First(n)), list));
+}
+
+/// Store the lanes that are told by bits, and return where they end.
+MEMBLOCK_512 MEMBLOCK_INLINE_LOOP int* Store(Sixteen v, unsigned int which, int* out)
+{
+    _mm512_storeu_si512(out, _mm512_maskz_compress_epi32(static_cast<__mmask16>(which),
+                                                         reinterpret_cast<__m512i>(v)));
+    return out + __builtin_popcount(which);
+}
+
+MEMBLOCK_512 MEMBLOCK_INLINE_LOOP unsigned int Equal(Sixteen v, Sixteen w)
+{
+    return _mm512_cmpeq_epi32_mask(reinterpret_cast<__m512i>(v), reinterpret_cast<__m512i>(w));
+}
+
+/// Bit i tells whether lane i + 1 is not above lane i, for lists of n numbers.
+MEMBLOCK_512 MEMBLOCK_INLINE_LOOP unsigned int Falls(Sixteen v, unsigned long n)
+{
+    Sixteen const next = __builtin_shuffle(v, (lane + 1) & 15);
+    return _mm512_cmple_epi32_mask(reinterpret_cast<__m512i>(next), reinterpret_cast<__m512i>(v)) &
+           First(n) >> 1;
+}
+
+/// Sort lanes that rise and then fall: each is exchanged with partners that come ever nearer.
+MEMBLOCK_512 MEMBLOCK_INLINE_LOOP Sixteen Sort(Sixteen v)
+{
+    for (int distance : {8, 4, 2, 1}) {
+        Sixteen const partner = lane ^ distance, w = __builtin_shuffle(v, partner);
+        v = partner > lane ? (v < w ? v : w) : (v < w ? w : v);
+    }
+    return v;
+}
+
+/// Writes what an operation keeps of numbers that come in ascending order, block by block.
+template <bool common, bool single>
+struct Sieve {
+    int* out;
+    unsigned long left; ///< numbers that will come; lanes behind them only fill up
+    Sixteen before{};
+    unsigned int waiting = 0; ///< of `before`: not known yet whether the last has an equal
+    bool begun = false;
+
+    MEMBLOCK_512 MEMBLOCK_INLINE_LOOP void Add(Sixteen v)
+    {
+        unsigned int const valid = First(std::min<unsigned long>(left, lanes));
+        left -= std::min<unsigned long>(left, lanes);
+        unsigned int const again =
+            Equal(v, __builtin_shuffle(before, v, lane + 15)) & valid & (begun ? 0xFFFFu : 0xFFFEu);
+        if constexpr (!single) {
+            out = Store(v, again, out);
+        } else if constexpr (common) {
+            out = Store(v, valid & ~again, out);
+        } else {
+            out = Store(before, waiting & ~(again << 15), out);
+            waiting = valid & ~(again | again >> 1);
+        }
+        before = v;
+        begun = true;
+    }
+    MEMBLOCK_512 MEMBLOCK_INLINE_LOOP int* End()
+    {
+        return common ? out : Store(before, waiting, out);
+    }
+};
+
+/// Combine two increasing lists by blocks of 16 numbers: a block of the one whose next number is
+/// lower, with what was the higher half so far, falls into a lower half that is ready and a higher.
+/// Up to 16 numbers behind the result are written.
+template <bool common, bool single>
+MEMBLOCK_512 int* MergeBlocks(int const* a, int const* a_end, int const* b, int const* b_end,
+                              int* out)
+{
+    static constexpr int none = highest;
+    std::ptrdiff_t n = std::min<std::ptrdiff_t>(a_end - a, lanes);
+    Sieve<common, single> sieve{out, static_cast<unsigned long>((a_end - a) + (b_end - b))};
+    Sixteen higher = Load(a, static_cast<unsigned long>(n));
+    a += n;
+    while (a != a_end || b != b_end) {
+        int const next_a = *(a != a_end ? a : &none), next_b = *(b != b_end ? b : &none);
+        bool const from_a = (b == b_end) | (next_a < next_b); // no branch
+        int const* const from = from_a ? a : b;
+        n = std::min<std::ptrdiff_t>((from_a ? a_end : b_end) - from, lanes);
+        Sixteen const block =
+            __builtin_shuffle(Load(from, static_cast<unsigned long>(n)), 15 - lane);
+        a += from_a ? n : 0;
+        b += from_a ? 0 : n;
+        sieve.Add(Sort(higher < block ? higher : block));
+        higher = Sort(higher < block ? block : higher);
+    }
+    sieve.Add(higher);
+    return sieve.End();
+}
+
+/// Combine the next objects, up to `count`, in one vector register each. Ends at the first pair
+/// that does not increase, or has more than 16 numbers, or that finds less room than that.
+template <bool common, bool single>
+MEMBLOCK_512 void CombineFew(Lists const& a, Lists const& b, unsigned int count, Result& result)
+{
+    Result done = result;
+    while (done.objects < count && done.end - done.next >= static_cast<int>(lanes)) {
+        unsigned int const from_a = a.start[done.objects], to_a = a.end[done.objects];
+        unsigned int const from_b = b.start[done.objects], to_b = b.end[done.objects];
+        unsigned long const na = 0UL + to_a - from_a, nb = 0UL + to_b - from_b; // huge if below 0
+        if (na > lanes || nb > lanes - na || to_a > a.items || to_b > b.items)
+            break;
+        __builtin_prefetch(a.numbers + from_a + ahead);
+        __builtin_prefetch(b.numbers + from_b + ahead);
+        Sixteen const x = Load(a.numbers + from_a, na), y = Load(b.numbers + from_b, nb);
+        if ((Falls(x, na) | Falls(y, nb)) != 0)
+            break;
+        // The second list goes backwards behind the first: the numbers rise and then fall.
+        Sixteen const sorted =
+            Sort(15 - lane < static_cast<int>(nb) ? __builtin_shuffle(y, 15 - lane) : x);
+        unsigned int const all = First(na + nb);
+        unsigned int const twice =
+            Equal(sorted, __builtin_shuffle(sorted, (lane + 1) & 15)) & all >> 1;
+        done.Close(Store(sorted,
+                         !single  ? twice
+                         : common ? all & ~(twice << 1)
+                                  : all & ~(twice | twice << 1),
+                         done.next));
+    }
+    result = done;
+}
 #else
+constexpr bool HasLanes()
+{
+    return false;
+}
+template <bool common, bool single>
+int* MergeBlocks(int const*, int const*, int const*, int const*, int* out)
+{
+    return out;
+}
 template <bool common, bool single>
 void CombineFew(Lists const&, Lists const&, unsigned int, Result&)
 {
-}
-constexpr bool HasFew()
-{
-    return false;
 }
 #endif
 
