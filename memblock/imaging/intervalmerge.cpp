@@ -142,11 +142,6 @@ void unpack_three_layer_const(DerivedPointer<IntervalVector> const& v, int const
 
 namespace {
 
-bool SameTarget(IndexVector const& a, IndexVector const& b)
-{
-    return a.GetTargetData().dims == b.GetTargetData().dims;
-}
-
 /// Throw unless both have the same layers over the same kind of target.
 void CheckSameStructure(IntervalVector const& a, IntervalVector const& b)
 {

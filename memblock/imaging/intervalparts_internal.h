@@ -86,6 +86,17 @@ private:
 /// An index vector of `n` indices that are left open, for the target that `sample` has.
 DerivedPointer<IndexVector> OpenIndexVector(unsigned long n, IndexVector::TargetData const& target);
 
+/// Whether both point into arrays of the same sizes.
+inline bool SameTarget(IndexVector const& a, IndexVector const& b)
+{
+    int rank = a.TargetRank();
+    if (rank != b.TargetRank())
+        return false;
+    while (rank > 0 && a.TargetDimSize(rank - 1) == b.TargetDimSize(rank - 1))
+        --rank;
+    return rank == 0;
+}
+
 /// An image of zeros in which `count` pixels will be drawn.
 DerivedPointer<Image> ImageToDrawIn(unsigned int w, unsigned int h, DataType type,
                                     unsigned long count);
