@@ -55,11 +55,8 @@ template <bool common, bool single, class RoomA, class RoomB>
 int* CombineLists(int const* a, int na, int const* b, int nb, int* out, bool blocks, RoomA&& room_a,
                   RoomB&& room_b)
 {
-    setops::Steps const in_a = setops::StepsOf(a, na), in_b = setops::StepsOf(b, nb);
-    if (in_a.up && in_b.up) {
-        constexpr unsigned int long_run = 12; // by measurement
-        unsigned int const runs = in_a.jumps + in_b.jumps + 2;
-        if (blocks && static_cast<unsigned int>(na + nb) / long_run < runs)
+    if (setops::BothIncrease(a, na, b, nb)) {
+        if (blocks && !setops::HasLongRuns(a, na))
             return setops::MergeBlocks<common, single>(a, a + na, b, b + nb, out);
         return setops::Merge<common, single>(a, a + na, b, b + nb, out);
     }

@@ -26,47 +26,60 @@ constexpr unsigned int ahead = 512;
 
 // ---- How lists go on from number to number
 
-struct Steps {
-    bool up;            ///< each number is above the one before it
-    unsigned int jumps; ///< steps other than to the next number; some may count twice
-};
-
-/// For lists of 17 numbers and more.
-MEMBLOCK_MULTIVERSION inline Steps StepsOfLong(int const* list, std::ptrdiff_t n)
+/// Set lanes where a number is not above the one before it; for 17 numbers and more.
+MEMBLOCK_INLINE_LOOP void AddFalls(int const* list, std::ptrdiff_t n, Sixteen& falls)
 {
     constexpr std::ptrdiff_t step = 16;
-    Sixteen falls{}, jumps{}, here, before;
+    Sixteen here, before;
     for (std::ptrdiff_t i = 1;; i = std::min(i + step, n - step)) { // the last steps may overlap
         __builtin_prefetch(list + i + ahead);
         std::memcpy(&here, list + i, sizeof here);
         std::memcpy(&before, list + i - 1, sizeof before);
         falls |= here <= before;
-        auto const distance =
-            reinterpret_cast<SixteenUnsigned>(here) - reinterpret_cast<SixteenUnsigned>(before);
-        jumps -= distance != 1; // what holds is -1
         if (i == n - step)
             break;
     }
-    int any = 0, count = 0;
-    for (int k = 0; k < step; ++k) {
-        any |= falls[k];
-        count += jumps[k];
-    }
-    return {any == 0, static_cast<unsigned int>(count)};
 }
 
-inline Steps StepsOf(int const* list, std::ptrdiff_t n)
+MEMBLOCK_MULTIVERSION inline bool BothIncreaseLong(int const* a, std::ptrdiff_t na, int const* b,
+                                                   std::ptrdiff_t nb)
 {
-    constexpr std::ptrdiff_t short_list = 32; // not worth a call
-    if (n > short_list)
-        return StepsOfLong(list, n);
-    Steps steps{true, 0};
-    for (std::ptrdiff_t i = 1; i < n && steps.up; ++i) {
-        steps.up = list[i] > list[i - 1];
-        steps.jumps +=
-            static_cast<unsigned int>(list[i]) - static_cast<unsigned int>(list[i - 1]) != 1;
-    }
-    return steps;
+    Sixteen falls{};
+    AddFalls(a, na, falls);
+    AddFalls(b, nb, falls);
+    int any = 0;
+    for (int k = 0; k < 16; ++k)
+        any |= falls[k];
+    return any == 0;
+}
+
+inline bool Increases(int const* list, std::ptrdiff_t n)
+{
+    for (std::ptrdiff_t i = 1; i < n; ++i)
+        if (list[i] <= list[i - 1])
+            return false;
+    return true;
+}
+
+/// Whether in each list each number is above the one before it.
+inline bool BothIncrease(int const* a, std::ptrdiff_t na, int const* b, std::ptrdiff_t nb)
+{
+    constexpr std::ptrdiff_t worth_a_call = 17;
+    if (na >= worth_a_call && nb >= worth_a_call)
+        return BothIncreaseLong(a, na, b, nb);
+    return Increases(a, na) && Increases(b, nb);
+}
+
+/// Whether numbers from the middle of a list mostly are one more than the one before them.
+inline bool HasLongRuns(int const* list, std::ptrdiff_t n)
+{
+    constexpr std::ptrdiff_t most = 64, long_run = 12; // by measurement
+    std::ptrdiff_t const steps = std::min(n - 1, most);
+    auto const* const number = reinterpret_cast<unsigned int const*>(list) + (n - 1 - steps) / 2;
+    std::ptrdiff_t runs = 1;
+    for (std::ptrdiff_t i = 0; i < steps; ++i)
+        runs += number[i + 1] - number[i] != 1;
+    return steps >= long_run * runs;
 }
 
 // ---- One pair of lists
@@ -95,8 +108,10 @@ MEMBLOCK_INLINE_LOOP int* Merge(int const* a, int const* a_end, int const* b, in
         } else if (a_end - a >= step && b_end - b >= step && a[step - 1] == b[step - 1] &&
                    static_cast<unsigned int>(a[step - 1]) - static_cast<unsigned int>(x) ==
                        step - 1) { // eight numbers that increase by seven: a run
-            if constexpr (common)
-                out = std::copy_n(a, step, out);
+            if constexpr (common) {
+                std::memcpy(out, a, step * sizeof *a); // std::copy_n would be a call
+                out += step;
+            }
             a += step;
             b += step;
         } else {
