@@ -3,6 +3,7 @@
 #include <memblock/base/alloc.h>
 #include <memblock/base/number.h>
 #include <memblock/imaging/image.h>
+#include <memblock/imaging/intervalparts_internal.h>
 #include <memblock/imaging/shape_internal.h>
 #include <memblock/imaging/targetdata_internal.h>
 #include <memblock/vector/summary.h>
@@ -196,6 +197,10 @@ safestring IndexVector::DoGetDescription() const
 bool IndexVector::Consistent(safestring& message, bool deep) const
 {
     bool const ok = Vector::Consistent(message, deep);
+    if (ElemType() != UnsignedInt) { // a buffer of another type was put into it
+        message += Text("Cannot cast data to UnsignedInt type: %s", *this);
+        return false;
+    }
     if (!deep || Length() == 0)
         return ok;
     try {
@@ -211,6 +216,12 @@ bool IndexVector::Consistent(safestring& message, bool deep) const
         return false;
     }
     return ok;
+}
+
+void IndexVector::SetElemType(DataType type, bool, bool)
+{
+    if (type != UnsignedInt && type != NoType)
+        Raise(err_kind, "Conversion not supported: %s", *this);
 }
 
 void IndexVector::Append(DerivedPointer<Vector> v)
@@ -262,7 +273,7 @@ DerivedPointer<Image> IndexVector::GetMaskImage() const
 {
     if (TargetRank() != 2)
         Raise(err_kind, "This is not an IndexVector into an image : %s", *this);
-    DerivedPointer<Image> image = Image::Create(TargetDimSize(0), TargetDimSize(1), Byte, 1.0);
+    DerivedPointer<Image> image = ImageToDrawIn(TargetDimSize(0), TargetDimSize(1), Byte, Length());
     unsigned int const* const indices = UnsignedIntPointer();
     unsigned char* const pixels = image->BytePointer();
     unsigned int const count = image->Length();

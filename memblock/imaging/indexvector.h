@@ -75,6 +75,7 @@ public:
     PMemBlock ConvertFrom(PMemBlock, ConvertOptions const&) const override;
     PMemBlock ConvertTo(safestring const& classname) const override;
     /// Settled: indices beyond the target are not looked for.
+    /// Elements of another type are told by "Cannot cast data to UnsignedInt type: %s".
     bool Consistent(safestring& message, bool deep) const override;
     char const* ClassDescription() const override;
 
@@ -86,6 +87,8 @@ protected:
 
 public:
     DataItem ResolveSubItem(safestring const&, ThrowHandlerFunc) const override;
+    /// Indices stay what they are: any other type throws "Conversion not supported: %s".
+    void SetElemType(DataType, bool contents, bool keep_factor) override;
     /// Throws, with nothing changed, for an index vector into other dimensions: "Incompatible
     /// targets: %s AND %s".
     void Append(DerivedPointer<Vector>) override;

@@ -1,6 +1,10 @@
 #include <memblock/base/raise.h>
 #include <memblock/imaging/image.h>
 #include <memblock/imaging/intervalparts_internal.h>
+#include <memblock/imaging/shape_internal.h>
+#include <memblock/vector/vectorchunk_internal.h>
+
+#include <cstring>
 
 namespace NKelmic {
 
@@ -42,6 +46,22 @@ void Draw(IntervalVector const& v, IndexVector const& pixels, Image& image)
 
 } // namespace
 
+DerivedPointer<Image> ImageToDrawIn(unsigned int w, unsigned int h, DataType type,
+                                    unsigned long count)
+{
+    unsigned int const sizes[] = {w, h};
+    unsigned long const length = ShapeLength(sizes, 2);
+    // Where much is drawn, memory that was in use before is cleared faster than the system hands
+    // out zeros. A few pixels of a huge image touch a few pages only.
+    constexpr unsigned long sparse = 64;
+    if (count < length / sparse)
+        return Image::Create(w, h, type, 1.0);
+    TypedChunk const pixels = OpenChunk(length, type);
+    if (length > 0)
+        std::memset(pixels.Data(), 0, length * pixels.ElemSize());
+    return Image::Create(pixels, w, h, 1.0);
+}
+
 DerivedPointer<Image> IntervalVector::GetMaskImage() const
 {
     if (!Target_ || !SameName(Target_->Class(), "indexvector"))
@@ -54,8 +74,8 @@ DerivedPointer<Image> IntervalVector::GetMaskImage() const
         Raise(err_kind, "IndexVector target is not an image: %s", pixels);
     constexpr unsigned int most_short = 32000;
     bool const narrow = IntervalCount_ <= most_short;
-    auto image = Image::Create(pixels.TargetDimSize(0), pixels.TargetDimSize(1),
-                               narrow ? UnsignedShort : UnsignedInt, 1.0);
+    auto image = ImageToDrawIn(pixels.TargetDimSize(0), pixels.TargetDimSize(1),
+                               narrow ? UnsignedShort : UnsignedInt, pixels.Length());
     if (narrow)
         Draw<unsigned short>(*this, pixels, *image);
     else

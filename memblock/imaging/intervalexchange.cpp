@@ -141,7 +141,7 @@ DerivedPointer<IntervalVector> pmemory_vector_to_intervalvector(DerivedPointer<V
             RaiseElement(k, elements[k].Pointer());
         lists[k] =
             drawn ? drawn->GetMaskVector() : DerivedPointer<IndexVector>(PixelList(elements[k]));
-        if (cref(lists[k]).GetTargetData().dims != cref(lists[0]).GetTargetData().dims)
+        if (!SameTarget(cref(lists[k]), cref(lists[0])))
             Raise(err_kind, "Incompatible targets: %s AND %s", lists[0], lists[k]);
     }
     LimitArray limits = LimitsOfRows(n, [&](unsigned int k) { return cref(lists[k]).Length(); });

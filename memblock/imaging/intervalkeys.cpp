@@ -4,6 +4,7 @@
 #include <memblock/imaging/image.h>
 #include <memblock/imaging/intervalparts_internal.h>
 #include <memblock/vector/convert.h>
+#include <memblock/vector/vectorchunk_internal.h>
 
 namespace NKelmic {
 
@@ -57,9 +58,12 @@ DerivedPointer<Vector> VectorIn(SafeValue const& value, char const* refusal,
     return DerivedPointer<Vector>(vector);
 }
 
-/// The elements as limits: unsigned int, factor 1.0.
+/// The elements as limits: unsigned int, factor 1.0. Without any there are no intervals, which have
+/// one limit.
 TypedChunk AsLimits(DerivedPointer<Vector> const& vector)
 {
+    if (vector->Length() == 0)
+        return NewChunk(1, Vector::UnsignedInt);
     auto limits = cref(vector).ConvertElemsToType(Vector::UnsignedInt, true, false);
     if (cref(limits).Factor() != 1.0) {
         limits = PrivateCopy(std::move(limits));
@@ -193,29 +197,42 @@ DerivedPointer<IndexVector> FinalTarget(IntervalVector& v, ThrowHandlerFunc hand
     return final;
 }
 
-bool SetIndexVectorTarget(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc handler)
+/// Let `change` give the pixels another shape. One that no structure has is taken back.
+template <class Change>
+bool ChangeShape(IntervalVector& v, ThrowHandlerFunc handler, Change&& change)
 {
-    auto const vector = VectorIn(
-        value, "IntervalVector::set(\"indexvector_target\"): this is not a vector: %s", handler);
-    if (!vector)
-        return false;
     auto const final = FinalTarget(v, handler);
     if (!final)
         return false;
-    final->SetTargetData(ShapeOf(cref(vector)));
-    v.UpdateType();
+    auto const old = final->GetTargetData();
+    if (!change(*final))
+        return false;
+    try {
+        v.UpdateType();
+    } catch (...) {
+        final->SetTargetData(old);
+        v.UpdateType();
+        throw;
+    }
     v.ContentHasBeenChanged();
     return true;
 }
 
+bool SetIndexVectorTarget(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc handler)
+{
+    auto const vector = VectorIn(
+        value, "IntervalVector::set(\"indexvector_target\"): this is not a vector: %s", handler);
+    return vector && ChangeShape(v, handler, [&](IndexVector& pixels) {
+               pixels.SetTargetData(ShapeOf(cref(vector)));
+               return true;
+           });
+}
+
 bool SetTargetData(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc handler)
 {
-    auto const final = FinalTarget(v, handler);
-    if (!final || !final->SetSubItem("target_data", value, handler))
-        return false;
-    v.UpdateType();
-    v.ContentHasBeenChanged();
-    return true;
+    return ChangeShape(v, handler, [&](IndexVector& pixels) {
+        return pixels.SetSubItem("target_data", value, handler);
+    });
 }
 
 constexpr KeyTable interval_keys{std::to_array<Key<IntervalVector>>({

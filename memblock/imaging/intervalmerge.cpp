@@ -40,6 +40,8 @@ DerivedPointer<Vector> IntervalVector::MergedVector() const
     if (intervals.Count() == 0)
         return values.CloneSlice(0, 0);
     unsigned int const from = intervals.From(0), to = intervals.To(intervals.Count() - 1);
+    if (from == 0 && to == values.Length()) // all of them, as they stand
+        return DerivedPointer<Vector>(values.Clone(true));
     return from == to ? values.CloneSlice(0, 0) : values.CloneSlice(from, to);
 }
 
@@ -140,11 +142,6 @@ void unpack_three_layer_const(DerivedPointer<IntervalVector> const& v, int const
 
 namespace {
 
-bool SameTarget(IndexVector const& a, IndexVector const& b)
-{
-    return a.GetTargetData().dims == b.GetTargetData().dims;
-}
-
 /// Throw unless both have the same layers over the same kind of target.
 void CheckSameStructure(IntervalVector const& a, IntervalVector const& b)
 {
@@ -183,6 +180,33 @@ TypedChunk JoinedLimits(Intervals const& a, Intervals const& b, unsigned int shi
     return limits;
 }
 
+/// A target of the first elements of one, up to `last`, and behind them a part of another. What
+/// lies behind `last` belongs to no object, and can't stay between two.
+DerivedPointer<Vector> JoinedTargets(Vector const& a, unsigned int last, Vector const& b,
+                                     unsigned int from, unsigned int to)
+{
+    to = std::max(from, to); // limits may fall
+    DerivedPointer<Vector> joined(a.Clone(true));
+    bool const alike = a.ElemType() == b.ElemType() && a.Factor() == b.Factor();
+    if (alike && !Layer(joined) && !Vector::IsObject(a.ElemType())) {
+        TypedChunk const fresh = OpenChunk(last + (to - from + 0UL), a.ElemType());
+        unsigned long const width = a.ElemSize(), own = last * width;
+        auto* const out = static_cast<char*>(fresh.Data());
+        std::copy_n(static_cast<char const*>(a.Pointer()), own, out);
+        std::copy_n(static_cast<char const*>(b.Pointer()) + from * width, (to - from) * width,
+                    out + own);
+        joined->SetTypedChunk(fresh);
+        return joined;
+    }
+    if (IntervalVector* const layer = Layer(joined))
+        layer->SetIntervalCount(std::min(last, layer->IntervalCount()));
+    else
+        joined->ResizeVector(last, true, true);
+    if (from < to)
+        joined->Append(b.CloneSlice(from, to));
+    return joined;
+}
+
 } // namespace
 
 void IntervalVector::Append(DerivedPointer<Vector> v)
@@ -196,16 +220,10 @@ void IntervalVector::Append(DerivedPointer<Vector> v)
     EnsureStartAndEnd();
     added->EnsureStartAndEnd();
     Intervals const mine(*this), other(cref(added));
-    // What lies behind the last limit belongs to no object, and can't stay between two.
     unsigned int const last = mine.Count() > 0 ? mine.To(mine.Count() - 1) : 0;
-    DerivedPointer<Vector> const target(Target_->Clone(true));
-    if (IntervalVector* const layer = Layer(target))
-        layer->SetIntervalCount(std::min(last, layer->IntervalCount_));
-    else
-        target->ResizeVector(last, true, true);
-    unsigned int const from = other.From(0), to = other.To(other.Count() - 1);
-    if (from < to)
-        target->Append(MemCast<Vector>(added->Target_)->CloneSlice(from, to));
+    auto const target =
+        JoinedTargets(*MemCast<Vector>(Target_), last, *MemCast<Vector>(added->Target_),
+                      other.From(0), other.To(other.Count() - 1));
     IntervalParts::Install(*this, JoinedLimits(mine, other, last), target);
 }
 

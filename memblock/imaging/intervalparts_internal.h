@@ -1,6 +1,7 @@
 #ifndef MEMBLOCK_IMAGING_INTERVALPARTS_INTERNAL_H
 #define MEMBLOCK_IMAGING_INTERVALPARTS_INTERNAL_H
 
+#include <memblock/base/multiversion.h>
 #include <memblock/imaging/intervalvector.h>
 
 #include <algorithm>
@@ -19,6 +20,22 @@ inline unsigned int ItemCount(MemBlock const* target)
     return vector ? vector->Length() : 0;
 }
 
+namespace limits {
+
+/// The items of all intervals, cut to what the target has.
+MEMBLOCK_MULTIVERSION inline unsigned long Total(unsigned int const* start, unsigned int const* end,
+                                                 unsigned int count, unsigned int items)
+{
+    unsigned long total = 0;
+    for (unsigned int k = 0; k < count; ++k) {
+        unsigned int const from = std::min(start[k], items), to = std::min(end[k], items);
+        total += to > from ? to - from : 0;
+    }
+    return total;
+}
+
+} // namespace limits
+
 /// The intervals of a vector, cut to what the target has: limits may come from anywhere.
 class Intervals {
 public:
@@ -28,17 +45,14 @@ public:
     {
     }
     unsigned int Count() const { return count_; }
+    unsigned int Items() const { return items_; }         ///< of the target
+    unsigned int const* Starts() const { return start_; } ///< these are not cut
+    unsigned int const* Ends() const { return end_; }
     unsigned int From(unsigned int k) const { return std::min(start_[k], items_); }
     unsigned int To(unsigned int k) const { return std::clamp(end_[k], From(k), items_); }
     unsigned int Size(unsigned int k) const { return To(k) - From(k); }
     /// The items of all intervals together; they may overlap.
-    unsigned long Total() const
-    {
-        unsigned long total = 0;
-        for (unsigned int k = 0; k < count_; ++k)
-            total += Size(k);
-        return total;
-    }
+    unsigned long Total() const { return limits::Total(start_, end_, count_, items_); }
     /// Whether each interval begins where the one before it ends.
     bool Tile() const
     {
@@ -71,6 +85,21 @@ private:
 
 /// An index vector of `n` indices that are left open, for the target that `sample` has.
 DerivedPointer<IndexVector> OpenIndexVector(unsigned long n, IndexVector::TargetData const& target);
+
+/// Whether both point into arrays of the same sizes.
+inline bool SameTarget(IndexVector const& a, IndexVector const& b)
+{
+    int rank = a.TargetRank();
+    if (rank != b.TargetRank())
+        return false;
+    while (rank > 0 && a.TargetDimSize(rank - 1) == b.TargetDimSize(rank - 1))
+        --rank;
+    return rank == 0;
+}
+
+/// An image of zeros in which `count` pixels will be drawn.
+DerivedPointer<Image> ImageToDrawIn(unsigned int w, unsigned int h, DataType type,
+                                    unsigned long count);
 
 /// The inner tools that the sources of `IntervalVector` share.
 struct IntervalParts {

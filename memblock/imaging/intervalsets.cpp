@@ -11,52 +11,63 @@ namespace NKelmic {
 
 namespace {
 
-/// The list in ascending order: itself, or a copy in `work`.
-int const* Sorted(int const* list, int n, int* work)
+/// Call `work` with the parts that a set operation keeps, see setops.
+template <class Work>
+decltype(auto) WithSetOperation(char op, Work&& work)
+{
+    switch (op) {
+    case '&':
+        return work.template operator()<true, false>();
+    case '|':
+        return work.template operator()<true, true>();
+    case '^':
+        return work.template operator()<false, true>();
+    default:
+        Raise(err_request, "IntervalVector::op(): operation not supported: \"%c\"", op);
+    }
+}
+
+template <bool common, bool single>
+int* CombineSorted(int const* a, int na, int const* b, int nb, int* out)
+{
+    if constexpr (!single)
+        return std::set_intersection(a, a + na, b, b + nb, out);
+    else if constexpr (common)
+        return std::set_union(a, a + na, b, b + nb, out);
+    else
+        return std::set_symmetric_difference(a, a + na, b, b + nb, out);
+}
+
+/// The list in ascending order: itself, or a copy where `room(n)` is.
+template <class Room>
+int const* Sorted(int const* list, int n, Room&& room)
 {
     if (std::is_sorted(list, list + n))
         return list;
-    std::copy(list, list + n, work);
-    std::sort(work, work + n);
-    return work;
+    int* const copy = room(n);
+    std::copy(list, list + n, copy);
+    std::sort(copy, copy + n);
+    return copy;
 }
 
-/// Lists without repeated numbers.
-int* CombineIncreasing(char op, int const* a, int na, int const* b, int nb, int* out)
+/// blocks: whether setops::MergeBlocks is there, and finds room.
+template <bool common, bool single, class RoomA, class RoomB>
+int* CombineLists(int const* a, int na, int const* b, int nb, int* out, bool blocks, RoomA&& room_a,
+                  RoomB&& room_b)
 {
-    switch (op) {
-    case '&':
-        return setops::Merge<true, false>(a, a + na, b, b + nb, out);
-    case '|':
-        return setops::Merge<true, true>(a, a + na, b, b + nb, out);
-    default:
-        return setops::Merge<false, true>(a, a + na, b, b + nb, out);
+    if (setops::BothIncrease(a, na, b, nb)) {
+        if (blocks && !setops::HasLongRuns(a, na))
+            return setops::MergeBlocks<common, single>(a, a + na, b, b + nb, out);
+        return setops::Merge<common, single>(a, a + na, b, b + nb, out);
     }
-}
-
-int* CombineSorted(char op, int const* a, int na, int const* b, int nb, int* out)
-{
-    switch (op) {
-    case '&':
-        return std::set_intersection(a, a + na, b, b + nb, out);
-    case '|':
-        return std::set_union(a, a + na, b, b + nb, out);
-    default:
-        return std::set_symmetric_difference(a, a + na, b, b + nb, out);
-    }
+    a = Sorted(a, na, room_a);
+    b = Sorted(b, nb, room_b);
+    return CombineSorted<common, single>(a, na, b, nb, out);
 }
 
 bool IsPixelList(PMemBlock const& target)
 {
     return target && SameName(target->Class(), "indexvector");
-}
-
-unsigned int LongestInterval(Intervals const& intervals)
-{
-    unsigned int longest = 0;
-    for (unsigned int k = 0; k < intervals.Count(); ++k)
-        longest = std::max(longest, intervals.Size(k));
-    return longest;
 }
 
 int const* Pixels(PMemBlock const& target)
@@ -70,111 +81,143 @@ class StencilBuilder {
 public:
     /// Room is made for `expected` pixels, and for `most` when they are more.
     StencilBuilder(IntervalVector const& model, unsigned long most, unsigned long expected)
-        : limits_(model.IntervalCount() + 1UL), most_(most), room_(std::min(expected, most)),
-          pixels_(OpenIndexVector(room_, model.IndexVectorTarget()->GetTargetData())),
-          out_(pixels_->UnsignedIntPointer())
+        : limits_(model.IntervalCount() + 1UL), most_(most),
+          pixels_(
+              OpenIndexVector(std::min(expected, most), model.IndexVectorTarget()->GetTargetData()))
     {
         limits_[0] = 0;
+        result_.limits = &limits_[0];
+        UseRoom(0);
     }
     /// Where the next object goes, which has up to `most` pixels.
-    unsigned int* Room(unsigned long most)
+    int* Room(unsigned long most)
     {
-        if (used_ + most > room_) [[unlikely]] {
-            room_ = most_;
-            pixels_->ResizeVector(room_, true, false);
-            out_ = pixels_->UnsignedIntPointer();
+        if (most > static_cast<unsigned long>(result_.end - result_.next)) [[unlikely]] {
+            pixels_->ResizeVector(most_, true, false);
+            UseRoom(result_.next - result_.begin);
         }
-        return out_ + used_;
+        return result_.next;
     }
-    /// End the next object behind what was written to `Room`.
-    void Close(unsigned int count)
-    {
-        used_ += count;
-        limits_[++objects_] = used_;
-    }
+    /// End the next object ahead of `to`.
+    void Close(int* to) { result_.Close(to); }
+    setops::Result& Written() { return result_; }
     DerivedPointer<IntervalVector> Finish()
     {
-        pixels_->ResizeVector(used_, true, true);
-        return IntervalVector::Create(objects_, LimitArray::base, limits_.Take(), mb_free, pixels_);
+        pixels_->ResizeVector(static_cast<unsigned long>(result_.next - result_.begin), true, true);
+        return IntervalVector::Create(result_.objects, LimitArray::base, limits_.Take(), mb_free,
+                                      pixels_);
     }
 
 private:
+    void UseRoom(std::ptrdiff_t used)
+    {
+        result_.begin = pixels_->IntPointer();
+        result_.next = result_.begin + used;
+        result_.end = result_.begin + pixels_->Length();
+    }
+
     LimitArray limits_;
-    unsigned long most_, room_;
+    unsigned long most_;
     DerivedPointer<IndexVector> pixels_;
-    unsigned int* out_;
-    unsigned int used_ = 0, objects_ = 0;
+    setops::Result result_{};
 };
 
-/// The set operation on the objects of two structures, one number after the other.
+/// A set operation on the objects of two structures, one number after the other.
+template <bool common, bool single>
 class ObjectPairs {
 public:
-    ObjectPairs(char op, IntervalVector const& a, IntervalVector const& b)
-        : op_(op), left_(a), right_(b), pixels_a_(Pixels(a.Target())),
-          pixels_b_(Pixels(b.Target())), work_a_(LongestInterval(left_)),
-          work_b_(LongestInterval(right_))
+    ObjectPairs(IntervalVector const& a, IntervalVector const& b)
+        : left_(a), right_(b), pixels_a_(Pixels(a.Target())), pixels_b_(Pixels(b.Target())),
+          most_(left_.Total() + (single ? right_.Total() : 0))
     {
     }
-    unsigned int Count() const { return left_.Count(); }
-    struct Pair {
-        int const *a, *b;
-        unsigned int na, nb;
-        unsigned int most; ///< pixels of the result
-    };
-    Pair At(unsigned int k) const
-    {
-        unsigned int const from_a = left_.From(k), from_b = right_.From(k);
-        unsigned int const na = left_.To(k) - from_a, nb = right_.To(k) - from_b;
-        return {pixels_a_ + from_a, pixels_b_ + from_b, na, nb, op_ == '&' ? na : na + nb};
-    }
-    unsigned long Most() const { return left_.Total() + (op_ == '&' ? 0 : right_.Total()); }
-    unsigned int Write(Pair const& pair, unsigned int* out)
-    {
-        return static_cast<unsigned int>(
-            intvecop(op_, pair.a, static_cast<int>(pair.na), pair.b, static_cast<int>(pair.nb),
-                     reinterpret_cast<int*>(out), work_a_.data(), work_b_.data()));
-    }
+    unsigned long Most() const { return most_; }
     /// The pixels of the whole result, some more than it has by a sample of its objects. Memory
     /// that is asked for and given back unused costs more than the operation itself.
     unsigned long Expected()
     {
-        constexpr unsigned int stride = 64, few = 16 * stride;
-        unsigned long const most = Most();
-        if (Count() < few)
-            return most;
-        std::vector<unsigned int> out(work_a_.size() + work_b_.size());
+        constexpr unsigned int parts = 16, part = 64; // neighbours lie in one piece of memory
+        if (left_.Count() < 2 * parts * part)
+            return most_;
+        std::vector<int> out;
         unsigned long sampled = 0, written = 0;
-        for (unsigned int k = 0; k < Count(); k += stride) {
-            Pair const pair = At(k);
-            sampled += pair.most;
-            written += Write(pair, out.data());
-        }
+        for (unsigned int i = 0; i < parts; ++i)
+            for (unsigned int j = 0; j < part; ++j) {
+                Pair const pair = At(left_.Count() / parts * i + j);
+                out.resize(std::max(out.size(), pair.most + setops::lanes));
+                sampled += pair.most;
+                int* const end = Write(pair, out.data(), out.data() + out.size());
+                written += static_cast<unsigned long>(end - out.data());
+            }
         double const share = sampled > 0 ? double(written) / double(sampled) : 1.0;
-        return static_cast<unsigned long>(double(most) * std::min(share * 1.0625, 1.0)) +
+        return static_cast<unsigned long>(double(most_) * std::min(share * 1.0625, 1.0)) +
                out.size();
+    }
+    void WriteAll(StencilBuilder& result)
+    {
+        setops::Lists const a = Numbers(left_, pixels_a_), b = Numbers(right_, pixels_b_);
+        setops::Result const& written = result.Written();
+        while (written.objects < left_.Count()) {
+            if (setops::HasLanes())
+                setops::CombineFew<common, single>(a, b, left_.Count(), result.Written());
+            if (written.objects == left_.Count())
+                break;
+            Pair const pair = At(written.objects);
+            int* const out = result.Room(pair.most);
+            result.Close(Write(pair, out, written.end));
+        }
     }
 
 private:
-    char op_;
+    struct Pair {
+        int const *a, *b;
+        int na, nb;
+        unsigned long most; ///< pixels of the result
+    };
+    static setops::Lists Numbers(Intervals const& intervals, int const* pixels)
+    {
+        return {pixels, intervals.Starts(), intervals.Ends(), intervals.Items()};
+    }
+    Pair At(unsigned int k) const
+    {
+        unsigned int const from_a = left_.From(k), from_b = right_.From(k);
+        unsigned int const na = left_.To(k) - from_a, nb = right_.To(k) - from_b;
+        return {pixels_a_ + from_a, pixels_b_ + from_b, static_cast<int>(na), static_cast<int>(nb),
+                na + (single ? static_cast<unsigned long>(nb) : 0UL)};
+    }
+    int* Write(Pair const& pair, int* out, int const* room_end)
+    {
+        bool const blocks = setops::HasLanes() &&
+                            static_cast<unsigned long>(room_end - out) >= pair.most + setops::lanes;
+        auto const room = [](std::vector<int>& work) {
+            return [&work](int n) {
+                work.resize(std::max(work.size(), static_cast<std::size_t>(n)));
+                return work.data();
+            };
+        };
+        return CombineLists<common, single>(pair.a, pair.na, pair.b, pair.nb, out, blocks,
+                                            room(work_a_), room(work_b_));
+    }
+
     Intervals left_, right_;
     int const *pixels_a_, *pixels_b_;
-    std::vector<int> work_a_, work_b_;
+    unsigned long most_;
+    std::vector<int> work_a_, work_b_; // for lists that have to be sorted
 };
 
 PMemBlock Combine(char op, IntervalVector const& a, IntervalVector const& b)
 {
-    if (a.IntervalCount() != b.IntervalCount())
-        Raise(err_kind,
-              "Logical operation \"%c\" only supported for operands with the same number of "
-              "geometrical figures. These operands have %d and %d.",
-              op, a.IntervalCount(), b.IntervalCount());
-    ObjectPairs pairs(op, a, b);
-    StencilBuilder result(a, pairs.Most(), pairs.Expected());
-    for (unsigned int k = 0; k < pairs.Count(); ++k) {
-        auto const pair = pairs.At(k);
-        result.Close(pairs.Write(pair, result.Room(pair.most)));
-    }
-    return result.Finish();
+    return WithSetOperation(op, [&]<bool common, bool single>() -> PMemBlock {
+        if (a.IntervalCount() != b.IntervalCount())
+            Raise(err_kind,
+                  "Logical operation \"%c\" only supported for operands with the same number of "
+                  "geometrical figures. These operands have %d and %d.",
+                  op, a.IntervalCount(), b.IntervalCount());
+        ObjectPairs<common, single> pairs(a, b);
+        StencilBuilder result(a, pairs.Most(), pairs.Expected());
+        pairs.WriteAll(result);
+        return result.Finish();
+    });
 }
 
 PMemBlock LogicalOp(char op, IntervalVector const& v, PMemBlock const& rhs)
@@ -186,8 +229,6 @@ PMemBlock LogicalOp(char op, IntervalVector const& v, PMemBlock const& rhs)
               op, v);
     IntervalVector const* const other = MemCast<IntervalVector>(rhs);
     if (other && IsPixelList(other->Target())) {
-        if (op == '!') // told here, as without objects nothing would come to it
-            Raise(err_request, "IntervalVector::op(): operation not supported: \"%c\"", op);
         return Combine(op, v, *other);
     }
     if (rhs.Conforms("image")) {
@@ -233,13 +274,11 @@ DerivedPointer<IndexVector> OpenIndexVector(unsigned long n, IndexVector::Target
 
 int intvecop(char op, int const* a, int na, int const* b, int nb, int* out, int* worka, int* workb)
 {
-    if (op != '&' && op != '|' && op != '^')
-        Raise(err_request, "IntervalVector::op(): operation not supported: \"%c\"", op);
-    if (setops::Increases(a, na) && setops::Increases(b, nb))
-        return static_cast<int>(CombineIncreasing(op, a, na, b, nb, out) - out);
-    a = Sorted(a, na, worka);
-    b = Sorted(b, nb, workb);
-    return static_cast<int>(CombineSorted(op, a, na, b, nb, out) - out);
+    auto const in = [](int* work) { return [work](int) { return work; }; };
+    return WithSetOperation(op, [&]<bool common, bool single>() {
+        return static_cast<int>(
+            CombineLists<common, single>(a, na, b, nb, out, false, in(worka), in(workb)) - out);
+    });
 }
 
 PMemBlock IntervalVector::op(char operation, PMemBlock rhs, op_options const& options) const
@@ -274,9 +313,13 @@ DerivedPointer<IntervalVector> intvecimageand(DerivedPointer<IntervalVector> v,
         reinterpret_cast<unsigned int const*>(Pixels(objects.IndexVectorTarget()));
     auto const keep = [&]<class T>(T const* pixels) {
         StencilBuilder result(objects, intervals.Total(), intervals.Total());
-        for (unsigned int k = 0; k < intervals.Count(); ++k)
-            result.Close(intvecimageand_tmpl(indices + intervals.From(k), intervals.Size(k), pixels,
-                                             mask.Length(), result.Room(intervals.Size(k))));
+        for (unsigned int k = 0; k < intervals.Count(); ++k) {
+            unsigned int const n = intervals.Size(k);
+            auto* const out = reinterpret_cast<unsigned int*>(result.Room(n));
+            unsigned int const kept =
+                intvecimageand_tmpl(indices + intervals.From(k), n, pixels, mask.Length(), out);
+            result.Close(reinterpret_cast<int*>(out + kept));
+        }
         return result.Finish();
     };
     if (mask.ElemSize() == 1)

@@ -134,15 +134,17 @@ void IntervalVector::AddEndArray()
 
 void IntervalVector::ResizeVector(unsigned long n, bool keep, bool init)
 {
-    if (!EndArray_) // no intervals have one limit, too
-        n = std::max(n, 1UL);
-    IndexVector::ResizeVector(n, keep, init);
-    if (EndArray_) {
-        if (EndArray_->RefCount() > 1)
-            EndArray_ = EndArray_->Clone(true);
-        MemCast<Vector>(EndArray_)->ResizeVector(n, true, true);
+    if (!EndArray_) {
+        n = std::max(n, 1UL); // no intervals have one limit, too
+        IndexVector::ResizeVector(n, keep, init);
+        IntervalCount_ = static_cast<unsigned int>(n - 1);
+        return;
     }
-    IntervalCount_ = static_cast<unsigned int>(EndArray_ ? n : n - 1);
+    PMemBlock const ends = EndArray_->Clone(true); // two arrays change together or not at all
+    MemCast<Vector>(ends)->ResizeVector(n, true, true);
+    IndexVector::ResizeVector(n, keep, init);
+    EndArray_ = ends;
+    IntervalCount_ = static_cast<unsigned int>(n);
 }
 
 void IntervalVector::SetIntervalCount(unsigned int n)
@@ -263,7 +265,7 @@ void IntervalParts::Install(IntervalVector& v, TypedChunk const& limits, PMemBlo
     PMemBlock const old_target = std::exchange(v.Target_, PMemBlock(target));
     PMemBlock const old_ends = std::exchange(v.EndArray_, PMemBlock());
     v.SetTypedChunk(limits);
-    v.ResizeVector(v.Length(), true, true); // counts the intervals; those of no limits have one
+    v.ResizeVector(v.Length(), true, true); // counts the intervals
 }
 
 void IntervalParts::ReplaceTarget(IntervalVector& v, PMemBlock const& target)
@@ -467,10 +469,6 @@ safestring IntervalVector::DoGetDescription() const
 
 bool IntervalVector::Consistent(safestring& message, bool deep) const
 {
-    if (ElemType() != UnsignedInt) {
-        message += Text("Cannot cast data to UnsignedInt type: %s", *this);
-        return false;
-    }
     if (!IndexVector::Consistent(message, deep))
         return false;
     bool const bad_type = [&] {

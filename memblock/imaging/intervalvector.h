@@ -94,7 +94,7 @@ public:
     DataItem ResolveSubItem(safestring const&, ThrowHandlerFunc) const override;
     /// Make the structure fit another logical class, see `RebuildAs`.
     void DoSetLgType(int) override;
-    /// The number of intervals follows the length.
+    /// The number of intervals follows the length. If it throws, nothing has changed.
     void ResizeVector(unsigned long n, bool keep, bool init) override;
     /// Permutes the intervals; the target is left alone, so this ends in separate ends.
     void Rearrange(int const* order, unsigned int n, unsigned int newcount,

@@ -1,6 +1,7 @@
 #include "images.h"
 
 #include <memblock/imaging/datacube.h>
+#include <memblock/imaging/intervalvector.h>
 #include <memblock/imaging/numrange.h>
 #include <memblock/imaging/point.h>
 
@@ -187,6 +188,31 @@ TEST(IndexVector, IsAPlainVectorOnceItsElementsAreNoIndices)
     auto const points = Ints({1, 2})->op('p', Ints({1, 2}), options);
     EXPECT_EQ(TextOf(VectorOf(points)), "6 12");
     EXPECT_TRUE(points->Conforms("mask"));
+}
+
+TEST(IndexVector, KeepsItsElementType)
+{
+    std::pair<DerivedPointer<IndexVector>, char const*> const cases[] = {
+        {Region({6, 9}, 5, 4), "Mask for 5x4 images, in vector representation."},
+        {IntervalVector::Create(2, Region({6, 9}, 5, 4)),
+         "Stencil of 2 objects for 5x4 images, in vector representation."},
+        {Region({}, 5, 4), "Mask for 5x4 images, in vector representation."}};
+    for (auto const& [v, description] : cases) {
+        auto const before = TextOf(*v);
+        std::string const refusal = std::string("Conversion not supported: ") + description;
+        for (char const* type : {"string", "double", "int", "byte", "memblock"})
+            EXPECT_RAISES(v->SetSubItem("elemtype", DataItem(type), throw_always), 128,
+                          refusal.c_str());
+        EXPECT_RAISES(v->SetElemType(Vector::Byte, false, true), 128, refusal.c_str());
+        v->SetSubItem("elemtype", DataItem("unsigned,int"), throw_always);
+        EXPECT_EQ(TextOf(*v), before);
+        EXPECT_EQ(Faults(*v), "");
+    }
+    auto const texts = Region({6}, 5, 4);
+    texts->SetTypedChunk(Texts({"six"})->Chunk());
+    EXPECT_EQ(
+        Faults(*texts),
+        "Cannot cast data to UnsignedInt type: Mask for 5x4 images, in vector representation.");
 }
 
 TEST(IndexVector, ListsPixelsOfAMaskInAscendingOrder)

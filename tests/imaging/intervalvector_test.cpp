@@ -1,6 +1,7 @@
 #include <memblock/imaging/image.h>
 #include <memblock/imaging/intervalvector.h>
 
+#include <support/failing_alloc.h>
 #include <support/raises.h>
 #include <support/vectors.h>
 
@@ -182,7 +183,7 @@ TEST(IntervalVector, ReformatSortsAndParts)
     none->SetSubItem("outer_index_array", SafeValue(UInts({})), throw_always);
     EXPECT_TRUE(IsConsistent(none) && none->IntervalCount() == 0);
 
-    zones->SetElemType(Vector::Double, true, false); // what can't be limits is told, not read
+    zones->SetTypedChunk(Doubles({0, 2, 4})->Chunk()); // what can't be limits is told, not read
     safestring message;
     EXPECT_FALSE(zones->Consistent(message, true));
     EXPECT_RAISES(zones->MergedTarget(), 128,
@@ -248,6 +249,15 @@ TEST(IntervalVector, KeysRebuildAStructureInAnyOrder)
     auto const stencil = StencilOf({{6}});
     stencil->SetSubItem("target_data", SafeValue(UInts({10, 2})), throw_always);
     EXPECT_EQ(Read(stencil, "imagewidth").GetInt(), 10);
+    for (char const* key : {"target_data", "indexvector_target"}) // no structure has such pixels
+        EXPECT_THROW(
+            stencil->SetSubItem(key,
+                                SafeValue(IndexVector::Create(
+                                    UInts({1, 1, 1, 1}), IndexVector::TargetData(4, 1, 1, 1, 1))),
+                                throw_always),
+            Exception);
+    EXPECT_EQ(Read(stencil, "imagewidth").GetInt(), 10);
+    EXPECT_TRUE(IsConsistent(stencil));
     for (char const* key : {"inner_index_array", "inner_vector", "outer_index_array",
                             "medium_index_array", "target", "indexvector_target"})
         EXPECT_RAISES(
@@ -266,11 +276,15 @@ TEST(IntervalVector, SetOperationsFollowTheStandardAlgorithms)
         Rows a(n), b(n);
         for (auto* rows : {&a, &b})
             for (auto& row : *rows) {
-                for (unsigned int size = random() % 12; size > 0; --size)
-                    row.push_back(random() % 20);
+                unsigned int const most = random() % 3 ? 24 : 150;
+                for (unsigned int size = random() % most; size > 0; --size)
+                    row.push_back(random() % 9 ? random() % (2 * most)
+                                               : 0x7FFFFFFFu - random() % 3);
                 if (random() % 2)
                     std::sort(row.begin(), row.end());
-                if (random() % 2) // a row of pixels
+                if (random() % 2) // lists of an object have a number once, mostly
+                    row.erase(std::unique(row.begin(), row.end()), row.end());
+                if (random() % 4 == 0) // a row of pixels
                     std::iota(row.begin(), row.end(), random() % 9);
             }
         auto const x = StencilOf(a), y = StencilOf(b);
@@ -293,11 +307,12 @@ TEST(IntervalVector, SetOperationsFollowTheStandardAlgorithms)
         EXPECT_EQ(RowsOf(x), a); // operands stay
     }
     // Many objects, where those that are sampled for the room have nothing in common.
-    Rows many(1500, {1, 2, 3, 7}), others = many, common = many;
-    for (std::size_t k = 0; k < many.size(); k += 64) {
-        others[k] = {4, 5};
-        common[k] = {};
-    }
+    Rows many(4096, {1, 2, 3, 7}), others = many, common = many;
+    for (std::size_t k = 0; k < many.size(); ++k)
+        if (k % 256 < 64) {
+            others[k] = {4, 5};
+            common[k] = {};
+        }
     EXPECT_EQ(RowsOf(StencilOf(many)->op('&', StencilOf(others), op_options())), common);
 
     auto const image = Image::Create(5, 4, Vector::Byte, 1.0);
@@ -374,6 +389,11 @@ TEST(IntervalVector, AppendPutsObjectsBehindObjects)
     v->Append(v);
     EXPECT_EQ(v->IntervalCount(), 8u);
     EXPECT_EQ(RowsOf(shared), (Rows{{8}, {}, {9, 10}}));
+    auto const numbers = Over({1, 2}, Doubles({9, 0.5, 9})); // the nines belong to no object
+    numbers->Append(Over({1, 3}, Bytes({4, 5, 6})));
+    numbers->Append(Over({0, 1}, Doubles({2.5})));
+    EXPECT_EQ(TextOf(numbers->MergedVector()), "0.5 5 6 2.5");
+    EXPECT_TRUE(IsConsistent(numbers));
     auto const zones = Zones();
     zones->Append(Zones());
     EXPECT_TRUE(IsConsistent(zones));
@@ -423,6 +443,30 @@ TEST(IntervalVector, VectorsOfVectorsComeAndGo)
                   128,
                   "Type of vector element 0 not supported: Vector of 1 elements of type string");
     EXPECT_EQ(IntervalVector::CreateFromStdVectors<safestring>(0, nullptr)->IntervalCount(), 0u);
+}
+
+TEST(IntervalVector, AResizeThatFailsLeavesBothLimitsAsTheyWere)
+{
+    for (unsigned int const length : {40000u, 1u}) {
+        bool failed = true;
+        for (unsigned int n = 1; failed; ++n) {
+            auto const v = StencilOf(Rows(300, {6, 7}));
+            v->AddEndArray();
+            PMemBlock const copy = v->Clone(n % 2); // shares the limits, or has its own
+            bool done = true;
+            {
+                memtest::FailAllocations const fail(n);
+                try {
+                    v->ResizeVector(length, true, true);
+                } catch (std::exception const&) {
+                    done = false;
+                }
+                failed = fail.Failed();
+            }
+            EXPECT_TRUE(done ? v->IntervalCount() == length : *v == *copy);
+            EXPECT_TRUE(IsConsistent(v));
+        }
+    }
 }
 
 TEST(IntervalVector, NoLimitsReachBeyondTheTarget)
