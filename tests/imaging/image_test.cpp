@@ -226,6 +226,8 @@ TEST(Image, CountsNoFewerObjectsThanItsGreatestLabel)
 
     auto const far = Picture<unsigned int>(1, 1, {4000000000u});
     EXPECT_EQ(far->GetStencilCount(), 0x7FFFFFFF);
+    EXPECT_TRUE(far->SetSubItem("0,0", DataItem(3000000000LL), throw_always));
+    EXPECT_EQ(cref(far).UnsignedIntPointer()[0], 3000000000u);
 }
 
 TEST(Image, SaysWhatIsWrongWithIt)
