@@ -3,7 +3,9 @@
 #include <memblock/core/attempt_internal.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/core/subitem_internal.h>
+#include <memblock/imaging/image.h>
 #include <memblock/serial/factory.h>
+#include <memblock/vector/summary.h>
 #include <memblock/vector/vector.h>
 
 #include <vector>
@@ -36,17 +38,36 @@ void DropHashes(MemBlock& object)
     object.SetSecondaryItem(MemBlock::key_md5_plain, {});
 }
 
-// Do what flushes an object's cache, but for the transient container: that stays.
+// Do what flushes an object's cache, but for one item: that stays.
+template <class Change>
+bool Keeping(int key, MemBlock& object, Change&& change)
+{
+    DataItem item;
+    bool const has_item = object.PimplIfAny() && object.ExistsSecondaryItem(key, item);
+    bool const done = change();
+    if (has_item)
+        object.SetSecondaryItem(key, item);
+    return done;
+}
+
 template <class Change>
 bool KeepingTransient(MemBlock& object, Change&& change)
 {
-    DataItem transient;
-    bool const has_transient =
-        object.PimplIfAny() && object.ExistsSecondaryItem(MemBlock::key_transient, transient);
-    bool const done = change();
-    if (has_transient)
-        object.SetSecondaryItem(MemBlock::key_transient, transient);
-    return done;
+    return Keeping(MemBlock::key_transient, object, change);
+}
+
+// An image flushes its cache with each write. A maximum that stands there again holds: stencils
+// keep that of their labels in step, or each of many writes of pixels would look at all of them.
+void FlushWritten(MemBlock& object)
+{
+    auto const flush = [&] {
+        object.ContentHasBeenChanged();
+        return true;
+    };
+    if (object.PimplIfAny() && dynamic_cast<Image*>(&object))
+        Keeping(key_max, object, flush);
+    else
+        flush();
 }
 
 void DropCachedValues(MemBlock& object)
@@ -181,6 +202,8 @@ private:
                 in_attribute = true;
             } else if (in_attribute) {
                 DropCachedValues(*level->object);
+            } else if (level == levels_.rbegin()) {
+                FlushWritten(*level->object);
             } else {
                 level->object->ContentHasBeenChanged();
             }

@@ -108,7 +108,7 @@ DataItem DataCube::ResolveSubItem(safestring const& key, ThrowHandlerFunc handle
 bool DataCube::DoSetSubItem(safestring const& key, SafeValue const& value,
                             safestring const& full_path, ThrowHandlerFunc handler)
 {
-    Coordinates const point = ReadCoordinates(key.c_str(), key.size());
+    Coordinates const point = ReadCoordinates(key.c_str(), key.size(), true);
     if (point.count == 0)
         return Vector::DoSetSubItem(key, value, full_path, handler);
     return Attempt(handler, [&] {

@@ -21,11 +21,16 @@ unsigned long ShapeLength(unsigned int const* sizes, int rank)
     return length;
 }
 
-Coordinates ReadCoordinates(char const* key, std::size_t length)
+Coordinates ReadCoordinates(char const* key, std::size_t length, bool blanks)
 {
     Coordinates point;
     char const* const end = key + length;
+    auto const skip_blanks = [&](char const*& p) {
+        while (blanks && p != end && *p == ' ')
+            ++p;
+    };
     for (char const* p = key;; ++p) {
+        skip_blanks(p);
         char const* const first = p;
         unsigned long value = 0;
         for (; p != end && *p >= '0' && *p <= '9'; ++p)
@@ -33,6 +38,7 @@ Coordinates ReadCoordinates(char const* key, std::size_t length)
         if (p == first || point.count == 3)
             return {};
         point.at[static_cast<std::size_t>(point.count++)] = value;
+        skip_blanks(p);
         if (p == end)
             return point;
         if (*p != ',')

@@ -214,16 +214,16 @@ void Image::SetPixel(unsigned int index, SafeValue const& value)
         before = Elem(index);
     }
     if (value.GetType() == it_int || value.GetType() == it_int64)
-        SetElem(index, value.GetInt());
+        SetElem(index, value.GetInt64());
     else
         SetElem(index, value.GetFloating());
     if (!counts)
         return;
     double const now = Elem(index);
     if (greatest.IsDefined()) {
+        bool const as_int = !IsInSet<FloatTypes>(ElemType()) && now <= 0x7FFFFFFF;
         if (now >= greatest.GetDouble())
-            SetSecondaryItem(key_max,
-                             now <= 0x7FFFFFFF ? DataItem(TruncToInt(now)) : DataItem(now));
+            SetSecondaryItem(key_max, as_int ? DataItem(TruncToInt(now)) : DataItem(now));
         else if (before < greatest.GetDouble())
             SetSecondaryItem(key_max, greatest);
     }

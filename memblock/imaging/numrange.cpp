@@ -88,7 +88,10 @@ safestring NumRange::DoGetDescription() const
 
 DerivedPointer<Vector> NumRange::Exploded() const
 {
+    constexpr long most = 1L << 28; // all are written: a slip must not eat the machine's memory
     long const length = static_cast<long>(End()) - Begin() + (Exclusive() ? 0 : 1);
+    if (length > most)
+        Raise(err_state, "Too many numbers in the range: %s", *this);
     DerivedPointer<Vector> numbers =
         Vector::Create(OpenChunk(static_cast<unsigned long>(std::max(length, 0L)), Int), 1.0);
     int* const first = numbers->IntPointer();

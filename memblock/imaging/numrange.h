@@ -33,7 +33,7 @@ public:
     int End() const { return At(1); }
     /// All integers of the range, as Int; none if it runs backwards.
     ///
-    /// Throws: 256 for more than a vector can hold.
+    /// Throws: 256 "Too many numbers in the range: %s" for more than 2^28.
     DerivedPointer<Vector> Exploded() const;
 
 protected:

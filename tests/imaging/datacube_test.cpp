@@ -159,12 +159,12 @@ TEST(DataCube, AnswersKeysOfOneTwoAndThreeNumbers)
               "1 11 21");
     EXPECT_EQ(NKelmic::TextOf(VectorOf(cube->GetSubItem("mask", throw_always).GetMemory())), "1");
     EXPECT_THROW(cube->GetSubItem("99999999999999999999", throw_always), Exception);
-    EXPECT_TRUE(cube->SetSubItem("1,0,2", DataItem(5), throw_always));
+    EXPECT_TRUE(cube->SetSubItem(" 1, 0 ,2", DataItem(5), throw_always));
     EXPECT_TRUE(cube->SetSubItem("0,0", DataItem(Ints({7, 8, 9})), throw_always));
     EXPECT_TRUE(cube->SetSubItem("1", DataItem(Picture<char>(2, 1, {3, 4})), throw_always));
     EXPECT_EQ(TextOf(cube), "7 1 3 4 9 5");
     for (char const* key :
-         {"3", "9,9", "0,0,9", "1,2,3,4", "4294967296,0,0", "0,0,18446744073709551615"})
+         {"3", "9,9", "0,0,9", "1,2,3,4", "0 0,0,0", "4294967296,0,0", "0,0,18446744073709551615"})
         EXPECT_FALSE(cube->SetSubItem(key, DataItem(1), throw_never)) << key;
     EXPECT_FALSE(cube->SetSubItem("0", DataItem(Ints({1, 2})), throw_never));
     EXPECT_EQ(TextOf(cube), "7 1 3 4 9 5");

@@ -206,6 +206,15 @@ TEST(Image, CountsNoFewerObjectsThanItsGreatestLabel)
         EXPECT_EQ(image->SecondaryInt(100, throw_always), value);
         EXPECT_EQ(Faults(*image), "");
     }
+    // They look at no pixel but the written one: a maximum that is known is kept in step.
+    image->UnsignedShortPointer()[0] = 99; // and nobody told
+    ASSERT_TRUE(image->SetSubItem("1,1", DataItem(13), throw_always));
+    EXPECT_EQ(image->GetStencilCount(), 13);
+    image->UnsignedShortPointer()[0] = 0;
+    auto const fractions = Picture<float>(3, 3, {});
+    fractions->SetType(Image::stencil);
+    ASSERT_TRUE(fractions->SetSubItem("1,1", DataItem(2.5), throw_always));
+    EXPECT_EQ(fractions->SecondaryDouble(100, throw_always), 2.5);
     // Another label width keeps class and count, any other type ends both.
     image->SetElemType(Vector::UnsignedInt, true, true);
     EXPECT_EQ(image->Type(), Image::stencil);
@@ -251,6 +260,9 @@ TEST(Image, PixelsAreWrittenByTheirPlace)
     for (char const* key : {"9e99,0", "0,4294967296", "1,2", "x,1"})
         EXPECT_FALSE(image->SetSubItem(key, DataItem(7), throw_never)) << key;
     EXPECT_FALSE(image->SetSubItem("0,0", DataItem(40000), throw_never));
+    auto const wide = Picture<long long>(1, 1, {0});
+    EXPECT_TRUE(wide->SetSubItem("0,0", DataItem((1LL << 60) + 1), throw_always));
+    EXPECT_EQ(*cref(wide).TypedPointer<long long>(), (1LL << 60) + 1);
     EXPECT_EQ(TextOf(image), "1 7 14 4");
 }
 

@@ -133,6 +133,7 @@ TEST(IndexVector, IsSetUpByKeys)
     EXPECT_TRUE(region->SetSubItem("target_rank", DataItem(3), throw_always));
     EXPECT_TRUE(region->SetSubItem("target_dimsize2", DataItem(9), throw_always));
     EXPECT_TRUE(region->SetSubItem("target_dimsize3", DataItem(9), throw_always)); // no such one
+    EXPECT_TRUE(region->SetSubItem("target_dimsize-1", DataItem(9), throw_always));
     EXPECT_EQ(DimsOf(region->GetTargetData()), "0 0 9 here");
     EXPECT_TRUE(region->GetSubItem("imagewidth", throw_never).IsUndefined());
     EXPECT_TRUE(region->SetSubItem("target_data", DataItem(Bytes({2, 3}, 2.0)), throw_always));
@@ -288,7 +289,9 @@ TEST(NumRange, CountsWithOrWithoutItsEnd)
     EXPECT_EQ(answer(NumRange::Create(5, 3)), "5..3||@slice:5:4");
     EXPECT_EQ(NumRange::Create(1, INT_MAX)->DoVerb("scalar", 0, nullptr).GetString(),
               "@slice:1:2147483648");
-    EXPECT_THROW(NumRange::Create(INT_MIN, INT_MAX)->Exploded(), Exception);
+    for (int begin : {INT_MIN, 0, INT_MAX - (1 << 28)})
+        EXPECT_RAISES(NumRange::Create(begin, INT_MAX)->Exploded(), 256,
+                      "Too many numbers in the range: " + Text("%d..%d", begin, INT_MAX));
     EXPECT_EQ(DerivedPointer<NumRange>(open->Clone(false))->Exclusive(), true);
     EXPECT_EQ(open->GetSubItem("exclusive", throw_always).GetInt(), 1);
     EXPECT_TRUE(open->ResolveSubItem("!", throw_always)
