@@ -8,11 +8,10 @@ using namespace NKelmic;
 
 namespace {
 
-/// Take and give back eight blocks of 32 bytes, the last one first.
-template <class Take, class Give>
+/// Take and give back so many blocks of 32 bytes, the last one first.
+template <int depth, class Take, class Give>
 void Stack(benchmark::State& state, Take take, Give give)
 {
-    constexpr int depth = 8;
     void* blocks[depth];
     for (auto _ : state) {
         for (void*& block : blocks)
@@ -23,16 +22,22 @@ void Stack(benchmark::State& state, Take take, Give give)
     state.SetItemsProcessed(state.iterations() * depth);
 }
 
+template <int depth>
 void ThreadBound(benchmark::State& state)
 {
-    Stack(state, SingleThreadAlloced::Alloc, SingleThreadAlloced::Free);
+    Stack<depth>(state, SingleThreadAlloced::Alloc, SingleThreadAlloced::Free);
 }
-BENCHMARK(ThreadBound);
+BENCHMARK(ThreadBound<1>);
+BENCHMARK(ThreadBound<8>);
+BENCHMARK(ThreadBound<64>);
 
+template <int depth>
 void Malloc(benchmark::State& state)
 {
-    Stack(state, std::malloc, std::free);
+    Stack<depth>(state, std::malloc, std::free);
 }
-BENCHMARK(Malloc);
+BENCHMARK(Malloc<1>);
+BENCHMARK(Malloc<8>);
+BENCHMARK(Malloc<64>);
 
 } // namespace

@@ -118,7 +118,7 @@ void RecursiveAllocator::GoBack()
 /// Whatever is not the top.
 void RecursiveAllocator::FreeOther(Block* block)
 {
-    if (block->thread_id != thread_id_) {
+    if (block->ThreadId() != thread_id_) {
         std::fputs("Error: memory leak: object deallocated in a wrong thread\n", stderr);
         return;
     }

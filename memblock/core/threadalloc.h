@@ -15,7 +15,8 @@ public:
     void* Alloc(unsigned long n)
     {
         unsigned long const need = (n + 7) / 8 * 8 + sizeof(Block);
-        if (n > greatest || need > static_cast<unsigned long>(end_ - free_))
+        if (n > greatest ||
+            reinterpret_cast<std::uintptr_t>(free_) + need > reinterpret_cast<std::uintptr_t>(end_))
             return AllocInOtherChunk(n);
         return Push(need);
     }
@@ -33,13 +34,14 @@ public:
     }
 
 private:
-    /// Stands ahead of the caller's data. The size counts words of 8 bytes, header included.
+    /// Stands ahead of the caller's data. The size counts words of 8 bytes, header included; it
+    /// shares a word with the thread, so that both are one store.
     struct Block {
-        std::uint32_t thread_id;
-        std::uint32_t words;
+        std::uint64_t words_and_thread_id;
         Block* below; ///< in the order of allocation
 
-        char* End() { return reinterpret_cast<char*>(this) + words * 8UL; }
+        char* End() { return reinterpret_cast<char*>(this) + (words_and_thread_id >> 32) * 8; }
+        std::uint32_t ThreadId() const { return static_cast<std::uint32_t>(words_and_thread_id); }
     };
     struct Chunk;
     static constexpr unsigned long greatest = (1UL << 35) - 2 * sizeof(Block); // 32 bits of words
@@ -47,7 +49,7 @@ private:
     void* Push(unsigned long need)
     {
         auto* const block = reinterpret_cast<Block*>(free_);
-        *block = {thread_id_, static_cast<std::uint32_t>(need / 8), top_};
+        *block = {need / 8 << 32 | thread_id_, top_};
         top_ = block;
         free_ += need;
         return block + 1;

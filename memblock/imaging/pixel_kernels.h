@@ -66,7 +66,7 @@ MEMBLOCK_MULTIVERSION void NonZeroBytes(T const* __restrict src, unsigned char* 
             dst[i] = src[i] != T(0);
 }
 
-constexpr unsigned int block = 64; // pixels of one mask
+constexpr unsigned int block = 64;                                  // pixels of one mask
 constexpr std::uint64_t stop_bit = std::uint64_t{1} << (block - 1); // gives any mask a lowest bit
 
 #ifdef __SSE2__
@@ -126,7 +126,7 @@ MEMBLOCK_MULTIVERSION unsigned int CountNonZero(T const* __restrict p, unsigned 
     return static_cast<unsigned int>(count);
 }
 
-/// Store the indices of the set bits of a mask of 64 pixels that start at `base`; returns their end.
+/// Store the indices of the set bits of a mask of the 64 pixels from `base` on; returns their end.
 ///
 /// Few bits are taken one by one, but always four of them: how many there are steers no branch. Of
 /// many, each byte of the mask stores eight entries, of which its bits count.
