@@ -11,6 +11,15 @@
 #include <vector>
 
 namespace NKelmic {
+
+void DropHashes(MemBlock& object)
+{
+    if (!object.PimplIfAny())
+        return;
+    object.SetSecondaryItem(MemBlock::key_md5, {});
+    object.SetSecondaryItem(MemBlock::key_md5_plain, {});
+}
+
 namespace {
 
 typedef bool (*SetStep)(MemBlock& object, safestring const& key, SafeValue const& value,
@@ -28,14 +37,6 @@ void DetachObjectElements(MemBlock& object)
     auto* const vector = dynamic_cast<Vector*>(&object);
     if (vector && Vector::IsObject(vector->ElemType()))
         vector->Pointer();
-}
-
-void DropHashes(MemBlock& object)
-{
-    if (!object.PimplIfAny())
-        return;
-    object.SetSecondaryItem(MemBlock::key_md5, {});
-    object.SetSecondaryItem(MemBlock::key_md5_plain, {});
 }
 
 // Do what flushes an object's cache, but for one item: that stays.

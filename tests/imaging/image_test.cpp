@@ -230,6 +230,28 @@ TEST(Image, CountsNoFewerObjectsThanItsGreatestLabel)
     EXPECT_EQ(far->GetStencilCount(), 0x7FFFFFFF);
 }
 
+TEST(Image, IsHashedAsWhatItHasBecome)
+{
+    auto const hash = [](MemBlock const& object) {
+        return std::string(object.GetSubItem("@md5", throw_always).GetString().c_str());
+    };
+    auto const image = Picture<unsigned short>(4, 4, {});
+    auto const list = IndexVector::Create(0, 4, 4);
+    std::vector<std::string> seen{hash(*image)};
+    unsigned int const sizes[] = {2, 8};
+    image->ChangeDimSizes(sizes, 2);
+    seen.push_back(hash(*image));
+    image->SetType(Image::stencil);
+    seen.push_back(hash(*image));
+    image->SetStencilCount(7);
+    seen.push_back(hash(*image));
+    seen.push_back(hash(*list));
+    list->SetImageDimensions(2, 8);
+    seen.push_back(hash(*list));
+    std::sort(seen.begin(), seen.end());
+    EXPECT_EQ(std::unique(seen.begin(), seen.end()), seen.end());
+}
+
 TEST(Image, SaysWhatIsWrongWithIt)
 {
     auto image = Picture<unsigned short>(4, 4, {});
