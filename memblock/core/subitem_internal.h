@@ -19,6 +19,9 @@ inline void ReportNoSubItem(MemBlock const& object, safestring const& path,
     Report(handler, err_value, "Subitem not found: \"%s\": %s", path, object);
 }
 
+/// For a change that only the description tells: hashes are made of it, nothing else is.
+void DropHashes(MemBlock& object);
+
 } // namespace NKelmic
 
 #endif // MEMBLOCK_CORE_SUBITEM_INTERNAL_H

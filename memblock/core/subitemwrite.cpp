@@ -29,14 +29,6 @@ void DetachObjectElements(MemBlock& object)
         vector->Pointer();
 }
 
-void DropHashes(MemBlock& object)
-{
-    if (!object.PimplIfAny())
-        return;
-    object.SetSecondaryItem(MemBlock::key_md5, {});
-    object.SetSecondaryItem(MemBlock::key_md5_plain, {});
-}
-
 // Do what flushes an object's cache, but for the transient container: that stays.
 template <class Change>
 bool KeepingTransient(MemBlock& object, Change&& change)
@@ -201,6 +193,14 @@ private:
     safestring key_;
 };
 } // namespace
+
+void DropHashes(MemBlock& object)
+{
+    if (!object.PimplIfAny())
+        return;
+    object.SetSecondaryItem(MemBlock::key_md5, {});
+    object.SetSecondaryItem(MemBlock::key_md5_plain, {});
+}
 
 bool MemBlock::SetSubItem(safestring const& path, SafeValue const& value, ThrowHandlerFunc handler)
 {

@@ -15,7 +15,8 @@ public:
     void* Alloc(unsigned long n)
     {
         unsigned long const need = (n + 7) / 8 * 8 + sizeof(Block);
-        if (n > greatest || need > static_cast<unsigned long>(end_ - free_))
+        if (n > greatest ||
+            reinterpret_cast<std::uintptr_t>(free_) + need > reinterpret_cast<std::uintptr_t>(end_))
             return AllocInOtherChunk(n);
         return Push(need);
     }

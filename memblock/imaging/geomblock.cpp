@@ -79,6 +79,7 @@ void GeomBlock<N>::ChangeDimSizes(unsigned int const* dims, int n)
         sizes_ = old;
         throw;
     }
+    ContentHasBeenChanged();
 }
 
 template <int N>

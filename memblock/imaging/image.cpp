@@ -2,6 +2,7 @@
 
 #include <memblock/base/number.h>
 #include <memblock/core/memblockimpl.h>
+#include <memblock/core/subitem_internal.h>
 #include <memblock/imaging/elemtypechange_internal.h>
 #include <memblock/imaging/shape_internal.h>
 #include <memblock/vector/summary.h>
@@ -240,6 +241,7 @@ int Image::RawMaximum() const
 
 void Image::SetStencilCount(int n, ThrowHandlerFunc handler)
 {
+    DropHashes(*this);
     if (n >= 0)
         return RecordStencilCount(n);
     if (Type() == stencil) {

@@ -75,6 +75,7 @@ void Image::DoSetLgType(int lg_type)
     if (lg_type != data && lg_type != stencil)
         DropFactor(lg_type);
     MemBlock::DoSetLgType(lg_type);
+    DropHashes(*this);
     if (lg_type != stencil)
         return SetStencilCount(-1);
     int count = 0;

@@ -2,6 +2,7 @@
 
 #include <memblock/base/alloc.h>
 #include <memblock/base/number.h>
+#include <memblock/core/subitem_internal.h>
 #include <memblock/imaging/image.h>
 #include <memblock/imaging/intervalparts_internal.h>
 #include <memblock/imaging/shape_internal.h>
@@ -244,12 +245,14 @@ void IndexVector::SetTargetData(safestring const& descr, int rank, unsigned int 
     TargetData target(rank, dims); // `dims` may be the ones that go
     target.descr = descr;
     target_ = std::move(target);
+    DropHashes(*this);
 }
 
 void IndexVector::SetImageDimensions(int w, int h)
 {
     target_.descr = Text("Image of %dx%d pixels.", w, h);
     target_.dims = {static_cast<unsigned int>(w), static_cast<unsigned int>(h)};
+    DropHashes(*this);
 }
 
 unsigned int IndexVector::TargetDimSize(int i) const

@@ -104,7 +104,11 @@ public:
     TargetData GetTargetData() const { return target_; }
     /// Throws as `TargetData` for a bad rank.
     void SetTargetData(safestring const& descr, int rank, unsigned int const* dims);
-    void SetTargetData(TargetData const& target) { target_ = target; }
+    void SetTargetData(TargetData const& target)
+    {
+        target_ = target;
+        ContentHasBeenChanged();
+    }
     void SetImageDimensions(int w, int h);
     int TargetRank() const { return static_cast<int>(target_.dims.size()); }
     unsigned int TargetDimSize(int i) const; ///< 0 outside 0 .. rank - 1

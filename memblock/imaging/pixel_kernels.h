@@ -5,7 +5,6 @@
 #include <memblock/core/datatype.h>
 
 #include <algorithm>
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -67,7 +66,8 @@ MEMBLOCK_MULTIVERSION void NonZeroBytes(T const* __restrict src, unsigned char* 
             dst[i] = src[i] != T(0);
 }
 
-constexpr unsigned int block = 64; // pixels of one mask
+constexpr unsigned int block = 64;                                  // pixels of one mask
+constexpr std::uint64_t stop_bit = std::uint64_t{1} << (block - 1); // gives any mask a lowest bit
 
 #ifdef __SSE2__
 MEMBLOCK_INLINE_LOOP __m128i Load(void const* p)
@@ -126,42 +126,58 @@ MEMBLOCK_MULTIVERSION unsigned int CountNonZero(T const* __restrict p, unsigned 
     return static_cast<unsigned int>(count);
 }
 
+/// Store the indices of the set bits of a mask of the 64 pixels from `base` on; returns their end.
+///
+/// Few bits are taken one by one, but always four of them: how many there are steers no branch. Of
+/// many, each byte of the mask stores eight entries, of which its bits count.
+MEMBLOCK_INLINE_LOOP unsigned int* StoreBits(std::uint64_t mask, unsigned int base,
+                                             unsigned int* __restrict next)
+{
+    constexpr unsigned int few = 4;
+    unsigned int const count = static_cast<unsigned int>(__builtin_popcountll(mask));
+    if (count <= few) {
+        std::uint64_t rest = mask;
+        for (unsigned int j = 0; j < few; ++j, rest &= rest - 1)
+            next[j] = base + static_cast<unsigned int>(__builtin_ctzll(rest | stop_bit));
+        return next + count;
+    }
+    for (unsigned int part = 0; part < block; part += 8) {
+        // Not from the part before, so that the parts need not wait for each other.
+        std::uint64_t const before = mask & ((std::uint64_t{1} << part) - 1);
+        unsigned int* const to = next + __builtin_popcountll(before);
+        unsigned char const* const places = bit_places.at[mask >> part & 0xFF];
+        for (unsigned int j = 0; j < 8; ++j)
+            to[j] = base + part + places[j];
+    }
+    return next + count;
+}
+
 /// Store the indices of the pixels that are not 0; up to 8 entries behind the last are written.
 ///
-/// 64 pixels become a bit mask; an empty one is passed over. A few bits are looked up one by one, a
-/// fixed number of times, so that no branch needs to be guessed; of more bits each byte stores
-/// eight entries, of which its bits count.
+/// 256 pixels become four bit masks; where all are empty, which large areas are, they are passed
+/// over.
 template <class T>
 MEMBLOCK_MULTIVERSION unsigned int ListNonZero(T const* __restrict p, unsigned int n,
                                                unsigned int* __restrict out)
 {
-    constexpr int few = 4;
+    constexpr unsigned int blocks = 4;
     unsigned int* next = out;
-    unsigned int const whole = n - n % block;
-    for (unsigned int base = 0; base < whole; base += block) {
-        std::uint64_t mask = NonZeroMask(p + base);
-        if (mask == 0)
+    unsigned int base = 0;
+    for (; n - base >= blocks * block; base += blocks * block) {
+        std::uint64_t masks[blocks];
+        std::uint64_t any = 0;
+        for (unsigned int i = 0; i < blocks; ++i)
+            any |= masks[i] = NonZeroMask(p + base + i * block);
+        if (any == 0)
             continue;
-        int const count = __builtin_popcountll(mask);
-        if (count <= few) {
-            for (int j = 0; j < few; ++j, mask &= mask - 1)
-                next[j] = base + static_cast<unsigned int>(std::countr_zero(mask));
-            next += count;
-            continue;
-        }
-        for (unsigned int part = 0; part < block; part += 8) {
-            // Not from the part before, so that the parts need not wait for each other.
-            std::uint64_t const before = mask & ((std::uint64_t{1} << part) - 1);
-            unsigned int* const to = next + __builtin_popcountll(before);
-            unsigned char const* const places = bit_places.at[mask >> part & 0xFF];
-            for (unsigned int j = 0; j < 8; ++j)
-                to[j] = base + part + places[j];
-        }
-        next += count;
+        for (unsigned int i = 0; i < blocks; ++i)
+            next = StoreBits(masks[i], base + i * block, next);
     }
-    for (unsigned int i = whole; i < n; ++i)
-        if (p[i] != T(0))
-            *next++ = i;
+    for (; n - base >= block; base += block)
+        next = StoreBits(NonZeroMask(p + base), base, next);
+    for (; base < n; ++base)
+        if (p[base] != T(0))
+            *next++ = base;
     return static_cast<unsigned int>(next - out);
 }
 

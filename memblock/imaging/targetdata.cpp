@@ -87,10 +87,12 @@ std::optional<bool> SetTargetKey(TargetData& target, safestring const& key, Safe
                                  ThrowHandlerFunc handler)
 {
     constexpr std::size_t prefix = sizeof(size_key) - 1;
+    bool const of_size = key.size() > prefix && SameName(key.substr(0, prefix).c_str(), size_key);
+    std::size_t const at = of_size && key[prefix] == '-' ? prefix + 1 : prefix;
     Coordinates const number =
-        key.size() > prefix && SameName(key.substr(0, prefix).c_str(), size_key)
-            ? ReadCoordinates(key.c_str() + prefix, key.size() - prefix)
-            : Coordinates();
+        of_size ? ReadCoordinates(key.c_str() + at, key.size() - at) : Coordinates();
+    if (number.count == 1 && at > prefix)
+        return true; // as any number that no dimension has
     auto const attempt = [&](auto&& write) { return Attempt(handler, write); };
     if (number.count == 1)
         return attempt([&] { return SetSize(target, number.at[0], value); });

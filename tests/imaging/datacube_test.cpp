@@ -164,7 +164,7 @@ TEST(DataCube, AnswersKeysOfOneTwoAndThreeNumbers)
     EXPECT_TRUE(cube->SetSubItem("1", DataItem(Picture<char>(2, 1, {3, 4})), throw_always));
     EXPECT_EQ(TextOf(cube), "7 1 3 4 9 5");
     for (char const* key :
-         {"3", "9,9", "0,0,9", "1,2,3,4", "4294967296,0,0", "0,0,18446744073709551615"})
+         {"3", "9,9", "0,0,9", "1,2,3,4", "0 0,0,0", "4294967296,0,0", "0,0,18446744073709551615"})
         EXPECT_FALSE(cube->SetSubItem(key, DataItem(1), throw_never)) << key;
     EXPECT_FALSE(cube->SetSubItem("0", DataItem(Ints({1, 2})), throw_never));
     EXPECT_RAISES(cube->SetSubItem("-1", DataItem(Picture<char>(2, 1, {3, 4})), throw_always), 128,

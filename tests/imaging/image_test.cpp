@@ -213,6 +213,15 @@ TEST(Image, CountsNoFewerObjectsThanItsGreatestLabel)
         EXPECT_DOUBLE_EQ(image->GetSubItem("@mean", throw_always).GetDouble(), value / 9.0);
         EXPECT_EQ(Faults(*image), "");
     }
+    // They look at no pixel but the written one: a maximum that is known is kept in step.
+    image->UnsignedShortPointer()[0] = 99; // and nobody told
+    ASSERT_TRUE(image->SetSubItem("1,1", DataItem(13), throw_always));
+    EXPECT_EQ(image->GetStencilCount(), 13);
+    image->UnsignedShortPointer()[0] = 0;
+    auto const fractions = Picture<float>(3, 3, {});
+    fractions->SetType(Image::stencil);
+    ASSERT_TRUE(fractions->SetSubItem("1,1", DataItem(2.5), throw_always));
+    EXPECT_EQ(fractions->SecondaryDouble(100, throw_always), 2.5);
     // Another label width keeps class and count, any other type ends both.
     image->SetElemType(Vector::UnsignedInt, true, true);
     EXPECT_EQ(image->Type(), Image::stencil);
@@ -228,6 +237,28 @@ TEST(Image, CountsNoFewerObjectsThanItsGreatestLabel)
     EXPECT_EQ(far->GetStencilCount(), 0x7FFFFFFF);
     EXPECT_TRUE(far->SetSubItem("0,0", DataItem(3000000000LL), throw_always));
     EXPECT_EQ(cref(far).UnsignedIntPointer()[0], 3000000000u);
+}
+
+TEST(Image, IsHashedAsWhatItHasBecome)
+{
+    auto const hash = [](MemBlock const& object) {
+        return std::string(object.GetSubItem("@md5", throw_always).GetString().c_str());
+    };
+    auto const image = Picture<unsigned short>(4, 4, {});
+    auto const list = IndexVector::Create(0, 4, 4);
+    std::vector<std::string> seen{hash(*image)};
+    unsigned int const sizes[] = {2, 8};
+    image->ChangeDimSizes(sizes, 2);
+    seen.push_back(hash(*image));
+    image->SetType(Image::stencil);
+    seen.push_back(hash(*image));
+    image->SetStencilCount(7);
+    seen.push_back(hash(*image));
+    seen.push_back(hash(*list));
+    list->SetImageDimensions(2, 8);
+    seen.push_back(hash(*list));
+    std::sort(seen.begin(), seen.end());
+    EXPECT_EQ(std::unique(seen.begin(), seen.end()), seen.end());
 }
 
 TEST(Image, SaysWhatIsWrongWithIt)
@@ -260,6 +291,9 @@ TEST(Image, PixelsAreWrittenByTheirPlace)
     for (char const* key : {"9e99,0", "0,4294967296", "1,2", "x,1"})
         EXPECT_FALSE(image->SetSubItem(key, DataItem(7), throw_never)) << key;
     EXPECT_FALSE(image->SetSubItem("0,0", DataItem(40000), throw_never));
+    auto const wide = Picture<long long>(1, 1, {0});
+    EXPECT_TRUE(wide->SetSubItem("0,0", DataItem((1LL << 60) + 1), throw_always));
+    EXPECT_EQ(*cref(wide).TypedPointer<long long>(), (1LL << 60) + 1);
     EXPECT_EQ(TextOf(image), "1 7 14 4");
 }
 

@@ -136,6 +136,7 @@ TEST(IndexVector, IsSetUpByKeys)
     EXPECT_TRUE(region->SetSubItem("target_rank", DataItem(3), throw_always));
     EXPECT_TRUE(region->SetSubItem("target_dimsize2", DataItem(9), throw_always));
     EXPECT_TRUE(region->SetSubItem("target_dimsize3", DataItem(9), throw_always)); // no such one
+    EXPECT_TRUE(region->SetSubItem("target_dimsize-1", DataItem(9), throw_always));
     EXPECT_EQ(DimsOf(region->GetTargetData()), "0 0 9 here");
     EXPECT_TRUE(region->GetSubItem("imagewidth", throw_never).IsUndefined());
     EXPECT_TRUE(region->SetSubItem("target_data", DataItem(Bytes({2, 3}, 2.0)), throw_always));
