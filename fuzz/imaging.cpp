@@ -66,8 +66,10 @@ DataItem Value(Source& source)
 
 void Ask(MemBlock& object)
 {
-    safestring text;
-    Try([&] { object.Consistent(text, true); });
+    auto const* vector = MemCast<Vector const>(&object);
+    bool const is_long = vector && vector->Length() > 65536;
+    safestring text; // a line for each missing object, which may be more than is allowed here
+    Try([&] { object.Consistent(text, !is_long || !Vector::IsObject(vector->ElemType())); });
     object.GetDescription();
     for (char const* key :
          {"", "*", "image", "vector", "x", "y", "mask", "dims", "0", "1,1", "_0,0", "0,0,0",
@@ -83,8 +85,7 @@ void Ask(MemBlock& object)
             });
     for (char const* verb : {"Transpose", "GetRank"})
         Try([&] { object.DoVerb(verb, 0, nullptr); });
-    auto const* vector = MemCast<Vector const>(&object);
-    if (!vector || vector->Length() > 65536)
+    if (!vector || is_long)
         return; // a long text, and no other one
     for (int format : {1, 2, 7})
         Try([&] {
