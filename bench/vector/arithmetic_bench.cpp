@@ -59,8 +59,10 @@ DerivedPointer<Vector> Data(std::size_t n, unsigned seed)
     T* const data = v->template TypedPointer<T>();
     for (std::size_t i = 0; i < n; ++i)
         data[i] = static_cast<T>(sizeof(T) == 1 ? random() % 256 : random() % 20000 + 1);
+    // Sums of bytes and shorts leave the type at whatever length, and are signed where it is.
+    data[0] = static_cast<T>(sizeof(T) == 1 ? 255 : n == 1 ? 15000 : 20000);
     if (std::is_signed_v<T> && n > 1)
-        data[n / 2] = -3; // the results are signed, too
+        data[n / 2] = -20000;
     return v;
 }
 
