@@ -48,7 +48,7 @@ Place ReadPlace(safestring const& key)
         apply_trim(part);
         if (!is_numeric(part))
             return {};
-        double const number = std::clamp(RoundHalfAway(StrToDouble(part)), -1.0, beyond);
+        double const number = std::clamp(RoundHalfAway(StrToDouble(part)), -beyond, beyond);
         place.at[i] = static_cast<int>(number);
         ++place.count;
     }

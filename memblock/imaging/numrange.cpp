@@ -92,7 +92,7 @@ DerivedPointer<Vector> NumRange::Exploded() const
     DerivedPointer<Vector> numbers =
         Vector::Create(OpenChunk(static_cast<unsigned long>(std::max(length, 0L)), Int), 1.0);
     int* const first = numbers->IntPointer();
-    std::iota(first, first + numbers->Length(), Begin());
+    std::iota(first, first + numbers->Length(), static_cast<long>(Begin())); // goes one beyond
     return numbers;
 }
 

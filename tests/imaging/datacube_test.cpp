@@ -167,8 +167,14 @@ TEST(DataCube, AnswersKeysOfOneTwoAndThreeNumbers)
          {"3", "9,9", "0,0,9", "1,2,3,4", "0 0,0,0", "4294967296,0,0", "0,0,18446744073709551615"})
         EXPECT_FALSE(cube->SetSubItem(key, DataItem(1), throw_never)) << key;
     EXPECT_FALSE(cube->SetSubItem("0", DataItem(Ints({1, 2})), throw_never));
-    EXPECT_RAISES(cube->SetSubItem("-1", DataItem(Picture<char>(2, 1, {3, 4})), throw_always), 128,
-                  "No such plane in data cube: -1");
+    EXPECT_RAISES(cube->SetSubItem("-5", DataItem(Picture<char>(2, 1, {3, 4})), throw_always), 128,
+                  "No such plane in data cube: -5");
+    auto const flat = DataCube::Create(4, 3, 0, Vector::Int, 1.0);
+    EXPECT_EQ(flat->GetZVector(1, 1)->Length(), 0u);
+    flat->ReplaceZVector(1, 1, Ints({}));
+    EXPECT_RAISES(flat->DoVerb("create", 0, nullptr), 128,
+                  "Incorrect parameters for DataCube creation. Syntax: create(\"datacube\", width, "
+                  "height, depth, \"datatype\")");
     EXPECT_RAISES(cube->SetSubItem("0,-1", DataItem(Ints({1, 2, 3})), throw_always), 128,
                   "Point x=0,y=-1 is outside of datacube.");
     EXPECT_THROW(cube->SetSubItem("0,-1,1", DataItem(1), throw_always), Exception);

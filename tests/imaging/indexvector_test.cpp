@@ -318,6 +318,7 @@ TEST(NumRange, CountsWithOrWithoutItsEnd)
     EXPECT_EQ(NumRange::Create(1, INT_MAX)->DoVerb("scalar", 0, nullptr).GetString(),
               "@slice:1:2147483648");
     EXPECT_THROW(NumRange::Create(INT_MIN, INT_MAX)->Exploded(), Exception);
+    EXPECT_EQ(TextOf(NumRange::Create(INT_MAX - 1, INT_MAX)->Exploded()), "2147483646 2147483647");
     EXPECT_EQ(DerivedPointer<NumRange>(open->Clone(false))->Exclusive(), true);
     EXPECT_EQ(open->GetSubItem("exclusive", throw_always).GetInt(), 1);
     EXPECT_TRUE(open->ResolveSubItem("!", throw_always)
