@@ -4,7 +4,7 @@
 // operator, its types and shape, the length and who computes, so that bench/ratios.py can put the
 // peers side by side; bench/vector/numpy_peer.py times NumPy under the same names.
 
-#include <memblock/vector/op_kernels.h>
+#include <memblock/vector/arithmetic/apply_kernels.h>
 
 #include <benchmark/benchmark.h>
 

@@ -25,24 +25,41 @@ struct MEMBLOCK_API triple {
 };
 static_assert(sizeof(triple) == 3 && alignof(triple) == 1 && std::is_trivially_copyable_v<triple>);
 
-/// The one list of element types: enumerator, id, C++ type, text. Ids are stored in files, options
-/// and scripts, so no row ever changes; 11 and 12 stay unused.
-#define MEMBLOCK_ELEM_TYPES(X)                                                                     \
+/// The one list of element types, by kind: enumerator, id, C++ type, text. Sets, dispatch,
+/// instances and per-type sources are made from it; a type is in exactly one of the first five
+/// lists. Ids are stored in files, options and scripts, so no row ever changes; 11 and 12 are
+/// unused.
+#define MEMBLOCK_SIGNED_ELEM_TYPES(X)                                                              \
     X(Int, 0, int, "signed int")                                                                   \
-    X(UnsignedInt, 1, unsigned int, "unsigned int")                                                \
     X(Short, 2, short, "signed short")                                                             \
-    X(UnsignedShort, 3, unsigned short, "unsigned short")                                          \
     X(Char, 4, char, "signed char")                                                                \
+    X(Int64, 15, long long, "signed int64")
+#define MEMBLOCK_UNSIGNED_ELEM_TYPES(X)                                                            \
+    X(UnsignedInt, 1, unsigned int, "unsigned int")                                                \
+    X(UnsignedShort, 3, unsigned short, "unsigned short")                                          \
     X(Byte, 5, unsigned char, "byte")                                                              \
-    X(Float, 6, float, "float")                                                                    \
-    X(Double, 7, double, "double")                                                                 \
-    X(VoidStar, 8, void*, "voidstar")                                                              \
-    X(PMemory, 9, PMemBlock, "memblock")                                                           \
     X(Triple, 10, triple, "triple")                                                                \
-    X(String, 13, safestring, "string")                                                            \
-    X(PolyType, 14, DataItem, "polytype")                                                          \
-    X(Int64, 15, long long, "signed int64")                                                        \
     X(UnsignedInt64, 16, unsigned long long, "unsigned int64")
+#define MEMBLOCK_FLOAT_ELEM_TYPES(X)                                                               \
+    X(Float, 6, float, "float")                                                                    \
+    X(Double, 7, double, "double")
+#define MEMBLOCK_OBJECT_ELEM_TYPES(X)                                                              \
+    X(PMemory, 9, PMemBlock, "memblock")                                                           \
+    X(String, 13, safestring, "string")                                                            \
+    X(PolyType, 14, DataItem, "polytype")
+#define MEMBLOCK_ADDRESS_ELEM_TYPES(X) X(VoidStar, 8, void*, "voidstar")
+
+#define MEMBLOCK_NUMERIC_ELEM_TYPES(X)                                                             \
+    MEMBLOCK_SIGNED_ELEM_TYPES(X)                                                                  \
+    MEMBLOCK_UNSIGNED_ELEM_TYPES(X)                                                                \
+    MEMBLOCK_FLOAT_ELEM_TYPES(X)
+/// All but bare addresses.
+#define MEMBLOCK_VALUE_ELEM_TYPES(X)                                                               \
+    MEMBLOCK_NUMERIC_ELEM_TYPES(X)                                                                 \
+    MEMBLOCK_OBJECT_ELEM_TYPES(X)
+#define MEMBLOCK_ELEM_TYPES(X)                                                                     \
+    MEMBLOCK_VALUE_ELEM_TYPES(X)                                                                   \
+    MEMBLOCK_ADDRESS_ELEM_TYPES(X)
 
 static_assert(std::is_signed_v<char>, "Char elements are plain char: build with -fsigned-char");
 
@@ -91,13 +108,16 @@ struct TypeUnion {
     static constexpr bool has = First::template has<U> || (Set::template has<U> || ...);
 };
 
-using UnsignedTypes =
-    TypeSet<unsigned int, unsigned short, unsigned char, triple, unsigned long long>;
-using SignedTypes = TypeSet<int, short, char, long long>;
+#define MEMBLOCK_LISTED(NAME, ID, T, TEXT) , T
+template <class None, class First, class... T>
+using Listed = TypeSet<First, T...>; // a list begins with a comma, hence the unused parameter
+using SignedTypes = Listed<void MEMBLOCK_SIGNED_ELEM_TYPES(MEMBLOCK_LISTED)>;
+using UnsignedTypes = Listed<void MEMBLOCK_UNSIGNED_ELEM_TYPES(MEMBLOCK_LISTED)>;
+using FloatTypes = Listed<void MEMBLOCK_FLOAT_ELEM_TYPES(MEMBLOCK_LISTED)>;
+using ObjectTypes = Listed<void MEMBLOCK_OBJECT_ELEM_TYPES(MEMBLOCK_LISTED)>;
+#undef MEMBLOCK_LISTED
 using IntegerTypes = TypeUnion<SignedTypes, UnsignedTypes>;
-using FloatTypes = TypeSet<float, double>;
 using NumericTypes = TypeUnion<IntegerTypes, FloatTypes>;
-using ObjectTypes = TypeSet<PMemBlock, safestring, DataItem>;
 using PlainTypes = TypeUnion<NumericTypes, TypeSet<void*>>;
 using AllTypes = TypeUnion<PlainTypes, ObjectTypes>;
 

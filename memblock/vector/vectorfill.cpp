@@ -2,7 +2,6 @@
 
 #include <memblock/base/number.h>
 #include <memblock/vector/elemnumber_internal.h>
-#include <memblock/vector/valuetypes_internal.h>
 
 #include <algorithm>
 #include <cmath>
@@ -59,8 +58,9 @@ void fill_tmpl(void* buffer, int length, SafeValue const& value, T*)
     std::fill(data, data + length, StoredForm<T>(value));
 }
 
-#define MEMBLOCK_INSTANTIATE(T) template void fill_tmpl<T>(void*, int, SafeValue const&, T*);
-MEMBLOCK_VALUE_TYPES(MEMBLOCK_INSTANTIATE)
+#define MEMBLOCK_INSTANTIATE(NAME, ID, T, TEXT)                                                    \
+    template void fill_tmpl<T>(void*, int, SafeValue const&, T*);
+MEMBLOCK_VALUE_ELEM_TYPES(MEMBLOCK_INSTANTIATE)
 #undef MEMBLOCK_INSTANTIATE
 
 void Vector::Fill(DataItem const& item)

@@ -225,18 +225,9 @@ void serialize1_tmpl(void const* data, int length, safestring& output)
                  {default_precision, false, 1.0, "NaN", "", "\n"}, output);
 }
 
-#define MEMBLOCK_INSTANTIATE(T) template void serialize1_tmpl<T>(void const*, int, safestring&);
-MEMBLOCK_INSTANTIATE(int)
-MEMBLOCK_INSTANTIATE(unsigned int)
-MEMBLOCK_INSTANTIATE(short)
-MEMBLOCK_INSTANTIATE(unsigned short)
-MEMBLOCK_INSTANTIATE(char)
-MEMBLOCK_INSTANTIATE(unsigned char)
-MEMBLOCK_INSTANTIATE(float)
-MEMBLOCK_INSTANTIATE(double)
-MEMBLOCK_INSTANTIATE(triple)
-MEMBLOCK_INSTANTIATE(long long)
-MEMBLOCK_INSTANTIATE(unsigned long long)
+#define MEMBLOCK_INSTANTIATE(NAME, ID, T, TEXT)                                                    \
+    template void serialize1_tmpl<T>(void const*, int, safestring&);
+MEMBLOCK_NUMERIC_ELEM_TYPES(MEMBLOCK_INSTANTIATE)
 #undef MEMBLOCK_INSTANTIATE
 
 void EncodeBytes(void const* data, unsigned long size, int format, safestring& output)

@@ -57,16 +57,8 @@ DataItem VectorImpl<T>::CalculateSecondaryItem(int key, ThrowHandlerFunc handler
     return handled ? item : MemBlockImpl::CalculateSecondaryItem(key, handler);
 }
 
-template class VectorImpl<int>;
-template class VectorImpl<unsigned int>;
-template class VectorImpl<short>;
-template class VectorImpl<unsigned short>;
-template class VectorImpl<char>;
-template class VectorImpl<unsigned char>;
-template class VectorImpl<float>;
-template class VectorImpl<double>;
-template class VectorImpl<triple>;
-template class VectorImpl<long long>;
-template class VectorImpl<unsigned long long>;
+#define MEMBLOCK_INSTANTIATE(NAME, ID, T, TEXT) template class VectorImpl<T>;
+MEMBLOCK_NUMERIC_ELEM_TYPES(MEMBLOCK_INSTANTIATE)
+#undef MEMBLOCK_INSTANTIATE
 
 } // namespace NKelmic

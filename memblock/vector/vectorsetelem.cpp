@@ -2,7 +2,6 @@
 
 #include <memblock/base/number.h>
 #include <memblock/vector/elemnumber_internal.h>
-#include <memblock/vector/valuetypes_internal.h>
 
 #include <cmath>
 #include <limits>
@@ -228,10 +227,10 @@ void Vector::SetElem(unsigned int i, DataItem const& item)
     }
 }
 
-#define MEMBLOCK_INSTANTIATE(T)                                                                    \
+#define MEMBLOCK_INSTANTIATE(NAME, ID, T, TEXT)                                                    \
     template void SetElemInt64<T>(Vector&, unsigned int, long long);                               \
     template void SetElemUInt64<T>(Vector&, unsigned int, unsigned long long);
-MEMBLOCK_VALUE_TYPES(MEMBLOCK_INSTANTIATE)
+MEMBLOCK_VALUE_ELEM_TYPES(MEMBLOCK_INSTANTIATE)
 #undef MEMBLOCK_INSTANTIATE
 
 } // namespace NKelmic

@@ -3,7 +3,6 @@
 #include <memblock/base/raise.h>
 #include <memblock/core/memblock_internal.h>
 #include <memblock/imaging/elemtypechange_internal.h>
-#include <memblock/vector/valuetypes_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
 #include <algorithm>
@@ -332,16 +331,15 @@ void Vector::TransferOwnerShip(DerivedPointer<Vector> target)
     SetTypedChunk(TypedChunk());
 }
 
-#define MEMBLOCK_INSTANTIATE(T)                                                                    \
+#define MEMBLOCK_INSTANTIATE(NAME, ID, T, TEXT)                                                    \
     template void rearrange_swap<T>(T*, T*, int const*, unsigned int, unsigned int);               \
     template void move_range_to_end_by_swap<T>(T*, unsigned int, unsigned int, unsigned int);
-MEMBLOCK_INSTANTIATE(PMemBlock)
-MEMBLOCK_INSTANTIATE(safestring)
-MEMBLOCK_INSTANTIATE(DataItem)
+MEMBLOCK_OBJECT_ELEM_TYPES(MEMBLOCK_INSTANTIATE)
 #undef MEMBLOCK_INSTANTIATE
 
-#define MEMBLOCK_INSTANTIATE(T) template void movebyone_tmpl<T>(T*, unsigned int, unsigned int);
-MEMBLOCK_VALUE_TYPES(MEMBLOCK_INSTANTIATE)
+#define MEMBLOCK_INSTANTIATE(NAME, ID, T, TEXT)                                                    \
+    template void movebyone_tmpl<T>(T*, unsigned int, unsigned int);
+MEMBLOCK_VALUE_ELEM_TYPES(MEMBLOCK_INSTANTIATE)
 #undef MEMBLOCK_INSTANTIATE
 
 } // namespace NKelmic

@@ -1,4 +1,4 @@
-#include <memblock/vector/op.h>
+#include <memblock/vector/arithmetic/op.h>
 #include <memblock/vector/vector.h>
 
 #include "support/raises.h"

@@ -1,4 +1,4 @@
-#include <memblock/vector/op_kernels.h>
+#include <memblock/vector/arithmetic/apply_kernels.h>
 
 #include "support/raises.h"
 

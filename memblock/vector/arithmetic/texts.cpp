@@ -1,8 +1,7 @@
-#include <memblock/vector/op.h>
+#include <memblock/vector/arithmetic/op.h>
 
+#include <memblock/vector/arithmetic/operators_internal.h>
 #include <memblock/vector/vector.h>
-
-#include <cstring>
 
 namespace NKelmic {
 
@@ -26,7 +25,7 @@ DerivedPointer<Vector> EachPair(Vector const& x, Vector const& y, Combine combin
 
 bool OpImplementedForStrings(char op)
 {
-    return op != '\0' && std::strchr("c=#<>()", op) != nullptr;
+    return ops::Find(op).strings;
 }
 
 template <bool xscalar, bool yscalar>

@@ -1,12 +1,16 @@
-#ifndef MEMBLOCK_VECTOR_OP_APPLY_KERNELS_H
-#define MEMBLOCK_VECTOR_OP_APPLY_KERNELS_H
+#ifndef MEMBLOCK_VECTOR_ARITHMETIC_APPLY_KERNELS_H
+#define MEMBLOCK_VECTOR_ARITHMETIC_APPLY_KERNELS_H
 
-#include <memblock/vector/op_kernels.h>
+#include <memblock/vector/arithmetic/division_kernels.h>
+#include <memblock/vector/arithmetic/elementwise_kernels.h>
+#include <memblock/vector/arithmetic/kernelpairs_internal.h>
+#include <memblock/vector/arithmetic/op.h>
 
 #include <limits>
+#include <tuple>
 
-/// Bodies of `ApplyOp` and `ApplyOpSimple`; each element type instantiates its pairs in a file of
-/// its own.
+/// Bodies of the functions that `Vector::op` calls by element types. Each element type instantiates
+/// its pairs in a source of its own, which CMake makes from instances.cpp.in.
 namespace NKelmic {
 
 namespace ops {
@@ -63,7 +67,7 @@ void ApplyOpSimple(char op, T const* x, unsigned int xlen, T const* y, unsigned 
         kernel.neg_zero = options.GetFlag("neg_zero", false);
     }
     if constexpr (std::is_floating_point_v<T>) {
-        if (op == 'a' || op == 'o' || op == 'x' || op == 'l' || op == 'r')
+        if (ops::Find(op).kind == ops::OpKind::bits)
             throw_no_float_support();
         known = ops::FloatKernel(op, in, dest, kernel);
     } else {
@@ -108,16 +112,46 @@ void ApplyOp(char op, T const* x, unsigned int xlen, T const* y, unsigned int yl
               static_cast<int>(guard.infinities), static_cast<int>(guard.uncertainties));
 }
 
-#define MEMBLOCK_INSTANTIATE_OP_SIMPLE(T, R)                                                       \
-    template void ApplyOpSimple<T, R>(char, T const*, unsigned int, T const*, unsigned int, R*,    \
-                                      unsigned int, op_options const&);
-#define MEMBLOCK_INSTANTIATE_OP(T, R)                                                              \
-    MEMBLOCK_INSTANTIATE_OP_SIMPLE(T, R)                                                           \
-    template void ApplyOp<T, R>(char, T const*, unsigned int, T const*, unsigned int, R*,          \
-                                unsigned int, op_options const&);
-#define MEMBLOCK_INSTANTIATE_COMPARE(T)                                                            \
-    template bool ops::CompareKernel(char, ops::Operands<T> const&, unsigned char*);
+namespace ops {
+
+template <class T>
+void CompareToBytes(char op, T const* x, unsigned int xlen, T const* y, unsigned int ylen,
+                    unsigned char* dest, unsigned int destlen)
+{
+    CompareKernel(op, MakeOperands(x, xlen, y, ylen, destlen), dest);
+}
+
+/// The addresses of all functions for operands T and results R: taking them instantiates them.
+template <class T, class R>
+consteval auto FunctionsOfPair()
+{
+    if constexpr (IntegerPair<T, R>)
+        return std::tuple(&ApplyOp<T, R>, &ApplyOpSimple<T, R>);
+    else if constexpr (FloatPair<T, R>)
+        return std::tuple(&ApplyOpSimple<T, R>);
+    else
+        return std::tuple();
+}
+
+template <class T>
+consteval auto FunctionsOfComparison()
+{
+    if constexpr (KernelTypes::has<T>)
+        return std::tuple(&CompareToBytes<T>);
+    else
+        return std::tuple();
+}
+
+template <class T>
+consteval auto AllFunctions()
+{
+#define MEMBLOCK_PAIR(NAME, ID, R, TEXT) , FunctionsOfPair<T, R>()
+    return std::tuple_cat(FunctionsOfComparison<T>() MEMBLOCK_NUMERIC_ELEM_TYPES(MEMBLOCK_PAIR));
+#undef MEMBLOCK_PAIR
+}
+
+} // namespace ops
 
 } // namespace NKelmic
 
-#endif // MEMBLOCK_VECTOR_OP_APPLY_KERNELS_H
+#endif // MEMBLOCK_VECTOR_ARITHMETIC_APPLY_KERNELS_H

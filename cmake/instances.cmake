@@ -1,0 +1,35 @@
+# Sources that differ only in the element type are made from one template: NAME.cpp.in gives one
+# source for each row of MEMBLOCK_NUMERIC_ELEM_TYPES, with @NAME@ and @TYPE@ of the row. Separate
+# sources let their kernels compile side by side.
+set(MEMBLOCK_TYPE_LIST ${PROJECT_SOURCE_DIR}/memblock/core/datatype.h)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${MEMBLOCK_TYPE_LIST})
+
+function(memblock_numeric_types result)
+    file(READ ${MEMBLOCK_TYPE_LIST} text)
+    set(rows)
+    foreach(kind SIGNED UNSIGNED FLOAT)
+        if(NOT text MATCHES "#define MEMBLOCK_${kind}_ELEM_TYPES\\(X\\)([^#]*)")
+            message(FATAL_ERROR "No list of ${kind} element types in ${MEMBLOCK_TYPE_LIST}")
+        endif()
+        string(REGEX MATCHALL "X\\([A-Za-z0-9]+, [0-9]+, [^,]+," found "${CMAKE_MATCH_1}")
+        list(APPEND rows ${found})
+    endforeach()
+    set(${result} ${rows} PARENT_SCOPE)
+endfunction()
+
+# memblock_instances(TEMPLATE SOURCES): SOURCES gets the names of the sources made.
+function(memblock_instances template sources)
+    string(REGEX REPLACE "\\.cpp\\.in$" "" stem ${template})
+    memblock_numeric_types(rows)
+    set(made)
+    foreach(row IN LISTS rows)
+        string(REGEX MATCH "X\\(([A-Za-z0-9]+), [0-9]+, ([^,]+)," row "${row}")
+        set(NAME ${CMAKE_MATCH_1})
+        set(TYPE ${CMAKE_MATCH_2})
+        string(TOLOWER ${NAME} suffix)
+        set(source ${CMAKE_CURRENT_BINARY_DIR}/${stem}_${suffix}.cpp)
+        configure_file(${template} ${source} @ONLY)
+        list(APPEND made ${source})
+    endforeach()
+    set(${sources} ${made} PARENT_SCOPE)
+endfunction()

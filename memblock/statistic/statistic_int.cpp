@@ -1,5 +1,0 @@
-#include <memblock/statistic/statisticimpl_internal.h>
-
-namespace NKelmic {
-MEMBLOCK_STATISTIC_FACTORIES(int)
-} // namespace NKelmic
