@@ -229,9 +229,7 @@ void Container::ListItems(safestring& list) const
     ForEachListed(*this, [&](ContainerMap::value_type const& item) {
         if (!std::exchange(first, false))
             list += ", ";
-        safestring name = item.first;
-        QuoteName(name);
-        list += name;
+        list += KeyOfItem(item.first, [this](safestring const& name) { return exists(name); });
     });
 }
 

@@ -45,20 +45,20 @@ void Descend(DataItem const& value, int format, SerializeVisitor& v, safestring 
 /// Append `name=value` for each item, with commas between.
 class ExpressionList {
 public:
-    explicit ExpressionList(safestring& text) : text_(text) {}
+    ExpressionList(ContainerMap const& items, safestring& text) : items_(items), text_(text) {}
     void Add(ContainerMap::value_type const& item)
     {
         if (!first_)
             text_ += ',';
         first_ = false;
-        safestring name = item.first;
-        QuoteName(name);
-        text_ += name;
+        text_ += KeyOfItem(item.first,
+                           [this](safestring const& name) { return items_.count(name) > 0; });
         text_ += '=';
         WithEnoughStack([&] { text_ += item.second.GetExpression(); });
     }
 
 private:
+    ContainerMap const& items_;
     safestring& text_;
     bool first_ = true;
 };
@@ -68,7 +68,7 @@ private:
 void ContainerImpl::GetExpression(safestring& expression) const
 {
     expression += "cnt(";
-    ExpressionList list(expression);
+    ExpressionList list(map_, expression);
     for (auto const& item : map_)
         list.Add(item);
     expression += ')';
@@ -77,7 +77,7 @@ void ContainerImpl::GetExpression(safestring& expression) const
 void OrderedImpl::GetExpression(safestring& expression) const
 {
     expression += "ocnt(";
-    ExpressionList list(expression);
+    ExpressionList list(map_, expression);
     for (ContainerIterator const item : positions_)
         list.Add(*item);
     expression += ')';

@@ -75,13 +75,13 @@ Delete(tmp2)
                  "before|set(tmp1=cnt())\nSet(my path=tmp1)\nDelete(tmp1)\n");
 }
 
-TEST(ContainerForms, TheExpressionTellsNamesInQuotesAndTheOrder)
+TEST(ContainerForms, TheExpressionTellsTheOrderAndQuotesWhatIsNoWord)
 {
     auto const c = Ordered("ba");
     c->Put("t", "in \"quotes\"");
     c->Put(DataItem(Cnt("x", 0.5)), "c");
     EXPECT_EQ(c->GetSubItem("@expression", throw_always).GetString(),
-              "ocnt(@b@=0,@a@=1,@in \"quotes\"@=\"t\",@c@=cnt(@x@=0.5))");
+              "ocnt(b=0,a=1,@in \"quotes\"@=\"t\",c=cnt(x=0.5))");
     EXPECT_EQ(DataItem(Container::Create()).GetExpression(), "cnt()");
     c->Put(SafeValue(), "u");
     EXPECT_RAISES(c->GetSubItem("@expression", throw_always), 512,

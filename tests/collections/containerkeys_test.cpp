@@ -97,8 +97,8 @@ TEST(ContainerKeys, KeysOfTheContainerComeFirstThenItemsThenThoseOfEveryObject)
     };
     std::pair<char const*, safestring> const cases[] = {
         {"", "@keys,@length,@isordered," + base("")},
-        {"!", "@keys,@length,@isordered,@b@, @a@, @@class@, @@length@, @@my name@@," + base("!")},
-        {"*", "@b@, @a@, @@class@, @@length@, @@my name@@," + base("*")},
+        {"!", "@keys,@length,@isordered,b, a, @@class@, @@length@, @my name@," + base("!")},
+        {"*", "b, a, @@class@, @@length@, @my name@," + base("*")},
         {"@Length", "5"},
         {"size", "5"},
         {"@isordered", "1"},

@@ -231,7 +231,7 @@ TEST(TableKeys, TellOfColumnsAndRows)
     EXPECT_STREQ(Read(t, "@rowrange").GetDescription().c_str(), "[0..3)");
     EXPECT_STREQ(Read(Table::Create(), "@rowrange").GetDescription().c_str(), "[0..0)");
     EXPECT_STREQ(Read(t, "@columns").GetExpression().c_str(), "vec(\"a\",\"b\",\"c\")");
-    EXPECT_STREQ(Read(t, "@toprow").GetExpression().c_str(), "cnt(@a@=1,@b@=0.5,@c@=\"x\")");
+    EXPECT_STREQ(Read(t, "@toprow").GetExpression().c_str(), "cnt(a=1,b=0.5,c=\"x\")");
     EXPECT_STREQ(Read(t, "@bottomrow.c").GetString().c_str(), "z");
     EXPECT_STREQ(Read(t, "@expression").GetString().c_str(), Expression(t).c_str());
     EXPECT_RAISES(Read(t, "@factor"), 128,
