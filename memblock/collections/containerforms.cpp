@@ -4,6 +4,7 @@
 #include <memblock/base/raise.h>
 #include <memblock/base/text.h>
 #include <memblock/collections/containerimpl_internal.h>
+#include <memblock/core/attempt_internal.h>
 #include <memblock/core/deepstack_internal.h>
 #include <memblock/serial/serializer.h>
 #include <memblock/serial/warning.h>
@@ -94,10 +95,12 @@ safestring Container::GetExpression() const
     return expression;
 }
 
-void SerializeContainer2Xml(Container const& container, SerializeVisitor& v, safestring const& path,
-                            Formatter const& formatter, safestring& output)
+namespace {
+
+/// The text of the container itself; that of objects goes to `output` at once.
+safestring XmlElements(Container const& container, SerializeVisitor& v, safestring const& path,
+                       Formatter const& formatter, safestring& output)
 {
-    CheckForLoop(container, v);
     safestring text;
     ContainerWalk walk(container, &v);
     while (auto* const item = walk.Next()) {
@@ -127,10 +130,8 @@ void SerializeContainer2Xml(Container const& container, SerializeVisitor& v, saf
         }
         text += "</a>\n";
     }
-    output += text;
+    return text;
 }
-
-namespace {
 
 /// The values that a script writes as they are. Objects follow in scripts of their own.
 void AppendPlainItems(Container const& container, safestring const& path, safestring& output)
@@ -149,12 +150,18 @@ void AppendPlainItems(Container const& container, safestring const& path, safest
 
 } // namespace
 
+void SerializeContainer2Xml(Container const& container, SerializeVisitor& v, safestring const& path,
+                            Formatter const& formatter, safestring& output)
+{
+    CheckForLoop(container, v);
+    AppendWhole(output, [&] { output += XmlElements(container, v, path, formatter, output); });
+}
+
 void Container::SerializeMorvane(SerializeVisitor& v, safestring const& path,
                                  Formatter const& formatter, safestring& output) const
 {
     CheckForLoop(*this, v);
-    auto const start = output.size();
-    try {
+    AppendWhole(output, [&] {
         safestring const variable =
             is_alphanumeric(path) ? path : v.name_prefix_ + str(++v.counter_);
         output += Text("set(%s=cnt(", variable);
@@ -168,10 +175,7 @@ void Container::SerializeMorvane(SerializeVisitor& v, safestring const& path,
             if (IsNested(item->second))
                 Descend(item->second, Formatter::ser_morvane, v, path + "." + item->first,
                         formatter, output);
-    } catch (...) {
-        output.resize(start);
-        throw;
-    }
+    });
 }
 
 void Container::DoSerialize(int format, SerializeVisitor& v, safestring const& path,

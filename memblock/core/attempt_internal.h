@@ -2,6 +2,7 @@
 #define MEMBLOCK_CORE_ATTEMPT_INTERNAL_H
 
 #include <memblock/base/exception.h>
+#include <memblock/base/safestring.h>
 
 namespace NKelmic {
 
@@ -14,6 +15,19 @@ auto Attempt(Ntarnwick::ThrowHandlerFunc handler, Work&& work) -> decltype(work(
     } catch (Ntarnwick::Exception const& e) {
         Throw(e, handler);
         return {};
+    }
+}
+
+/// Do what appends to a text; if it raises, the text is as it was.
+template <class Work>
+void AppendWhole(Ntarnwick::safestring& output, Work&& work)
+{
+    auto const before = output.size();
+    try {
+        work();
+    } catch (...) {
+        output.resize(before);
+        throw;
     }
 }
 

@@ -1,5 +1,6 @@
 #include <memblock/base/raise.h>
 #include <memblock/base/safestring.h>
+#include <memblock/core/attempt_internal.h>
 #include <memblock/core/memblock.h>
 #include <memblock/serial/serializer.h>
 
@@ -8,7 +9,7 @@ namespace NKelmic {
 void MemBlock::Serialize(int format, SerializeVisitor& v, safestring const& path,
                          Formatter const& formatter, safestring& output) const
 {
-    DoSerialize(format, v, path, formatter, output);
+    AppendWhole(output, [&] { DoSerialize(format, v, path, formatter, output); });
 }
 
 PMemBlock MemBlock::UnSerialize(int format, Formatter const& formatter, char const* text,

@@ -92,16 +92,6 @@ void WriteElement(Vector const& v, unsigned int i, Road const& road, safestring&
         output += item.GetString();
 }
 
-/// Line ends become blanks, those at the end go.
-safestring OnOneLine(safestring text)
-{
-    while (!text.empty() && (text.back() == '\n' || text.back() == '\r'))
-        text.pop_back();
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
-    return text;
-}
-
 void WriteElementsAsText(Vector const& v, Road const& road, safestring& output)
 {
     bool const single_line = road.formatter.GetFlag("single_line_per_elem", false);
@@ -218,6 +208,15 @@ void AppendHexa(unsigned char const* data, unsigned long size, safestring& outpu
 
 } // namespace
 
+safestring OnOneLine(safestring text)
+{
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r'))
+        text.pop_back();
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+    return text;
+}
+
 template <class T>
 void serialize1_tmpl(void const* data, int length, safestring& output)
 {
@@ -276,14 +275,12 @@ void Vector::DoSerialize(int format, SerializeVisitor& visitor, safestring const
     auto const write = FormOf(format, ElemType());
     if (!write)
         return MemBlock::DoSerialize(format, visitor, path, formatter, output);
-    unsigned long const before = output.size();
     try {
         if (OnTheWay::Is(*this))
             Raise(err_state, "An object that holds itself cannot be serialized: %s", *this);
         OnTheWay const mark(*this);
         WithEnoughStack([&] { write(*this, {format, visitor, path, formatter}, output); });
     } catch (Exception const& e) {
-        output.resize(before);
         if (std::strlen(e.what()) > longest_message)
             throw;
         Raise(e.Code(), "Exception during serialization of (%s): %s", path, e.what());
