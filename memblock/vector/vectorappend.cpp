@@ -9,10 +9,14 @@ namespace NKelmic {
 namespace {
 
 /// The type that holds the elements of `mine` and those of `other` behind them.
-DataType CoverForAppend(Vector const& mine, Vector const& other)
+DataType CoverForAppend(Vector const& mine, Vector const& other, bool other_factor)
 {
     DataType const type = mine.ElemType();
     DataType const added = other.ElemType();
+    if (other_factor && IsInSet<IntegerTypes>(type) && IsInSet<IntegerTypes>(added))
+        return Vector::Double;
+    if (type == added)
+        return type;
     bool const sign_mix = IsInSet<SignedTypes>(type) && IsInSet<UnsignedTypes>(added);
     if (sign_mix && mine.Length() > 0 && mine.SecondaryDouble(key_min, throw_always) < 0)
         return Vector::Double;
@@ -59,11 +63,10 @@ void Vector::Append(DerivedPointer<Vector> v)
     if (!PMemBlock(v).Conforms("vector"))
         Raise(err_kind, "Cannot append non-vector to a vector: %s", v);
     bool const numbers = IsInSet<NumericTypes>(ElemType()) && IsInSet<NumericTypes>(v->ElemType());
-    if (numbers && v->Factor() != factor_)
+    bool const other_factor = numbers && v->Factor() != factor_;
+    DataType const cover = CoverForAppend(*this, cref(v), other_factor);
+    if (other_factor)
         v = WithFactor(std::move(v), factor_);
-
-    DataType const cover =
-        v->ElemType() == ElemType() ? ElemType() : CoverForAppend(*this, cref(v));
     if (cover != v->ElemType())
         v = WithType(v, cover);
     unsigned long const old_length = Length();
