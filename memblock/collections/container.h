@@ -166,7 +166,7 @@ public:
     /// Settled: a new item of an ordered container gets no position. It is found by name and by
     /// iteration only, until an `InsertAt` or `SetOrdered` places it.
     void MoveInto(safestring const& name, SafeValue& value);
-    /// Store all items of another container here.
+    /// Store all items of another container here, or none if that fails.
     /// Throws: 128 "Cannot append from non-container", for null too.
     void Append(DerivedPointer<Container> other);
     /// The same, but containers of one name are merged, and one that meets a vector is written to
