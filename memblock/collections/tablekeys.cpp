@@ -210,6 +210,8 @@ DataItem Table::DoVerb(char const* verb, int argc, SafeValue* argv)
                             "table.@rowcount instead!");
         return 1;
     }
+    if (SameName(verb, "notif_objects_chng") && argc >= 3)
+        return CheckColumns(argv);
     if (auto const* const row = table_verbs.Find(verb); row && argc >= row->argument_count)
         return row->run(*this, argc, argv);
     return Vector::DoVerb(verb, argc, argv);

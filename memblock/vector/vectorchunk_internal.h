@@ -17,6 +17,12 @@ TypedChunk OpenChunk(unsigned long length, DataType type);
 /// A copy of `count` elements from index `from`, which must be there.
 TypedChunk CopyOfRange(TypedChunk const& source, unsigned long from, unsigned long count);
 
+/// Ask a class that keeps something beside its objects, as the names of columns, for leave to hold
+/// these from index `first` on. It raises if they do not fit.
+void AskForObjects(Vector& v, unsigned int first, PMemBlock const* objects, unsigned long count);
+/// The same for a whole new content, of any type.
+void AskForContent(Vector& v, TypedChunk const& chunk);
+
 } // namespace NKelmic
 
 #endif // MEMBLOCK_VECTOR_VECTORCHUNK_INTERNAL_H

@@ -3,6 +3,7 @@
 #include <memblock/base/number.h>
 #include <memblock/vector/elemnumber_internal.h>
 #include <memblock/vector/valuetypes_internal.h>
+#include <memblock/vector/vectorchunk_internal.h>
 
 #include <algorithm>
 #include <cmath>
@@ -69,6 +70,10 @@ void Vector::Fill(DataItem const& item)
     WithElemType<TypeUnion<NumericTypes, ObjectTypes>>(
         ElemType(), "Function fill_tmpl not implemented for data type '%s'",
         [&]<class T>(NKelmic::Elem<T>) {
+            if constexpr (std::is_same_v<T, PMemBlock>) {
+                PMemBlock const object = value.GetMemory();
+                AskForObjects(*this, 0, &object, std::min(Length(), 1U));
+            }
             fill_tmpl<T>(Pointer(), static_cast<int>(Length()), value, nullptr);
         });
     Changed();
@@ -76,6 +81,8 @@ void Vector::Fill(DataItem const& item)
 
 void Vector::Clear()
 {
+    PMemBlock const none;
+    AskForObjects(*this, 0, &none, std::min(Length(), 1U));
     void* const data = Pointer();
     if (IsObject(ElemType())) {
         TypedChunk::Destroy_Buffer(data, Length(), ElemType());

@@ -3,6 +3,7 @@
 #include <memblock/base/number.h>
 #include <memblock/vector/elemnumber_internal.h>
 #include <memblock/vector/valuetypes_internal.h>
+#include <memblock/vector/vectorchunk_internal.h>
 
 #include <cmath>
 #include <limits>
@@ -49,6 +50,15 @@ T AsObject(V value)
         return str(value);
 }
 
+/// Put a stored form into its place; an object only where it fits beside the others.
+template <class T>
+void Place(Vector& v, unsigned int i, T&& stored)
+{
+    if constexpr (std::is_same_v<T, PMemBlock>)
+        AskForObjects(v, i, &stored, 1);
+    v.TypedPointer<T>()[i] = std::move(stored);
+}
+
 /// Store `raw` into a number element, `value` into an object element; false if it does not fit.
 /// The test comes first: a refused value leaves a shared buffer shared.
 template <class V>
@@ -62,7 +72,7 @@ bool StoreNumber(Vector& v, unsigned int i, V raw, V value)
                 stored = AsObject<T>(value);
             else if (!StoreRaw(&stored, raw))
                 return false;
-            v.TypedPointer<T>()[i] = std::move(stored);
+            Place(v, i, std::move(stored));
             return true;
         });
 }
@@ -131,7 +141,7 @@ void SetElemInt64(Vector& v, unsigned int i, long long value)
     T stored = FromInt64<T>(value, "Vector::SetElem(): Value (%d) out of range for data type: %s",
                             "Vector::SetElem(): Value (%d) out of range for data type: triple",
                             "Vector::SetElem(): Value (%d) out of range for data type: uint64");
-    v.TypedPointer<T>()[i] = std::move(stored);
+    Place(v, i, std::move(stored));
 }
 
 template <class T>
@@ -140,7 +150,7 @@ void SetElemUInt64(Vector& v, unsigned int i, unsigned long long value)
     T stored = FromInt64<T>(value, "Vector::SetElem(): Value (%u) out of range for data type: %s",
                             "Vector::SetElem(): Value (%u) out of range for data type: triple",
                             nullptr); // uint64 holds them all
-    v.TypedPointer<T>()[i] = std::move(stored);
+    Place(v, i, std::move(stored));
 }
 
 void Vector::SetElem(unsigned int i, long long value)
@@ -169,7 +179,7 @@ void Vector::SetElem(unsigned int i, safestring const& text)
     } else if (ElemType() == PolyType) {
         *PolyTypePointer(i) = DataItem(text);
     } else if (ElemType() == PMemory) {
-        *PMemoryPointer(i) = CreateFrom(text);
+        Place(*this, i, PMemBlock(CreateFrom(text)));
     } else {
         int whole = 0;
         double real = 0.0;
@@ -187,7 +197,7 @@ void Vector::SetElem(unsigned int i, PMemBlock object)
 {
     CheckSetIndex(i);
     if (ElemType() == PMemory) {
-        *PMemoryPointer(i) = object;
+        Place(*this, i, PMemBlock(object));
     } else if (ElemType() == PolyType) {
         *PolyTypePointer(i) = DataItem(object);
     } else {

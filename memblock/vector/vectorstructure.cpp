@@ -245,6 +245,7 @@ void Vector::Rearrange(int const* idx, unsigned int n, unsigned int newlen,
                     ElemSize());
         fresh = TypedChunk(newlen, ElemType(), MemChunk(fresh.Chunk()), ElemSize());
     }
+    AskForContent(*this, chunk_); // or what moves to the new buffer would be lost
     if (IsObject(ElemType()))
         WithElemType<ObjectTypes>(
             ElemType(), "Function rearrange_swap not implemented for data type '%s'",
@@ -296,14 +297,24 @@ void Vector::SetTypedChunk(TypedChunk const& chunk)
     KeepAlive const alive(*this); // the cached values that go may hold the last pointer to it
     if (chunk.Length() != chunk_.Length())
         CheckNewLength(chunk.Length());
-    unsigned long const old_length = chunk_.Length();
-    DataType const old_type = ElemType();
-    chunk_ = chunk;
-    if (ElemType() != old_type)
-        ResetPimpl();
-    ContentHasBeenChanged();
-    if (chunk_.Length() != old_length)
+    AskForContent(*this, chunk);
+    auto const install = [this](TypedChunk const& content) {
+        bool const retyped = content.Type() != ElemType();
+        chunk_ = content;
+        if (retyped)
+            ResetPimpl();
+        ContentHasBeenChanged();
+    };
+    if (chunk.Length() == chunk_.Length())
+        return install(chunk);
+    TypedChunk const old = chunk_;
+    install(chunk);
+    try {
         ResizeVector(chunk_.Length(), true, true);
+    } catch (...) {
+        install(old);
+        throw;
+    }
 }
 
 bool Vector::UseMemoryOf(Vector const& other)
@@ -311,6 +322,7 @@ bool Vector::UseMemoryOf(Vector const& other)
     bool const objects = IsObject(ElemType()) || IsObject(other.ElemType());
     if (objects && (ElemType() != other.ElemType() || Length() != other.Length()))
         Raise(err_kind, "Cannot cast data array into requested type: %s", other);
+    AskForContent(*this, other.chunk_);
     other.Pointer(); // what the other has put off must be done now
     bool const same_size = chunk_.Chunk().Size() == other.chunk_.Chunk().Size();
     chunk_.SetMemChunk(other.chunk_.Chunk(), other.chunk_.GetOffset());
@@ -328,8 +340,10 @@ void Vector::TransferOwnerShip(DerivedPointer<Vector> target)
 {
     if (!target || target.Pointer() == this)
         return;
+    TypedChunk const nothing;
+    AskForContent(*this, nothing);
     target->UseMemoryOf(*this);
-    SetTypedChunk(TypedChunk());
+    SetTypedChunk(nothing);
 }
 
 #define MEMBLOCK_INSTANTIATE(T)                                                                    \
