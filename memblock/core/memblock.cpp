@@ -6,8 +6,7 @@
 #include <memblock/core/memblock_internal.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/logging/logger.h>
-#include <memblock/serial/factory.h>
-#include <memblock/serial/loader.h>
+#include <memblock/serial/warning.h>
 #include <memblock/threads/mutex.h>
 #include <memblock/vector/vector.h>
 

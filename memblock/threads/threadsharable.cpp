@@ -4,7 +4,7 @@
 #include <memblock/core/attempt_internal.h>
 #include <memblock/core/dataitem.h>
 #include <memblock/core/visitor.h>
-#include <memblock/serial/loader.h>
+#include <memblock/serial/warning.h>
 
 #include <boost/thread/lock_algorithms.hpp>
 #include <boost/thread/lock_guard.hpp>

@@ -3,6 +3,7 @@
 
 #include <memblock/vector/convert.h>
 #include <memblock/vector/elemnumber_internal.h>
+#include <memblock/vector/summary.h>
 
 namespace NKelmic {
 
@@ -36,9 +37,6 @@ template <class T>
 struct ElemRange {
     T min, max;
 };
-
-constexpr int key_max = 100;
-constexpr int key_min = 101;
 
 /// The exact range of the elements of an integer vector that is not empty.
 template <class T>

@@ -11,8 +11,6 @@ namespace NKelmic {
 namespace {
 
 constexpr unsigned int warning_precision = 1048576;
-constexpr int key_finitemin = 113;
-constexpr int key_finitemax = 114;
 
 /// Summary values that a change of the factor only multiplies. Where an element is rounded, the
 /// index of an extreme and all mean values are other ones afterwards.
