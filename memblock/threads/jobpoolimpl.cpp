@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <map>
+#include <utility>
 
 namespace NKelmic {
 namespace {
@@ -25,12 +26,20 @@ enum status_t { status_unknown = 0, status_added = 1, status_succeeded = 3, stat
 constinit std::atomic<unsigned long long> last_serial{0};
 
 typedef std::map<safestring, DataItem> ThreadItems;
+typedef std::map<unsigned long long, ThreadItems> ItemsByPool; // by the serial of the pool
 
-/// By the serial of the pool. The entries go with the thread.
-std::map<unsigned long long, ThreadItems>& ItemsOfThisThread()
+/// The entries go with the thread. What static destructors keep, when those of the main thread
+/// have gone, stays.
+ItemsByPool& ItemsOfThisThread()
 {
-    static thread_local std::map<unsigned long long, ThreadItems> items;
-    return items;
+    static thread_local constinit ItemsByPool* items = nullptr;
+    static thread_local struct AtEnd {
+        ~AtEnd() { delete std::exchange(items, nullptr); }
+    } const at_end;
+    static_cast<void>(&at_end);
+    if (!items)
+        items = new ItemsByPool;
+    return *items;
 }
 
 int ThreadsFromEnvironment(int threads)

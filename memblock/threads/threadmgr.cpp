@@ -55,12 +55,12 @@ void TellPosted(Job& job)
 
 ThreadMgr& ThreadMgr::Instance()
 {
-    struct Owner {
-        ThreadMgr* const manager = new ThreadMgr;
-        ~Owner() { manager->StopWorkers(); } // the object stays: see its destructor
-    };
-    static Owner owner;
-    return *owner.manager;
+    static auto& manager = *new ThreadMgr; // stays: see its destructor
+    static struct AtEnd {
+        ~AtEnd() { manager.StopWorkers(); }
+    } const at_end;
+    static_cast<void>(&at_end);
+    return manager;
 }
 
 void ThreadMgr::StopWorkers()
