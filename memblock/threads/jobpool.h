@@ -74,8 +74,9 @@ private:
 ///
 /// Adding, waiting and reading belong to one thread, as a rule the creator. While it waits, the
 /// workers reach it by notifications and consultations: these handlers run on the waiting thread
-/// and nowhere else. A pool made on a worker, or with no threads, runs its jobs inside `Wait`.
-/// A headless pool collects nothing and is never waited for.
+/// and nowhere else. What they throw leaves `Wait`, and nothing else: jobs keep their results, and
+/// a later `Wait` goes on. A pool made on a worker, or with no threads, runs its jobs inside
+/// `Wait`. A headless pool collects nothing and is never waited for.
 ///
 /// Values cross threads as private copies, see `DataItem::MakeCopy` and `MemBlock::MakeDeepCopy`.
 class MEMBLOCK_API JobPool : public ThreadSharable {

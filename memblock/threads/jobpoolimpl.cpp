@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <cxxabi.h>
 #include <map>
 #include <utility>
 
@@ -125,7 +126,10 @@ int JobPoolImpl::Wait(int timeout_s, JobPool& pool)
         ~Waiting() { place = before; }
     } const waiting{waiting_, waiting_};
     waiting_ = &pool;
-    return DoWait(timeout_s, pool);
+    RaiseThrown(); // one a Wait, as with workers
+    int const left = DoWait(timeout_s, pool);
+    RaiseThrown(); // of a handler that a notification of the pool itself called
+    return left;
 }
 
 void JobPoolImpl::Abort(safestring const& message)
@@ -192,6 +196,78 @@ void JobPoolImpl::HandleNotifyOfWaiting(int job, int code, DataItem& value)
         waiting_->HandleNotify(job, code, value);
 }
 
+void JobPoolImpl::Handle(PoolMsg& message)
+{
+    switch (message.type) {
+    case PoolMsg::none:
+        break;
+    case PoolMsg::started:
+        NotifyJobStarted(message.job);
+        break;
+    case PoolMsg::succeeded:
+    case PoolMsg::failed:
+        SetResult(message.type == PoolMsg::succeeded, message.job, message.value);
+        break;
+    case PoolMsg::notify:
+        HandleNotifyOfWaiting(message.job, message.code, message.value);
+        break;
+    case PoolMsg::consult:
+        AnswerConsultation(message);
+        break;
+    }
+}
+
+void JobPoolImpl::HandleFromHere(PoolMsg& message)
+{
+    bool const asks = message.type == PoolMsg::consult; // and can't wait for the next Wait
+    while (asks && !kept_.empty()) {
+        PoolMsg earlier = std::move(kept_.front());
+        kept_.pop_front();
+        HandleContained(earlier);
+    }
+    if (thrown_.empty() || asks)
+        HandleContained(message);
+    else
+        kept_.push_back(std::move(message));
+    message = PoolMsg();
+}
+
+void JobPoolImpl::HandleContained(PoolMsg& message)
+{
+    try {
+        Handle(message);
+    } catch (abi::__forced_unwind const&) { // the thread is being cancelled
+        throw;
+    } catch (...) {
+        thrown_.push_back(std::current_exception());
+    }
+}
+
+void JobPoolImpl::RaiseThrown()
+{
+    if (thrown_.empty())
+        return;
+    std::exception_ptr const first = std::move(thrown_.front());
+    thrown_.pop_front();
+    std::rethrow_exception(first);
+}
+
+bool JobPoolImpl::HandleKept()
+{
+    if (kept_.empty())
+        return false;
+    PoolMsg message = std::move(kept_.front());
+    kept_.pop_front();
+    Handle(message);
+    return true;
+}
+
+void JobPoolImpl::RunHere(Job& job)
+{
+    WorkerThread::RunJobHere(job, *this);
+    RaiseThrown();
+}
+
 void JobPoolImpl::AnswerConsultation(PoolMsg& message)
 {
     Consultation& asked = Consultation::Of(message);
@@ -215,6 +291,7 @@ void JobPoolImpl::NotifyJobPoolDestroyed()
     // Callers may share what the results refer to, and this object may end on a worker.
     std::vector<DataItem>().swap(results_);
     statuses_.clear();
+    kept_.clear();
 }
 
 void JobPoolImpl::Notify(int job, int code, DataItem& value)

@@ -71,21 +71,21 @@ void JobPoolImpl_ST::DoNotifyAborted()
 
 int JobPoolImpl_ST::DoWait(int, JobPool& pool)
 {
-    while (!pool.Finished() && !IsAborted() && !jobs_.empty()) { // empty: a job waits itself
+    while (!pool.Finished() && !IsAborted()) {
+        if (HandleKept())
+            continue;
+        if (jobs_.empty()) // a job waits itself
+            break;
         Job& job = *jobs_.front();
         jobs_.pop_front();
-        WorkerThread::RunJobHere(job, *this);
+        RunHere(job);
     }
     return static_cast<int>(jobs_.size());
 }
 
 void JobPoolImpl_ST::DoPostPoolMessage(PoolMsg& message)
 {
-    if (message.type == PoolMsg::notify)
-        HandleNotifyOfWaiting(message.job, message.code, message.value);
-    else if (message.type == PoolMsg::consult)
-        AnswerConsultation(message);
-    message = PoolMsg();
+    HandleFromHere(message);
 }
 
 JobPoolImpl_MT_base::JobPoolImpl_MT_base(bool continue_on_error, int threads)
@@ -173,7 +173,7 @@ int JobPoolImpl_MT::DoWait(int timeout_s, JobPool& pool)
             break;
         }
         if (NextMessage(message, timeout_s))
-            Handle(message);
+            HandlePosted(message);
         else if (timeout_s <= 0)
             std::this_thread::yield();
     }
@@ -193,26 +193,11 @@ bool JobPoolImpl_MT::NextMessage(PoolMsg& message, int timeout_s)
     return true;
 }
 
-void JobPoolImpl_MT::Handle(PoolMsg& message)
+void JobPoolImpl_MT::HandlePosted(PoolMsg& message)
 {
-    switch (message.type) {
-    case PoolMsg::none:
-        break;
-    case PoolMsg::started:
+    if (message.type == PoolMsg::started)
         RefillRunQueue(); // before the handler, which may take its time or throw
-        NotifyJobStarted(message.job);
-        break;
-    case PoolMsg::succeeded:
-    case PoolMsg::failed:
-        SetResult(message.type == PoolMsg::succeeded, message.job, message.value);
-        break;
-    case PoolMsg::notify:
-        HandleNotifyOfWaiting(message.job, message.code, message.value);
-        break;
-    case PoolMsg::consult:
-        AnswerConsultation(message);
-        break;
-    }
+    Handle(message);
 }
 
 void JobPoolImpl_MT::RefillRunQueue()

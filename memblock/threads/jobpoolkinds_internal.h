@@ -79,7 +79,7 @@ protected:
 
 private:
     bool NextMessage(PoolMsg& message, int timeout_s);
-    void Handle(PoolMsg& message);
+    void HandlePosted(PoolMsg& message);
     void RefillRunQueue();
     void DismissInbox();
 

@@ -22,15 +22,14 @@ public:
     void operator()();
     /// Run one job and post what comes of it. The job may be gone afterwards.
     static void RunJob(Job& job);
-    /// The same on any thread, with the result handed straight to its pool.
+    /// The same on the thread that waits for the pool.
     static void RunJobHere(Job& job, JobPoolImpl& pool);
 
 private:
     friend class ThreadMgr;
     friend struct ThreadMgrProbe; // of the tests
     void RunJobs();
-    template <class Sink>
-    static void RunInto(Sink sink, Job& job);
+    static void Run(Job& job, JobPoolImpl& pool, bool here);
     static DataItem ReportFailure(Job& job);
     static void Finish(Job& job);
 
