@@ -61,6 +61,10 @@ ThreadSharablePointer<JobPoolImpl> JobPoolImpl::Create(bool continue_on_error, i
                    "context.");
         return new JobPoolImpl_ST(continue_on_error);
     }
+    if (ThreadMgr::Instance().HasEnded()) {
+        LogJobs(7, "Creating a single-threaded JobPool, because the program is ending.");
+        return new JobPoolImpl_ST(continue_on_error);
+    }
     threads = ThreadsFromEnvironment(threads);
     if (headless) {
         threads = std::max(threads, 1);

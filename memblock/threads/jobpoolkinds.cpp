@@ -7,6 +7,7 @@
 #include <memblock/threads/threadmgr.h>
 
 #include <algorithm>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -55,6 +56,24 @@ DataItem Consultation::WaitForAnswer()
     boost::unique_lock<boost::mutex> lock(mutex_);
     condition_.wait(lock, [this] { return done_; });
     return std::move(value_);
+}
+
+thread_local constinit HeldJob* HeldJob::innermost_ = nullptr;
+
+int HeldJob::Count(JobPoolImpl const& pool)
+{
+    int count = 0;
+    for (HeldJob const* held = innermost_; held; held = held->outer_)
+        count += &held->pool_ == &pool;
+    return count;
+}
+
+bool HeldJob::RunsHere(JobPoolImpl const& pool)
+{
+    for (HeldJob const* held = innermost_; held; held = held->outer_)
+        if (&held->pool_ == &pool && held->kind_ == here)
+            return true;
+    return false;
 }
 
 void JobPoolImpl_ST::DoAddJob(Job* job)
@@ -131,10 +150,14 @@ void JobPoolImpl_MT::DoNotifyAborted()
             static_cast<int>(jobs.size()));
     for (auto* job : jobs)
         DeleteJob(job);
+    while (Job* const job = TakeJobLeftBehind())
+        DeleteJob(job);
 }
 
 void JobPoolImpl_MT::DoPostPoolMessage(PoolMsg& message)
 {
+    if (HeldJob::RunsHere(*this))
+        return HandleFromHere(message);
     MakeIndependent(message.value); // first: it may fail, and then nothing is posted
     JobPoolImpl_MT_base::DoPostPoolMessage(message);
     bool const asks = message.type == PoolMsg::consult;
@@ -172,8 +195,18 @@ int JobPoolImpl_MT::DoWait(int timeout_s, JobPool& pool)
             DismissInbox();
             break;
         }
-        if (NextMessage(message, timeout_s))
+        if (HandleKept())
+            continue;
+        if (Job* const job = TakeJobLeftBehind()) {
+            RunHere(*job);
+            continue;
+        }
+        int const held = HeldJob::Count(*this);
+        bool const stuck = held > 0 && Unfinished() <= held; // all that is left waits for us
+        if (NextMessage(message, stuck ? 0 : timeout_s))
             HandlePosted(message);
+        else if (stuck)
+            break;
         else if (timeout_s <= 0)
             std::this_thread::yield();
     }
@@ -197,7 +230,29 @@ void JobPoolImpl_MT::HandlePosted(PoolMsg& message)
 {
     if (message.type == PoolMsg::started)
         RefillRunQueue(); // before the handler, which may take its time or throw
+    std::optional<HeldJob> held;
+    if (message.type == PoolMsg::consult && message.job >= 0)
+        held.emplace(*this, HeldJob::asking);
     Handle(message);
+}
+
+/// A job that no worker will take any more, as the program is ending; null if there is none.
+Job* JobPoolImpl_MT::TakeJobLeftBehind()
+{
+    if (!ThreadMgr::Instance().HasEnded())
+        return nullptr;
+    Job* job = nullptr;
+    {
+        boost::mutex::scoped_lock const lock(queue_mutex_);
+        for (; !job && !run_queue_.empty(); run_queue_.pop_front())
+            job = run_queue_.front().job;
+    }
+    boost::mutex::scoped_lock const prewait(prewait_mutex_);
+    if (!job && !prewait_.empty()) {
+        job = prewait_.front();
+        prewait_.pop_front();
+    }
+    return job;
 }
 
 void JobPoolImpl_MT::RefillRunQueue()

@@ -69,6 +69,8 @@ void ThreadMgr::StopWorkers()
     stopping_ = true;
     posted_.fetch_add(1, std::memory_order_release);
     wake_condition_.notify_all();
+    for (auto* pool : pools_) // who waits has to run the jobs that are left
+        pool->fifo_.Rouse();
     std::vector<boost::thread*> threads;
     for (auto* worker : workers_)
         threads.push_back(worker->thread_.get());

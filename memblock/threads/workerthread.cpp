@@ -14,6 +14,7 @@ void WorkerThread::Run(Job& job, JobPoolImpl& pool, bool here)
     LogJobs(7, "Worker thread: running task %d in job pool: %s", job.index_, pool);
     job.thread_id_ = GetCurrentThreadId();
     try {
+        HeldJob const held(pool, here ? HeldJob::here : HeldJob::on_worker);
         PoolMsg message(PoolMsg::failed, job.index_);
         try {
             PoolMsg started(PoolMsg::started, job.index_);

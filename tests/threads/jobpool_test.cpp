@@ -160,6 +160,20 @@ TEST_P(JobPoolOf, AHandlerMayAddJobsAndWaitAgain)
     EXPECT_EQ(pool.codes[jp_notify_succeeded], 31);
 }
 
+TEST_P(JobPoolOf, AnAnswerMayWaitForAllJobsButThoseThatAsk)
+{
+    Pool pool;
+    pool.on_consult = [&](DataItem& question) {
+        pool.Wait(1);
+        return question;
+    };
+    for (int i = 0; i < 10; ++i)
+        pool.Add(i % 2 ? Task::Work(Ask) : [](Task&) { return DataItem(1); });
+    pool.Wait();
+    for (auto const& result : pool.GetResults())
+        EXPECT_EQ(result.GetInt(), 1);
+}
+
 namespace {
 
 std::function<void()> const throwers[] = {[] { Raise(err_state, "by a handler"); },
