@@ -1,6 +1,7 @@
 #include <memblock/threads/jobpoolkinds_internal.h>
 
 #include <memblock/base/raise.h>
+#include <memblock/core/memblock_internal.h>
 #include <memblock/threads/joblog_internal.h>
 #include <memblock/threads/jobpool.h>
 #include <memblock/threads/mutex.h>
@@ -20,7 +21,7 @@ void MakeIndependent(DataItem& value)
     value.MakeCopy();
     if (value.GetType() == it_memblock)
         if (auto& block = value.MemoryRef())
-            block->MakeDeepCopy(); // a private object may still hold shared ones
+            MakeIndependent(*block); // a private object may still hold shared ones
 }
 
 Consultation::Consultation(DataItem& question)
