@@ -286,18 +286,31 @@ TEST_P(JobPoolOf, APoolInsideAJobRunsOnTheThreadOfThatJob)
 
 TEST(JobPool, KeepsFewJobsQueuedAndHandsOutNoMoreThanItsThreads)
 {
+    static std::atomic<int> posted;
+    struct Posted : Task {
+        using Task::Task;
+        void OnPosted() override { ++posted; }
+    };
     Threads const threads(2);
     std::atomic<int> running{0}, most{0};
+    std::atomic<bool> open{false};
     Pool pool;
+    pool.on_notify = [&](int) {
+        if (open || pool.codes[jp_notify_started] < 2)
+            return;
+        EXPECT_EQ(posted, 2 + 2 * 2) << "what runs, and twice as many in the queue";
+        open = true;
+    };
     for (int i = 0; i < 200; ++i)
-        pool.Add([&](Task&) {
+        pool.AddNewJob(new Posted([&](Task&) {
             int const now = ++running;
             for (int seen = most; now > seen && !most.compare_exchange_weak(seen, now);) {
             }
+            WaitUntil([&] { return open.load(); });
             boost::this_thread::yield();
             --running;
             return DataItem(now);
-        });
+        }));
     pool.Wait();
     EXPECT_LE(most, 2);
 }
@@ -365,6 +378,31 @@ TEST(JobPool, AbortFromAnotherThreadEndsTheWaitAndEveryQuestion)
         }
         stopper.join();
         EXPECT_RAISES(pool.Wait(), err_notify, "stopped");
+    }
+    EXPECT_TRUE(NoneLeft());
+}
+
+TEST(JobPool, TheJobsOfAnAbortedPoolAreDroppedByItsCreator)
+{
+    ASSERT_TRUE(NoneLeft());
+    Threads const threads(1);
+    std::atomic<bool> open{false};
+    {
+        Pool pool;
+        for (int i = 0; i < 20; ++i)
+            pool.Add([&](Task&) {
+                WaitUntil([&] { return open.load(); });
+                return DataItem();
+            });
+        boost::thread([&] {
+            pool.Abort("stopped");
+            pool.Abort(""); // leaves the message
+            EXPECT_RAISES(pool.GetResults(), err_notify, "stopped");
+        }).join();
+        EXPECT_EQ(Task::alive, 20);
+        EXPECT_RAISES(pool.GetResults(), err_notify, "stopped");
+        EXPECT_LE(Task::alive, 1 + 2) << "those that were handed out";
+        open = true;
     }
     EXPECT_TRUE(NoneLeft());
 }
