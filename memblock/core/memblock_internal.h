@@ -9,6 +9,10 @@ namespace NKelmic {
 /// in its place if it has other owners. Its cached values go.
 void MakeExclusive(PMemBlock const& block);
 
+/// Make an object ready for another thread: all that it reaches is its own, as by `MakeDeepCopy`,
+/// and no value of a cache is an object but the sticky ones.
+void MakeIndependent(MemBlock& root);
+
 /// Keeps an object alive for the length of a call that takes and drops pointers on it.
 ///
 /// Unlike with a `PMemBlock`, an object that nobody owns yet, fresh or on the stack, is not

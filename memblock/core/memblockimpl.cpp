@@ -205,6 +205,18 @@ bool MemBlockImpl::ExistsSecondaryDouble(int key, double& out) const
     return stored != nullptr;
 }
 
+void MemBlockImpl::TakeDerivedObjects(std::vector<DataItem>& out, bool keep_transient)
+{
+    auto const end = items_.upper_bound(MemBlock::key_last_volatile);
+    for (auto at = items_.begin(); at != end;) {
+        bool const stays = at->second.GetType() != it_memblock ||
+                           (keep_transient && at->first == MemBlock::key_transient);
+        if (!stays)
+            out.push_back(at->second);
+        at = stays ? std::next(at) : items_.erase(at);
+    }
+}
+
 bool MemBlockImpl::Entertain(MemBlockVisitor& v, safestring const& path,
                              MemBlock::entertainmode_t mode)
 {
@@ -218,7 +230,25 @@ bool MemBlockImpl::Entertain(MemBlockVisitor& v, safestring const& path,
         if (!owner_->EntertainChild(found->second.MemoryRef(), v, below, mode))
             return false;
     }
-    return true;
+    return !v.SeesStickyItems() || EntertainSticky(v, path, mode);
+}
+
+/// The items beside the attribute.
+bool MemBlockImpl::EntertainSticky(MemBlockVisitor& v, safestring const& path,
+                                   MemBlock::entertainmode_t mode)
+{
+    // By key and not by iterator: a visitor may store or erase items.
+    for (int key = MemBlock::key_last_volatile;;) {
+        auto const next = items_.upper_bound(key);
+        if (next == items_.end())
+            return true;
+        key = next->first;
+        if (key == MemBlock::key_sticky || next->second.GetType() != it_memblock)
+            continue;
+        safestring const below = TraverseNode(TraverseNode(path), Text("@sticky:%d", key)).Path();
+        if (!owner_->EntertainChild(next->second.MemoryRef(), v, below, mode))
+            return false;
+    }
 }
 
 void MemBlockImpl::Traverse(TraverseVisitor& v, TraverseNode const& node)

@@ -77,9 +77,10 @@ long long MemBlock::CalcMemUsage() const
 
 namespace {
 
-void DeepCopyBelow(MemBlock& root, safestring* report)
+void DeepCopyBelow(MemBlock& root, safestring* report, bool keep_transient = true)
 {
     DeepCopier copier(&root, report);
+    copier.keeps_transient = keep_transient;
     root.Entertain(copier, safestring(), MemBlock::em_no_self);
     copier.BeginCopying();
     root.Entertain(copier, safestring(), MemBlock::em_all);
@@ -95,6 +96,11 @@ void MemBlock::MakeDeepCopy()
 void MemBlock::MakeDeepCopy(safestring& report)
 {
     DeepCopyBelow(*this, &report);
+}
+
+void MakeIndependent(MemBlock& root)
+{
+    DeepCopyBelow(root, nullptr, false);
 }
 
 PMemBlock MemBlock::CloneToBranch(safestring const& path) const

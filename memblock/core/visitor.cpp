@@ -1,5 +1,6 @@
 #include <memblock/core/visitor.h>
 
+#include <memblock/core/memblockimpl.h>
 #include <memblock/core/safevalue.h>
 #include <memblock/core/typedchunk.h>
 
@@ -111,7 +112,11 @@ void MemUsageVisitor::VisitVData(TraverseNode const&, DataType type, void const*
 /// Notes all objects below one that outsiders reach.
 class DeepCopier::ExposureMarker : public MemBlockVisitor {
 public:
-    explicit ExposureMarker(DeepCopier& copier) : copier_(copier) { reads_paths_ = false; }
+    explicit ExposureMarker(DeepCopier& copier) : copier_(copier)
+    {
+        reads_paths_ = false;
+        sees_sticky_items_ = true;
+    }
     using MemBlockVisitor::Visit;
     int Visit(safestring const&, PMemBlock& block) override
     {
@@ -130,6 +135,7 @@ DeepCopier::DeepCopier(MemBlock* root, safestring* report)
     : root_(root), table_(100), report_(report)
 {
     reads_paths_ = report != nullptr;
+    sees_sticky_items_ = true;
 }
 
 int DeepCopier::Visit(safestring const& path, PMemBlock& block)
@@ -155,11 +161,18 @@ int DeepCopier::Count(MemBlock* block)
 void DeepCopier::BeginCopying()
 {
     counting = false;
+    DropDerivedObjects(*root_);
     ExposureMarker marker(*this);
     for (auto& [block, entry] : table_) {
         if (entry.unseen > 0 && !std::exchange(entry.exposed, true))
             block->Entertain(marker, safestring(), MemBlock::em_no_self);
     }
+}
+
+void DeepCopier::DropDerivedObjects(MemBlock& block)
+{
+    if (auto* const pimpl = block.PimplIfAny())
+        pimpl->TakeDerivedObjects(dropped_, keeps_transient);
 }
 
 int DeepCopier::Replace(safestring const& path, PMemBlock& block)
@@ -169,8 +182,11 @@ int DeepCopier::Replace(safestring const& path, PMemBlock& block)
         return go_on; // made by a clone just now
     refcount_entry& entry = found->second;
     bool const first_sight = !std::exchange(entry.done, true);
-    if (!entry.exposed)
+    if (!entry.exposed) {
+        if (first_sight)
+            DropDerivedObjects(*block);
         return first_sight ? go_on : skip_children;
+    }
     if (first_sight) {
         if (report_ && entry.unseen > 0) {
             if (!report_->empty())

@@ -99,7 +99,9 @@ VectorOperation::VectorOperation(char op, Vector const& x, DerivedPointer<Vector
     : op_(op), x_(x), y_(std::move(y)), options_(options),
       no_factor_(options.GetFlag("no_factor", false)), route_(DataTypeBase::Double)
 {
-    static safestring const fixed("fixed_result_type"); // too long to be made without allocation
+    // Made once: it is too long for a string without allocation. Never destroyed, as jobs may
+    // outlive all statics.
+    static auto const& fixed = *new safestring("fixed_result_type");
     fixed_ = options.GetFlag(fixed, false);
     if (!fixed_)
         return;
