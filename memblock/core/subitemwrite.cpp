@@ -55,7 +55,7 @@ void DropCachedValues(MemBlock& object)
 class WriteWalk {
 public:
     WriteWalk(MemBlock& root, safestring const& path, ThrowHandlerFunc handler, SetStep set_step)
-        : path_(path), handler_(handler), set_step_(set_step), collect_(true)
+        : path_(path), handler_(handler), set_step_(set_step)
     {
         levels_.push_back({PMemBlock(&root), safestring()});
     }

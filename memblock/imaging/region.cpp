@@ -100,7 +100,8 @@ bool RegionBase::DoSetSubItem(safestring const& key, SafeValue const& value, saf
                               ThrowHandlerFunc handler)
 {
     if (!Standing()) {
-        Report(handler, err_kind, "Cannot set item \"%s\" (%s) in a %s object.", key, value, Class());
+        Report(handler, err_kind, "Cannot set item \"%s\" (%s) in a %s object.", key, value,
+               Class());
         return false;
     }
     MakeExclusive(Standing()); // a form that was handed in may have other owners
