@@ -1,10 +1,10 @@
 #include <memblock/collections/container.h>
 
+#include <memblock/base/appendwhole_internal.h>
 #include <memblock/base/number.h>
 #include <memblock/base/raise.h>
 #include <memblock/base/text.h>
 #include <memblock/collections/containerimpl_internal.h>
-#include <memblock/core/attempt_internal.h>
 #include <memblock/core/deepstack_internal.h>
 #include <memblock/serial/serializer.h>
 #include <memblock/serial/warning.h>

@@ -3,7 +3,7 @@
 #include <memblock/base/number.h>
 #include <memblock/base/text.h>
 #include <memblock/collections/containerimpl_internal.h>
-#include <memblock/core/keytable.h>
+#include <memblock/core/attempt_internal.h>
 #include <memblock/core/md5.h>
 #include <memblock/core/subitem.h>
 #include <memblock/vector/vector.h>
@@ -169,7 +169,7 @@ DataItem Container::ResolveSubItem(safestring const& key, ThrowHandlerFunc handl
 {
     if (key.size() <= 1 || key[0] == '@')
         if (auto const* const row = container_keys.Find(key))
-            return row->read(*this, handler);
+            return ReadKey(*row, *this, handler);
     if (DataItem value = Get(key); value.IsDefined())
         return value;
     if (!is_alphanumeric(key)) {
@@ -245,18 +245,13 @@ bool Container::DoSetSubItem(safestring const& key, SafeValue const& value,
     auto const* const row = is_item ? nullptr : container_keys.Find(key);
     if (!is_item && !(row && row->write))
         return MemBlock::DoSetSubItem(key, value, full_path, handler);
-    try {
-        if (row)
-            return row->write(*this, value, handler);
-        if (value.IsUndefined())
-            Delete(NameByKey(key));
-        else
-            Insert(key, value);
-        return true;
-    } catch (Exception const& e) {
-        Throw(e, handler);
-        return false;
-    }
+    if (row)
+        return row->write(*this, value, handler);
+    if (value.IsUndefined())
+        Delete(NameByKey(key));
+    else
+        Insert(key, value);
+    return true;
 }
 
 } // namespace NKelmic

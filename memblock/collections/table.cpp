@@ -1,8 +1,10 @@
 #include <memblock/collections/table.h>
 
+#include <memblock/base/listitems_internal.h>
 #include <memblock/base/number.h>
 #include <memblock/base/raise.h>
 #include <memblock/base/text.h>
+#include <memblock/collections/columnsbyname_internal.h>
 #include <memblock/core/deepstack_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 #include <memblock/vector/vectorforms_internal.h>
@@ -337,7 +339,7 @@ void SwapTableColumns(DerivedPointer<Table> const& table, int a, int b)
 
 void SetTableColumnOrder(DerivedPointer<Table> const& table, safestring const& names)
 {
-    safestringlist const list = SplitString(names, ", \t", true);
+    ColumnsByName const columns(*table);
     std::vector<int> order;
     std::vector<bool> placed(table->ColumnCount());
     auto const place = [&](int column) {
@@ -346,8 +348,8 @@ void SetTableColumnOrder(DerivedPointer<Table> const& table, safestring const& n
             order.push_back(column);
         }
     };
-    for (unsigned long i = 0, n = list.size(); i < n; ++i)
-        place(table->ColumnIndex(list[i]));
+    for (safestring const& name : ItemsOf(SplitString(names, ", \t", true)))
+        place(columns.Find(name));
     for (int column = 0; column < table->ColumnCount(); ++column)
         place(column);
     table->Rearrange(order.data(), table->Length(), table->Length(), throw_always);

@@ -1,9 +1,11 @@
 #include <memblock/collections/table.h>
 
 #include <memblock/base/chars_internal.h>
+#include <memblock/base/listitems_internal.h>
 #include <memblock/base/number.h>
 #include <memblock/base/raise.h>
 #include <memblock/base/text.h>
+#include <memblock/collections/columnsbyname_internal.h>
 #include <memblock/core/deepstack_internal.h>
 #include <memblock/serial/serializer.h>
 #include <memblock/vector/vectorforms.h>
@@ -235,11 +237,11 @@ std::vector<int> Table::SelectColumns(Formatter const& formatter) const
             selected.push_back(i);
         return selected;
     }
-    safestringlist const names = SplitString(told.GetString(), ",; \t", true);
-    for (unsigned long i = 0, n = names.size(); i < n; ++i) {
-        int const column = ColumnIndex(names[i]);
+    ColumnsByName const columns(*this);
+    for (safestring const& name : ItemsOf(SplitString(told.GetString(), ",; \t", true))) {
+        int const column = columns.Find(name);
         if (column < 0)
-            Raise(err_kind, "No such column in the table: %s", names[i]);
+            Raise(err_kind, "No such column in the table: %s", name);
         selected.push_back(column);
     }
     return selected;

@@ -1,6 +1,6 @@
+#include <memblock/base/appendwhole_internal.h>
 #include <memblock/base/raise.h>
 #include <memblock/base/safestring.h>
-#include <memblock/core/attempt_internal.h>
 #include <memblock/core/memblock.h>
 #include <memblock/serial/serializer.h>
 

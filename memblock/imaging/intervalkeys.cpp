@@ -1,5 +1,5 @@
 #include <memblock/base/raise.h>
-#include <memblock/core/keytable.h>
+#include <memblock/core/attempt_internal.h>
 #include <memblock/core/visitor.h>
 #include <memblock/imaging/image.h>
 #include <memblock/imaging/intervalparts_internal.h>
@@ -263,7 +263,7 @@ constexpr char const* interval_short_list = "itemcount,";
 DataItem IntervalVector::ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) const
 {
     if (auto const* const row = interval_keys.Find(key); row && row->read)
-        return row->read(*this, handler);
+        return ReadKey(*row, *this, handler);
     DataItem const below = IndexVector::ResolveSubItem(key, handler);
     if (key == "!" || key.empty())
         return DataItem(interval_list + below.GetString());

@@ -2,7 +2,6 @@
 
 #include <memblock/base/number.h>
 #include <memblock/core/attempt_internal.h>
-#include <memblock/core/keytable.h>
 #include <memblock/imaging/targetdata_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
@@ -110,7 +109,7 @@ safestring Point::DoGetDescription() const
 DataItem Point::ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) const
 {
     if (auto const* row = point_keys.Find(key))
-        return Attempt(handler, [&] { return row->read(*this, handler); });
+        return ReadKey(*row, *this, handler);
     if (SameName(key.c_str(), "target_descr"))
         return target_.descr;
     if (key.empty() || key == "!")

@@ -1,7 +1,7 @@
 #include <memblock/imaging/region.h>
 
 #include <memblock/base/raise.h>
-#include <memblock/core/keytable.h>
+#include <memblock/core/attempt_internal.h>
 #include <memblock/core/memblock_internal.h>
 #include <memblock/core/options.h>
 #include <memblock/imaging/image.h>
@@ -99,12 +99,16 @@ void RegionBase::DoSerialize(int format, SerializeVisitor& v, safestring const& 
 bool RegionBase::DoSetSubItem(safestring const& key, SafeValue const& value, safestring const&,
                               ThrowHandlerFunc handler)
 {
-    if (!Standing())
+    if (!Standing()) {
+        Report(handler, err_kind, "Cannot set item \"%s\" (%s) in a %s object.", key, value,
+               Class());
         return false;
+    }
     MakeExclusive(Standing()); // a form that was handed in may have other owners
-    bool const done = Standing()->SetSubItem(key, value, handler);
+    if (!Standing()->SetSubItem(key, value, handler))
+        return false;
     ContentHasBeenChanged();
-    return done;
+    return true;
 }
 
 // ---- Conversion
@@ -156,14 +160,14 @@ PMemBlock RegionBase::ConvertTo(safestring const& classname) const
 DataItem RegionBase::ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) const
 {
     if (auto const* const row = region_keys.Find(key))
-        return row->read(*this, handler);
+        return ReadKey(*row, *this, handler);
     if (key.empty() || key == "!")
         return DataItem(Told().keys + MemBlock::ResolveSubItem(key, handler).GetString());
     bool const of_list = AnyKeyOfList(safestring(Told().keys), [&](KeyListEntry const& entry) {
         return SameName(entry.name, {key.data(), key.size()});
     });
     if (of_list) // the rest of the own list is what the vector form answers
-        return GetVectorRepr()->ResolveSubItem(key, handler);
+        return Attempt(handler, [&] { return GetVectorRepr()->ResolveSubItem(key, handler); });
     return MemBlock::ResolveSubItem(key, handler);
 }
 

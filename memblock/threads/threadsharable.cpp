@@ -1,7 +1,7 @@
 #include <memblock/threads/threadsharable.h>
 
+#include <memblock/base/appendwhole_internal.h>
 #include <memblock/base/raise.h>
-#include <memblock/core/attempt_internal.h>
 #include <memblock/core/dataitem.h>
 #include <memblock/core/visitor.h>
 #include <memblock/serial/warning.h>

@@ -290,7 +290,10 @@ TEST(Image, PixelsAreWrittenByTheirPlace)
                   "Pixel out of image borders: [0, -1]");
     for (char const* key : {"9e99,0", "0,4294967296", "1,2", "x,1"})
         EXPECT_FALSE(image->SetSubItem(key, DataItem(7), throw_never)) << key;
-    EXPECT_FALSE(image->SetSubItem("0,0", DataItem(40000), throw_never));
+    for (long long const value : {40000LL, 1LL << 40})
+        EXPECT_RAISES(
+            image->SetSubItem("0,0", DataItem(value), throw_always), 128,
+            Text("Vector::SetElem(): Value (%d) out of range for data item: %s", value, image));
     auto const wide = Picture<long long>(1, 1, {0});
     EXPECT_TRUE(wide->SetSubItem("0,0", DataItem((1LL << 60) + 1), throw_always));
     EXPECT_EQ(*cref(wide).TypedPointer<long long>(), (1LL << 60) + 1);
