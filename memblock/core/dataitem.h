@@ -250,6 +250,7 @@ public:
     bool Consistent(safestring& message);
     /// The bytes that hang on this item; what is held twice counts once.
     long long CalcMemUsage() const;
+    /// Walk this item and what it holds at the start event, which may change the item.
     void Traverse(TraverseVisitor& v, TraverseNode const& node);
     /// Serialize the object or sharable inside; false for anything else.
     bool Serialize(int format, SerializeVisitor& v, safestring const& path,

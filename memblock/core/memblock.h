@@ -125,7 +125,8 @@ public:
     /// A class with children calls the base form, ends with false if that does, and then calls
     /// `EntertainChild` for each child with the pointer in its place, not a copy: visitors look
     /// at reference counts and exchange children. In mode `em_traverse` it also offers its fields
-    /// by `Visit(path, DataItem&)`.
+    /// by `Visit(path, DataItem&)`. A visitor may change the object meanwhile, so the class looks
+    /// for its children anew after each call. It may also drop the last pointer to the object.
     virtual bool Entertain(MemBlockVisitor& v, safestring const& path, entertainmode_t mode) = 0;
     /// Do what a verb says and return its answer, undefined for an unknown verb.
     ///

@@ -48,7 +48,8 @@ public:
     bool ExistsSecondaryItem(int key, DataItem& out) const;
     bool ExistsSecondaryInt(int key, int& out) const;
     bool ExistsSecondaryDouble(int key, double& out) const;
-    /// Offer the two attribute containers as children.
+    /// Offer the two attribute containers as children. A visitor may change, flush or drop the
+    /// cache meanwhile.
     bool Entertain(MemBlockVisitor& v, safestring const& path, MemBlock::entertainmode_t mode);
     /// Walk the sticky items under the names "@sticky:" with the key.
     void Traverse(TraverseVisitor& v, TraverseNode const& node);
@@ -61,6 +62,8 @@ protected:
     std::map<int, DataItem> items_;
 
 private:
+    /// The place of an object in the cache of an owner; null if there is none.
+    static PMemBlock* FindObject(MemBlock const& owner, int key);
     DataItem const* Find(int key) const
     {
         auto const found = items_.find(key);
