@@ -156,15 +156,15 @@ bool Container::Equals(MemBlock const& other) const
 PMemBlock Container::DoClone(int mode) const
 {
     DerivedPointer<Container> const clone(new Container(*this));
-    if (mode > 1)
+    if (mode > 1 && mode != deep_copy_mode)
         return clone;
     ContainerWalk walk(*clone);
     while (auto* const item = walk.Next()) {
         SafeValue& value = item->second;
-        if (value.GetType() == it_memblock && value.MemoryRef())
-            value.MemoryRef() = value.MemoryRef()->Clone(mode == 1);
-        else if (value.GetType() == it_sharable)
+        if (value.GetType() == it_sharable)
             value = SafeValue(DataItem(value.GetSharable()->DoClone()));
+        else if (mode != deep_copy_mode && value.GetType() == it_memblock && value.MemoryRef())
+            value.MemoryRef() = value.MemoryRef()->Clone(mode == 1);
     }
     return clone;
 }

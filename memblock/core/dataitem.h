@@ -262,7 +262,8 @@ public:
     void ScalarToVector();
     /// Give the item a private copy of its object or sharable.
     ///
-    /// An object that nobody else holds stays, unless it is a vector of objects or items.
+    /// An object that nobody else holds stays, unless it is a vector of objects or items. What the
+    /// object shares within itself stays shared in the copy.
     void MakeCopy();
 
     /// Make the position cache of a long text, once; other items have none.

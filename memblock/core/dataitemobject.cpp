@@ -1,5 +1,6 @@
 #include <memblock/core/dataitem.h>
 
+#include <memblock/core/memblock_internal.h>
 #include <memblock/core/visitor.h>
 #include <memblock/serial/serializer.h>
 #include <memblock/vector/vector.h>
@@ -88,7 +89,7 @@ void DataItem::MakeCopy()
         vector && (vector->ElemType() == Vector::PMemory || vector->ElemType() == Vector::PolyType);
     if (Block()->RefCount() == 1 && !holds_objects)
         return;
-    PMemBlock const copy = Block()->Clone(true);
+    PMemBlock const copy = Block()->CloneIn(deep_copy_mode);
     copy->MakeDeepCopy();
     MemoryRef() = copy;
 }

@@ -150,7 +150,8 @@ public:
     virtual PMemBlock op(char operation, PMemBlock other, op_options const& options) const;
 
 protected:
-    /// Copy this object: mode 1 shares the payload, 0 duplicates it, 2 serves `CloneToBranch`.
+    /// Copy this object: mode 1 shares the payload, 0 duplicates it. 2 serves `CloneToBranch` and 3
+    /// `MakeDeepCopy`: both share the payload and also the children, those that `Entertain` offers.
     virtual PMemBlock DoClone(int mode) const = 0;
     /// Make the cache object; the class of it depends on what the content is.
     virtual MemBlockImpl* DoPimpl() const;
@@ -273,8 +274,10 @@ protected:
                         entertainmode_t mode);
 
 private:
-    friend class MemBlockImpl; // offers the attribute containers as children
-    int DoLastRelease() const; // the count is already lowered
+    friend class DataItem; // clones for deep copies
+    friend class DeepCopier;
+    PMemBlock CloneIn(int mode) const; // DoClone, then flags and sticky items
+    int DoLastRelease() const;         // the count is already lowered
     void DeleteThis() const;
     void DropPimpl();
     mutable MemBlockImpl* pimpl_;

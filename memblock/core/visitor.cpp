@@ -1,5 +1,6 @@
 #include <memblock/core/visitor.h>
 
+#include <memblock/core/memblock_internal.h>
 #include <memblock/core/safevalue.h>
 #include <memblock/core/typedchunk.h>
 
@@ -166,7 +167,7 @@ int DeepCopier::Replace(safestring const& path, PMemBlock& block)
 {
     auto const found = table_.find(block.Pointer());
     if (found == table_.end())
-        return go_on; // made by a clone just now
+        return go_on; // not seen before: made while this one's parent was cloned
     refcount_entry& entry = found->second;
     bool const first_sight = !std::exchange(entry.done, true);
     if (!entry.exposed)
@@ -177,7 +178,7 @@ int DeepCopier::Replace(safestring const& path, PMemBlock& block)
                 *report_ += ',';
             *report_ += path;
         }
-        entry.replacement = block->Clone(true);
+        entry.replacement = block->CloneIn(deep_copy_mode);
         // What hangs below comes first: if it throws, the tree never shows a half-made copy.
         if (entry.replacement)
             entry.replacement->Entertain(*this, path, MemBlock::em_no_self);

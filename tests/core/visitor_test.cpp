@@ -210,62 +210,6 @@ TEST(CalcMemUsage, EndsOnCycles)
     block->items.clear();
 }
 
-TEST(MakeDeepCopy, LeavesAloneWhatOnlyTheTreeHolds)
-{
-    auto const block = Block({{"a", DataItem(Block())}});
-    block->items["b"] = block->items["a"];
-    MemBlock* const child = Child(block, "a").Pointer();
-    safestring report;
-    block->MakeDeepCopy(report);
-    EXPECT_EQ(report, "");
-    EXPECT_EQ(Child(block, "a").Pointer(), child);
-    EXPECT_EQ(Child(block, "b").Pointer(), child);
-}
-
-TEST(MakeDeepCopy, ReplacesWhatOutsidersHoldByOneCopy)
-{
-    auto const outside = Block({{"x", DataItem(Block())}});
-    auto const block = Block({{"a", DataItem(outside)},
-                              {"b", DataItem(outside)},
-                              {"c", DataItem(Block({{"d", DataItem(outside)}}))}});
-    MemBlock* const kept = Child(block, "c").Pointer();
-    safestring report;
-    block->MakeDeepCopy(report);
-    EXPECT_EQ(report, "a");
-    auto const copy = Child(block, "a");
-    EXPECT_NE(copy.Pointer(), outside.Pointer());
-    EXPECT_EQ(Child(block, "b"), copy);
-    EXPECT_EQ(Child(Child(block, "c"), "d"), copy);
-    EXPECT_EQ(Child(block, "c").Pointer(), kept);
-    EXPECT_NE(Child(copy, "x"), Child(outside, "x")) << "what hangs below is copied with it";
-    EXPECT_EQ(outside->RefCount(), 1);
-}
-
-TEST(MakeDeepCopy, ReplacesWhatIsReachedThroughAHeldObject)
-{
-    // `inner` has no outside owner of its own, but whoever holds `outer` can change it.
-    auto const outer = Block({{"inner", DataItem(Block())}});
-    auto const block = Block({{"a", outer->items["inner"]}, {"b", DataItem(outer)}});
-    safestring report;
-    block->MakeDeepCopy(report);
-    EXPECT_EQ(report, "b");
-    EXPECT_NE(Child(block, "a"), Child(outer, "inner"));
-    EXPECT_EQ(Child(block, "a"), Child(Child(block, "b"), "inner")) << "still shared inside";
-    EXPECT_EQ(Child(outer, "inner")->RefCount(), 2) << "outer and the pointer of this test";
-}
-
-TEST(MakeDeepCopy, ReachesAttributes)
-{
-    auto const attributes = Block();
-    auto const block = Block();
-    block->SetSecondaryItem(MemBlock::key_sticky, DataItem(attributes));
-    safestring report;
-    block->MakeDeepCopy(report);
-    EXPECT_EQ(report, "@sticky");
-    EXPECT_NE(block->SecondaryMemBlock(MemBlock::key_sticky, throw_always), PMemBlock(attributes));
-    EXPECT_EQ(attributes->RefCount(), 1);
-}
-
 TEST(MakeDeepCopy, ShowsNoHalfMadeCopyWhenACloneFails)
 {
     class Unclonable : public TestBlock {
