@@ -246,6 +246,10 @@ public:
     /// Walk this object with start, data and end events.
     void Traverse(TraverseVisitor& v, TraverseNode const& node);
     /// The bytes that this object and what hangs below it hold; what is shared counts once.
+    ///
+    /// Counted are arrays of elements, texts too long to lie inside their value, and what objects
+    /// answer to "memusage_self". Containers answer nothing: their items and names are left out,
+    /// as are caches, but for the sticky values in them.
     long long CalcMemUsage() const;
     /// Replace by copies all sub-objects that somebody outside of this tree can reach, so that
     /// nothing in it changes from outside. What the tree shares within itself stays shared.

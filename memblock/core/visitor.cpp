@@ -2,7 +2,7 @@
 
 #include <memblock/core/memblock_internal.h>
 #include <memblock/core/safevalue.h>
-#include <memblock/core/typedchunk.h>
+#include <memblock/vector/vector.h>
 
 namespace NKelmic {
 
@@ -82,18 +82,31 @@ void MemUsageVisitor::AddAnswer(DataItem const& answer)
         Add(answer.GetInt64());
 }
 
-void MemUsageVisitor::VisitStart(TraverseNode const&, DataItem& item)
+namespace {
+
+/// The bytes of a text that does not fit in its value, with the NUL.
+long long BytesOutside(safestring const& text, std::size_t most_inside)
 {
-    constexpr std::size_t inline_text = 20; // longer texts lie on the heap, with their NUL
-    if (item.GetType() != it_string)
-        return;
-    if (auto const size = item.GetString().size(); size > inline_text)
-        Add(static_cast<long long>(size) + 1);
+    return text.size() > most_inside ? static_cast<long long>(text.size()) + 1 : 0;
 }
 
-void MemUsageVisitor::VisitStart(TraverseNode const&, MemBlock& block)
+} // namespace
+
+void MemUsageVisitor::VisitStart(TraverseNode const&, DataItem& item)
+{
+    constexpr std::size_t most_inside = 20;
+    if (item.GetType() == it_string)
+        Add(BytesOutside(item.GetString(), most_inside));
+}
+
+void MemUsageVisitor::VisitStart(TraverseNode const& node, MemBlock& block)
 {
     AddAnswer(block.DoVerb("memusage_self", 0, nullptr));
+    // The elements are children and come one by one, the array as data does not.
+    Vector* const vector = MemCast<Vector>(&block);
+    if (vector && (vector->ElemType() == Vector::PMemory || vector->ElemType() == Vector::PolyType))
+        VisitVData(node, vector->ElemType(), vector->Chunk().Data(),
+                   static_cast<int>(vector->Length()), vector);
 }
 
 void MemUsageVisitor::VisitStart(TraverseNode const&, ThreadSharable& sharable)
@@ -103,10 +116,17 @@ void MemUsageVisitor::VisitStart(TraverseNode const&, ThreadSharable& sharable)
 }
 
 void MemUsageVisitor::VisitVData(TraverseNode const&, DataType type, void const* data, int length,
-                                 Vector*)
+                                 Vector* vector)
 {
-    if (data && buffers_.insert(data).second)
-        Add(static_cast<long long>(length) * TypedChunk::SizeOf(type));
+    if (!data || !buffers_.insert(data).second)
+        return;
+    Add(static_cast<long long>(length) * TypedChunk::SizeOf(type));
+    bool const has_texts =
+        type == DataTypeBase::String && !(vector && vector->Chunk().HasDelayed());
+    std::size_t const most_inside = safestring().capacity();
+    auto const* const texts = static_cast<safestring const*>(data);
+    for (int i = 0; has_texts && i < length; ++i)
+        Add(BytesOutside(texts[i], most_inside));
 }
 
 /// Notes all objects below one that outsiders reach.

@@ -6,6 +6,7 @@
 
 #include "support/raises.h"
 #include "support/testblock.h"
+#include "support/vectors.h"
 
 #include <boost/thread/thread.hpp>
 #include <gtest/gtest.h>
@@ -59,9 +60,9 @@ Lines Visits(PMemBlock const& block, MemBlock::entertainmode_t mode)
     return visitor.paths;
 }
 
-typedef std::map<safestring, DataItem> Items;
+typedef std::map<safestring, DataItem> Named;
 
-DerivedPointer<TestBlock> Block(Items const& items = {})
+DerivedPointer<TestBlock> Block(Named const& items = {})
 {
     return TestBlock::Create(items);
 }
@@ -197,6 +198,13 @@ TEST(CalcMemUsage, CountsSharedObjectsOnceAndLongTexts)
     EXPECT_EQ(block->RefCount(), 1);
     EXPECT_EQ(DataItem(5).CalcMemUsage(), 0);
     EXPECT_EQ(DataItem(safestring(21, 'x')).CalcMemUsage(), 22);
+
+    auto const texts = Texts({safestring(15, 'x'), safestring(16, 'x')}); // 15 lie in their element
+    constexpr long long vector = sizeof(Vector), texts_only = 2 * sizeof(safestring) + 17;
+    EXPECT_EQ(texts->CalcMemUsage(), vector + texts_only);
+    constexpr long long pointers = 2 * sizeof(PMemBlock);
+    EXPECT_EQ(Objects({PMemBlock(texts), PMemBlock(texts)})->CalcMemUsage(),
+              2 * vector + pointers + texts_only);
 }
 
 TEST(CalcMemUsage, EndsOnCycles)
