@@ -142,15 +142,15 @@ TEST(Entertain, LeavesAnObjectWithoutOwnersAlive)
 TEST(Traverse, GivesStartAndEndOfEachNode)
 {
     auto const block = Block({{"a", DataItem(Block())}, {"c", DataItem(5)}});
-    block->SetSecondaryItem(10500, DataItem(Block()));
+    block->SetSecondaryItem(MemBlock::key_sticky, DataItem(Block()));
     block->SetSecondaryItem(MemBlock::key_transient, DataItem(Block()));
     EventVisitor visitor;
     block->Traverse(visitor, TraverseNode("top"));
     EXPECT_EQ(
         visitor.events,
         (Lines{"block top", "block top.a", "/block top.a", "item top.c", "/item top.c",
-               "item top.@sticky:10500", "block top.@sticky:10500.memblock",
-               "/block top.@sticky:10500.memblock", "/item top.@sticky:10500", "/block top"}));
+               "item top.@sticky:10003", "block top.@sticky:10003.memblock",
+               "/block top.@sticky:10003.memblock", "/item top.@sticky:10003", "/block top"}));
 }
 
 TEST(Traverse, ShowsALogicalTypeThatIsNotTheDefault)
