@@ -51,7 +51,8 @@ public:
     bool ExistsSecondaryDouble(int key, double& out) const;
     /// Move the items to `out` that are derived from the content and are objects.
     void TakeDerivedObjects(std::vector<DataItem>& out, bool keep_transient);
-    /// Offer the two attribute containers as children, and other sticky items to who wants them.
+    /// Offer the two attribute containers as children, and the other sticky objects to a visitor
+    /// that wants them. A visitor may change, flush or drop the cache meanwhile.
     bool Entertain(MemBlockVisitor& v, safestring const& path, MemBlock::entertainmode_t mode);
     /// Walk the sticky items under the names "@sticky:" with the key.
     void Traverse(TraverseVisitor& v, TraverseNode const& node);
@@ -64,8 +65,10 @@ protected:
     std::map<int, DataItem> items_;
 
 private:
-    bool EntertainSticky(MemBlockVisitor& v, safestring const& path,
-                         MemBlock::entertainmode_t mode);
+    static bool EntertainSticky(MemBlock const& owner, MemBlockVisitor& v, safestring const& path,
+                                MemBlock::entertainmode_t mode);
+    /// The place of an object in the cache of an owner; null if there is none.
+    static PMemBlock* FindObject(MemBlock const& owner, int key);
     DataItem const* Find(int key) const
     {
         auto const found = items_.find(key);

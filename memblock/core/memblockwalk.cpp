@@ -1,10 +1,8 @@
 #include <memblock/core/memblock.h>
 
-#include <memblock/core/deepstack_internal.h>
-#include <memblock/core/memblock_internal.h>
+#include <memblock/core/childwalk_internal.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/core/safevalue.h>
-#include <memblock/core/visitor.h>
 
 #include <algorithm>
 #include <vector>
@@ -33,27 +31,17 @@ bool MemBlock::Entertain(MemBlockVisitor& v, safestring const& path, entertainmo
 bool MemBlock::EntertainChild(PMemBlock& child, MemBlockVisitor& v, safestring const& path,
                               entertainmode_t mode)
 {
-    if (mode == em_no_attr)
-        return true;
-    bool go_on = true;
-    WithEnoughStack([&] {
-        int const answer = v.Visit(path, child);
-        if (answer == MemBlockVisitor::stop)
-            go_on = false;
-        else if (answer != MemBlockVisitor::skip_children && child)
-            // The child itself has just been visited, under its own name.
-            go_on = child->Entertain(v, v.ReadsPaths() ? path : safestring(),
-                                     mode == em_no_self_no_attr ? em_no_attr : em_no_self);
-    });
-    return go_on;
+    KeepAlive const alive(*this); // the child's place is in this object
+    return EntertainPlace(
+        child, [&] { return &child; }, v, path, mode);
 }
 
 void MemBlock::Traverse(TraverseVisitor& v, TraverseNode const& node)
 {
+    KeepAlive const alive(*this);
     if (!v.Enters(*this))
         return;
     WithEnoughStack([&] {
-        KeepAlive const alive(*this);
         v.VisitStart(node, *this);
         Entertain(v, node, em_traverse);
         if (pimpl_)

@@ -26,7 +26,9 @@ private:
 /// Passed over a graph of objects by `MemBlock::Entertain`.
 ///
 /// The answer of a visit steers the walk. The pointer that a visit gets is the one in the parent:
-/// a visitor may put another object there.
+/// a visitor may put another object there, which is then the one that the walk goes into. It may
+/// also remove or overwrite the child, or change its parent in any other way: the walk goes on
+/// behind the place that it was at.
 class MEMBLOCK_API MemBlockVisitor : public mb_malloced {
 public:
     enum { stop = 0, go_on = 1, skip_children = 2 };

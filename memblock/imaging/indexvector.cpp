@@ -2,6 +2,7 @@
 
 #include <memblock/base/alloc.h>
 #include <memblock/base/number.h>
+#include <memblock/core/memblock_internal.h>
 #include <memblock/core/subitem_internal.h>
 #include <memblock/imaging/image.h>
 #include <memblock/imaging/intervalparts_internal.h>
@@ -162,6 +163,7 @@ bool IndexVector::Conforms(char const* classname) const
 
 bool IndexVector::Entertain(MemBlockVisitor& visitor, safestring const& path, entertainmode_t mode)
 {
+    KeepAlive const alive(*this);
     bool const go_on = Vector::Entertain(visitor, path, mode);
     if (go_on && mode == em_traverse)
         VisitTarget(target_, visitor, path);

@@ -1,5 +1,6 @@
 #include <memblock/base/raise.h>
 #include <memblock/core/attempt_internal.h>
+#include <memblock/core/memblock_internal.h>
 #include <memblock/core/visitor.h>
 #include <memblock/imaging/image.h>
 #include <memblock/imaging/intervalparts_internal.h>
@@ -282,6 +283,7 @@ bool IntervalVector::DoSetSubItem(safestring const& key, SafeValue const& value,
 
 bool IntervalVector::Entertain(MemBlockVisitor& v, safestring const& path, entertainmode_t mode)
 {
+    KeepAlive const alive(*this);
     if (!IndexVector::Entertain(v, path, mode))
         return false;
     if (mode == em_no_attr)

@@ -2,6 +2,7 @@
 
 #include <memblock/base/number.h>
 #include <memblock/core/attempt_internal.h>
+#include <memblock/core/memblock_internal.h>
 #include <memblock/imaging/targetdata_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
@@ -77,6 +78,7 @@ bool Point::Conforms(char const* classname) const
 
 bool Point::Entertain(MemBlockVisitor& visitor, safestring const& path, entertainmode_t mode)
 {
+    KeepAlive const alive(*this);
     bool const go_on = Vector::Entertain(visitor, path, mode);
     if (go_on && mode == em_traverse)
         VisitTarget(target_, visitor, path);

@@ -1,6 +1,7 @@
 #include <memblock/vector/vector.h>
 
 #include <memblock/base/number.h>
+#include <memblock/core/memblock_internal.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
@@ -194,7 +195,8 @@ void Vector::FinishClone(int mode)
     if (ElemType() == PolyType) {
         DataItem* items = PolyTypePointer();
         for (unsigned int i = 0; i < Length(); ++i)
-            items[i].MakeCopy();
+            if (mode != deep_copy_mode || items[i].GetType() == it_sharable)
+                items[i].MakeCopy();
     } else if (ElemType() == PMemory && mode <= 0) {
         PMemBlock* objects = PMemoryPointer();
         for (unsigned int i = 0; i < Length(); ++i)

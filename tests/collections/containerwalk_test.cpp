@@ -108,24 +108,6 @@ TEST(ContainerWalk, AScanShowsObjectsOfAClassAndTakesOthersInTheirPlace)
     EXPECT_TRUE(c->Get("v").IsUndefined());
 }
 
-TEST(ContainerWalk, ADeepCopyTakesWhatOutsidersHoldAndKeepsWhatIsSharedInside)
-{
-    auto shared = Ints({1});
-    auto const c = Cnt("p", DataItem(shared), "q", DataItem(shared));
-    safestring report;
-    auto* const inside = shared.Pointer();
-    shared = nullptr;
-    c->MakeDeepCopy(report);
-    EXPECT_EQ(report, "");
-    EXPECT_EQ(c->GetMemory("p", nullptr).Pointer(), inside);
-
-    PMemBlock const outsider = c->GetMemory("p", nullptr);
-    c->MakeDeepCopy(report);
-    EXPECT_EQ(report, "p");
-    EXPECT_NE(c->GetMemory("p", nullptr).Pointer(), inside);
-    EXPECT_EQ(c->GetMemory("p", nullptr), c->GetMemory("q", nullptr));
-}
-
 TEST(ContainerWalk, AClonesItemsAreSharedClonedOrCopiedByItsMode)
 {
     auto const numbers = Ints({1, 2});
