@@ -29,7 +29,8 @@ public:
     // ---- Creation: each function returns an object with one owner.
 
     static DerivedPointer<Vector> Create(); ///< empty, of type Int
-    /// Share the buffer of `chunk`.
+    /// Share the buffer of `chunk`. Throws, as all that wrap memory: "A null buffer cannot hold %u
+    /// elements.", unless a delayed initialization is to bring it.
     static DerivedPointer<Vector> Create(TypedChunk const& chunk, double factor);
     static DerivedPointer<Vector> Create(TypedChunk&& chunk, double factor); ///< or take it over
     /// Make a vector of zeros, empty texts, undefined values or null objects.
@@ -41,6 +42,8 @@ public:
                                          double factor);
     /// Wrap a foreign buffer of `first + length` elements. `deleter` runs once, when the last
     /// user of the buffer is gone; null leaves the buffer to the caller.
+    /// Throws, and leaves the buffer to the caller too: 256 for lengths above the limit; "A null
+    /// buffer cannot hold %u elements.".
     static DerivedPointer<Vector> Create(unsigned long length, DataType, void* buffer,
                                          void (*deleter)(void*), int first, double factor);
     static DerivedPointer<Vector> Create(unsigned long length, DataType, void* buffer,

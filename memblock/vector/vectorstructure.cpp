@@ -294,6 +294,7 @@ void Vector::SetFirstIndex(int n)
 void Vector::SetTypedChunk(TypedChunk const& chunk)
 {
     KeepAlive const alive(*this); // the cached values that go may hold the last pointer to it
+    CheckChunk(chunk);
     if (chunk.Length() != chunk_.Length())
         CheckNewLength(chunk.Length());
     unsigned long const old_length = chunk_.Length();

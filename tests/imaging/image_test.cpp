@@ -2,9 +2,12 @@
 
 #include <memblock/core/keytable.h>
 #include <memblock/imaging/datacube.h>
+#include <memblock/imaging/intervalvector.h>
 #include <memblock/imaging/numrange.h>
 #include <memblock/imaging/point.h>
 #include <memblock/vector/convert.h>
+
+#include <functional>
 
 using namespace NKelmic;
 
@@ -26,6 +29,32 @@ TEST(Image, ShapesThatNoVectorHoldsAreRefused)
         }
     EXPECT_EQ(Faults(*Image::Create(0, 7, Vector::Byte, 1.0)), "");
     EXPECT_ANY_THROW(Image::Create(1, 1, Vector::NoType, 1.0));
+}
+
+TEST(Image, MemoryThatIsNotThereIsRefused)
+{
+    static int released = 0;
+    released = 0;
+    auto const release = [](void*) { ++released; };
+    auto const release_too = [](void*, void*) { ++released; };
+    TypedChunk const nothing(6, Vector::Int, MemChunk(nullptr, MemChunk::release_t(), 24), 0);
+    std::function<void()> const over_null[] = {
+        [&] { Vector::Create(6, Vector::Int, nullptr, release, 0, 1.0); },
+        [&] { Vector::Create(6, Vector::String, nullptr, release, 0, 1.0); },
+        [&] { Vector::Create(6, Vector::Byte, nullptr, release_too, nullptr, 2, 1.0); },
+        [&] { Image::Create(nullptr, release, 2, 3, Vector::Triple, 1.0); },
+        [&] { DataCube::Create(3, 2, 1, Vector::Byte, 1.0, nullptr, release); },
+        [&] { IndexVector::Create(6, nullptr, 1, release, 4, 4); },
+        [&] { IntervalVector::Create(5, 0, nullptr, release, IndexVector::Create()); },
+        [&] { Ints({1})->SetTypedChunk(nothing); },
+        [&] { Vector::Create(nothing, 1.0); },
+        [&] { Image::Create(nothing, 2, 3, 1.0); }};
+    for (auto const& make : over_null)
+        EXPECT_RAISES(make(), 128, "A null buffer cannot hold 6 elements.");
+    EXPECT_EQ(released, 0);
+    EXPECT_EQ(Vector::Create(0, Vector::Int, nullptr, release, 0, 1.0)->Length(), 0u);
+    EXPECT_EQ(Image::Create(nullptr, release, 0, 3, Vector::Byte, 1.0)->Length(), 0u);
+    EXPECT_EQ(IndexVector::Create(0, nullptr, 0, release, 0, 0)->Length(), 0u);
 }
 
 TEST(Image, LengthAndSizesFollowEachOther)
