@@ -85,13 +85,13 @@ TEST(Image, LengthAndSizesFollowEachOther)
 
 TEST(Image, AFactorThatColoursCannotTakeLeavesTheImageAsItWas)
 {
-    auto image = Picture<int>(2, 1, {1, 255}, 100.0);
+    auto image = Picture<int>(2, 1, {1, 255}, 100000.0);
     image->SetEdgeWidth(1);
     safestring const before = image->GetDescription();
     EXPECT_THROW(image->SetElemType(Vector::Triple, true, true), Exception);
     EXPECT_EQ(image->GetDescription(), before);
     EXPECT_EQ(TextOf(image), "1 255");
-    image->EnsureFactor(1.0);
+    image->SetFactor(100.0);
     image->SetElemType(Vector::Triple, true, true);
     EXPECT_EQ(image->GetDescription(), "Visual color image 2x1");
     EXPECT_EQ(image->GetEdgeWidth(), 1);
@@ -519,6 +519,26 @@ TEST(Image, ComesFromVectorsByConversion)
     EXPECT_EQ(cref(line).Pointer(), cref(numbers).Pointer()); // the same buffer
     auto const grey = convert(*Bytes({7}), "24bpp,replicate", "image");
     EXPECT_EQ(*cref(grey).TriplePointer(), 0x070707u);
+    // Grey shows as grey: by its cooked values where these are bytes, otherwise by what a byte
+    // keeps.
+    std::tuple<DerivedPointer<Image>, char const*> const greys[] = {
+        {Picture<unsigned short>(3, 1, {0, 300, 600}), "0 100 200"},
+        {Picture<unsigned short>(2, 1, {300, 600}, 0.1), "30 60"},
+        {Picture<unsigned char>(2, 1, {7, 100}, 2.0), "14 200"},
+        {Picture<unsigned char>(2, 1, {7, 200}, 2.0), "7 200"},
+        {Picture<double>(2, 1, {50.0, 100.0}), "50 100"},
+        {Image::Create(0, 4, Vector::UnsignedShort, 2.0), ""}};
+    for (auto const& [image, text] : greys) {
+        auto const colours = convert(*image, "24bpp,replicate", "image");
+        EXPECT_EQ(colours->GetDescription(),
+                  Text("Visual color image %dx%d", image->width(), image->height()));
+        std::string channel;
+        for (triple const pixel : ElementsOf<triple>(colours)) {
+            channel += (channel.empty() ? "" : " ") + std::to_string(pixel.b[0]);
+            EXPECT_TRUE(pixel.b[0] == pixel.b[1] && pixel.b[0] == pixel.b[2]);
+        }
+        EXPECT_EQ(channel, text) << image->GetDescription().c_str();
+    }
     auto const full = Picture<short>(3, 3, std::vector<short>(9, 4));
     auto const cleared = convert(*full, "clearedborders", "image");
     EXPECT_EQ(TextOf(cleared), "0 0 0 0 4 0 0 0 0");
@@ -546,4 +566,22 @@ TEST(Image, StaysWhatItIsInArithmetic)
     labels->SetType(Image::stencil);
     auto const inverse = labels->op('!', Bytes({0}), {});
     EXPECT_TRUE(inverse->Conforms("mask"));
+}
+
+TEST(Image, TriplesHaveTheRangeOfTheirElements)
+{
+    auto const image = Picture<triple>(2, 1, {7u, 300u}, 2.0);
+    EXPECT_EQ(TextOf(DerivedPointer<Vector>(image->ConvertElemsToType(Vector::Short, true, true))),
+              "7 300");
+    EXPECT_EQ(cref(image->ConvertElemsToType(Vector::UnsignedShort, true, false)).Factor(), 2.0);
+    auto const cooked = EnsureNoRawFactor(image);
+    EXPECT_EQ(cooked->ElemType(), Vector::UnsignedShort);
+    EXPECT_EQ(TextOf(cooked), "14 600");
+    image->EnsureFactor(1.0);
+    EXPECT_EQ(TextOf(image), "14 600");
+    EXPECT_RAISES(image->EnsureFactor(1e-5), 512,
+                  "Data overflow: either 6e+07 or 1.4e+06 does not fit into destination data type "
+                  "of 3 byte, " +
+                      image->GetDescription() + ".");
+    EXPECT_EQ(TextOf(image), "14 600");
 }
