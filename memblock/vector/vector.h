@@ -130,8 +130,10 @@ public:
     /// Add the elements of another vector at the end, which may be this one.
     ///
     /// Cooked values count: the operand is taken to the factor of this vector, and either side to
-    /// a type that covers both. Throws, with nothing changed: "Cannot append non-vector to a
-    /// vector: %s", "Vector::Append(): Could not convert another vector in my representation.".
+    /// a type that covers both. An image whose logical class has no pixels of that type becomes one
+    /// of data. Throws, with nothing changed: "Cannot append non-vector to a vector: %s",
+    /// "Vector::Append(): Could not convert another vector in my representation."; 32 "Cannot
+    /// change image pixel type to: %s" for objects.
     virtual void Append(DerivedPointer<Vector>);
 
 protected:
@@ -235,7 +237,9 @@ public:
     /// Let the first `n` elements vanish without a copy; a negative `n` brings back such ones, or
     /// those that `Create` put ahead of index 0.
     void SetFirstIndex(int n);
-    /// Exchange buffer, type and length; a class with a shape follows through `ResizeVector`.
+    /// Exchange buffer, type and length; a class with a shape follows through `ResizeVector`, and
+    /// the logical class of an image as in `Append`. Throws, with nothing changed, as `Create`,
+    /// `ResizeVector` and `Append` do for the chunk, the length and the type.
     void SetTypedChunk(TypedChunk const&);
     /// Look at the memory of another vector through the own type and length. Returns whether both
     /// buffers had one size before. Object elements need equal types and lengths.

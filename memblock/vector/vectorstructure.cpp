@@ -298,13 +298,19 @@ void Vector::SetTypedChunk(TypedChunk const& chunk)
     if (chunk.Length() != chunk_.Length())
         CheckNewLength(chunk.Length());
     unsigned long const old_length = chunk_.Length();
-    DataType const old_type = ElemType();
+    bool const other_type = chunk.Type() != ElemType();
+    if (other_type)
+        NotifyElemType(chunk.Type());
+    ElemTypeChange change(*this);
     chunk_ = chunk;
-    if (ElemType() != old_type)
+    if (other_type)
         ResetPimpl();
     ContentHasBeenChanged();
+    if (other_type)
+        change.PutBack();
     if (chunk_.Length() != old_length)
         ResizeVector(chunk_.Length(), true, true);
+    CountObjects(*this);
 }
 
 bool Vector::UseMemoryOf(Vector const& other)
@@ -317,6 +323,7 @@ bool Vector::UseMemoryOf(Vector const& other)
     chunk_.SetMemChunk(other.chunk_.Chunk(), other.chunk_.GetOffset());
     chunk_.SetDelayed(nullptr); // it was meant for the memory that went
     Changed();
+    CountObjects(*this);
     return same_size;
 }
 
@@ -329,6 +336,8 @@ void Vector::TransferOwnerShip(DerivedPointer<Vector> target)
 {
     if (!target || target.Pointer() == this)
         return;
+    if (IsObject(ElemType()))
+        NotifyElemType(Byte); // ahead of all: a table refuses
     target->UseMemoryOf(*this);
     SetTypedChunk(TypedChunk());
 }

@@ -585,3 +585,144 @@ TEST(Image, TriplesHaveTheRangeOfTheirElements)
                       image->GetDescription() + ".");
     EXPECT_EQ(TextOf(image), "14 600");
 }
+
+namespace {
+
+/// A way to other pixels; null for one that changes the image itself.
+struct Road {
+    char const* name;
+    std::function<PMemBlock(Image&, DerivedPointer<Vector> const&)> go;
+};
+
+Road const roads[] = {
+    {"Append",
+     [](Image& image, auto const& v) {
+         image.Append(v);
+         return PMemBlock();
+     }},
+    {"SetTypedChunk",
+     [](Image& image, auto const& v) {
+         image.SetTypedChunk(cref(v).Chunk());
+         return PMemBlock();
+     }},
+    {"SetElemType",
+     [](Image& image, auto const& v) {
+         image.SetElemType(v->ElemType(), true, false);
+         return PMemBlock();
+     }},
+    {"SetElemType, bytes",
+     [](Image& image, auto const& v) {
+         image.SetElemType(v->ElemType(), false, false);
+         return PMemBlock();
+     }},
+    {"ConvertElemsToType",
+     [](Image& image, auto const& v) {
+         return PMemBlock(image.ConvertElemsToType(v->ElemType(), true, true));
+     }},
+    {"ConvertElemsToType, open",
+     [](Image& image, auto const& v) {
+         auto const open = image.ConvertElemsToType(v->ElemType(), false, false);
+         open->Clear();
+         return PMemBlock(open);
+     }},
+    {"Convert",
+     [](Image& image, auto const& v) {
+         auto const words = Text("elemtype=%d", static_cast<int>(v->ElemType()));
+         return image.Convert(safestringlist(words, ','), "image", throw_always);
+     }},
+    {"UseMemoryOf",
+     [](Image& image, auto const& v) {
+         image.UseMemoryOf(v);
+         return PMemBlock();
+     }},
+    {"TransferOwnerShip",
+     [](Image& image, auto const& v) {
+         auto const copy = VectorOf(v->Clone(true));
+         copy->TransferOwnerShip(DerivedPointer<Vector>(&image));
+         return PMemBlock();
+     }},
+    {"op", [](Image& image, auto const& v) { return image.op('+', v, {}); }},
+    {"op, typed",
+     [](Image& image, auto const& v) {
+         op_options options;
+         options.SetValue("fixed_result_type", static_cast<int>(v->ElemType()));
+         return image.op('|', v, options);
+     }},
+    {"Depth8",
+     [](Image& image, auto const&) {
+         image.Depth8();
+         return PMemBlock();
+     }},
+};
+
+/// An image of each class, with two labels of five objects, and an edge.
+DerivedPointer<Image> OfClass(Image::logic_class_t type, DataType pixels)
+{
+    auto const image = Image::Create(4, 16, pixels, 1.0);
+    image->SetElem(5, 1);
+    image->SetElem(6, type == Image::mask ? 1 : 3);
+    image->SetType(type);
+    if (type == Image::stencil)
+        image->SetStencilCount(5);
+    image->SetEdgeWidth(1);
+    return image;
+}
+
+bool IsFit(Image const& image)
+{
+    DataType const type = image.ElemType();
+    return image.Type() == Image::mask ? type == Vector::Byte
+           : image.Type() == Image::stencil
+               ? type == Vector::UnsignedShort || type == Vector::UnsignedInt
+               : image.Type() == Image::data || image.Type() == Image::visual;
+}
+
+} // namespace
+
+TEST(Image, KeepsToItsClassOnEveryRoadToOtherPixels)
+{
+    std::pair<Image::logic_class_t, DataType> const images[] = {
+        {Image::data, Vector::Byte},
+        {Image::data, Vector::Float},
+        {Image::visual, Vector::UnsignedShort},
+        {Image::visual, Vector::Triple},
+        {Image::mask, Vector::Byte},
+        {Image::stencil, Vector::UnsignedShort},
+        {Image::stencil, Vector::UnsignedInt}};
+    WarningLog log;
+    int changes = 0;
+    for (auto const& [type, pixels] : images)
+        for (int to = Vector::Int; to <= Vector::UnsignedInt64; ++to)
+            for (Road const& road : roads) {
+                auto const target = static_cast<DataType>(to);
+                if (!IsInSet<AllTypes>(target) || target == Vector::VoidStar)
+                    continue;
+                auto const image = OfClass(type, pixels);
+                auto const before = image->Clone(false);
+                SCOPED_TRACE(
+                    Text("%s, %s to %s", *image, road.name, Vector::TypeToString(target)).c_str());
+                auto const other = Vector::Create(64, target, true, 0, 1.0);
+                if (!Vector::IsObject(target))
+                    other->SetElem(9, 12); // a label above the count
+                PMemBlock result;
+                try {
+                    result = road.go(*image, other);
+                } catch (Exception const&) {
+                    EXPECT_TRUE(*image == *before) << "a refusal leaves the image as it was";
+                    EXPECT_EQ(image->GetDescription(), before->GetDescription());
+                    continue;
+                }
+                Image const* const now = result ? MemCast<Image>(result) : image.Pointer();
+                if (!now)
+                    continue; // a vector of texts
+                changes += now->ElemType() != pixels;
+                EXPECT_EQ(Faults(*now), "");
+                EXPECT_TRUE(IsFit(*now)) << now->GetDescription().c_str();
+                EXPECT_EQ(now->GetEdgeWidth(), 1);
+                DataItem count;
+                bool const counted = now->ExistsSecondaryItem(Image::key_stencil_count, count);
+                EXPECT_EQ(counted, now->Type() == Image::stencil);
+                EXPECT_GE(counted ? count.GetInt() : 5, 5);
+            }
+    EXPECT_GT(changes, 300);
+}
