@@ -52,8 +52,11 @@ void MemBlock::Traverse(TraverseVisitor& v, TraverseNode const& node)
 
 void MemBlock::SetConst(bool on)
 {
+    KeepAlive const alive(*this);
     SetConstVisitor visitor(on);
-    Entertain(visitor, safestring(), em_all);
+    PMemBlock self(this);
+    visitor.Visit(safestring(), self); // here: a class may pass a walk on to what it holds
+    Entertain(visitor, safestring(), em_no_self);
 }
 
 long long MemBlock::CalcMemUsage() const
@@ -71,7 +74,7 @@ void DeepCopyBelow(MemBlock& root, safestring* report, bool keep_transient = tru
     copier.keeps_transient = keep_transient;
     root.Entertain(copier, safestring(), MemBlock::em_no_self);
     copier.BeginCopying();
-    root.Entertain(copier, safestring(), MemBlock::em_all);
+    root.Entertain(copier, safestring(), MemBlock::em_no_self);
 }
 
 } // namespace

@@ -20,13 +20,9 @@ namespace {
 
 TypedChunk AdoptedChunk(unsigned long n, unsigned int* data, int offset, void (*release)(void*))
 {
-    constexpr unsigned long width = sizeof(unsigned int);
     if (offset < 0)
         Raise(err_kind, "IndexVector::Create() called with a negative offset: %d", offset);
-    unsigned long const first = static_cast<unsigned long>(offset);
-    CheckLength(n);
-    return TypedChunk(n, Vector::UnsignedInt, MemChunk(data, release, (first + n) * width),
-                      first * width);
+    return ForeignChunk(n, Vector::UnsignedInt, data, static_cast<unsigned long>(offset), release);
 }
 
 void CheckTargetIsImage(IndexVector const& v, unsigned int w)

@@ -4,6 +4,7 @@
 #include <memblock/core/attempt_internal.h>
 #include <memblock/core/memblock_internal.h>
 #include <memblock/core/options.h>
+#include <memblock/core/visitor.h>
 #include <memblock/imaging/image.h>
 #include <memblock/imaging/intervalvector.h>
 
@@ -46,8 +47,12 @@ DerivedPointer<Image> RegionBase::GetImageRepr() const
 
 DerivedPointer<IndexVector> RegionBase::GetVectorRepr() const
 {
-    if (!vector_)
-        vector_ = MakeVector(*MemCast<Image>(image_));
+    if (!vector_) {
+        Image const* const image = MemCast<Image>(image_);
+        if (!image) // a visitor has taken both forms away
+            Raise(err_state, "No representation stored: %s", *this);
+        vector_ = MakeVector(*image);
+    }
     return DerivedPointer<IndexVector>(vector_);
 }
 
@@ -82,12 +87,24 @@ void RegionBase::TakeVector(PMemBlock vector)
     ContentHasBeenChanged();
 }
 
-// ---- Forwarded to the form that stands for the object
+// ---- Walks
 
+// Settled: a walk that starts here passes through to the form that stands for the object. One that
+// has visited the region itself gets the forms that are stored, each in its place.
 bool RegionBase::Entertain(MemBlockVisitor& v, safestring const& path, entertainmode_t mode)
 {
-    return !Standing() || Standing()->Entertain(v, path, mode);
+    if (mode != em_no_self && mode != em_traverse)
+        return !Standing() || Standing()->Entertain(v, path, mode);
+    KeepAlive const alive(*this);
+    if (!MemBlock::Entertain(v, path, mode))
+        return false;
+    TraverseNode const node(path);
+    if (vector_ && !EntertainChild(vector_, v, TraverseNode(node, "vector").Path(), mode))
+        return false;
+    return !image_ || EntertainChild(image_, v, TraverseNode(node, "image").Path(), mode);
 }
+
+// ---- Forwarded to the form that stands for the object
 
 void RegionBase::DoSerialize(int format, SerializeVisitor& v, safestring const& path,
                              Formatter const& formatter, safestring& output) const

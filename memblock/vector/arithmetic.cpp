@@ -472,8 +472,9 @@ void VectorOperation::MakeResult(DataType type)
     }
     from_stencil_ = array.LgType() == lg_stencil && array.Conforms("image");
     result_ = DerivedPointer<Vector>(array.Clone(true));
-    if (result_->ElemType() == type)
-        result_->SetTypedChunk(OpenChunk(array.Length(), type));
+    if (result_->ElemType() == type) // a stencil looks at the pixels that it gets
+        result_->SetTypedChunk(from_stencil_ ? NewChunk(array.Length(), type)
+                                             : OpenChunk(array.Length(), type));
     else
         result_->Retype(type);
     result_->SetFactor(1.0);
@@ -546,6 +547,7 @@ PMemBlock VectorOperation::Finish()
         result_->SetFactor(1.0);
     if (op_ == '!' && from_stencil_ && result_->Conforms("image"))
         result_->SetLgType("mask");
+    CountObjects(*result_);
     return bare_ ? result_ : PlainUnlessOwnType(result_);
 }
 

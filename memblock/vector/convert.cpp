@@ -144,7 +144,6 @@ void Vector::ReadAs(DataType type)
     if (length != chunk_.Length())
         CheckNewLength(length);
     std::as_const(*this).Pointer(); // a delayed initialization is for the old type
-    NotifyElemType(type);
     SetTypedChunk(ReadChunkAs(chunk_, type, length));
 }
 

@@ -77,8 +77,10 @@ private:
 template <class T>
 ElemRange<double> DoubleRangeOf(Vector const& v)
 {
-    if (SummaryIsOfBytes(v))
-        return {static_cast<double>(elem_lowest<T>), static_cast<double>(elem_greatest<T>)};
+    if (SummaryIsOfBytes(v)) {
+        auto const range = ScannedRangeOf<T>(v);
+        return {static_cast<double>(range.min), static_cast<double>(range.max)};
+    }
     return {v.SecondaryDouble(key_min, throw_always), v.SecondaryDouble(key_max, throw_always)};
 }
 

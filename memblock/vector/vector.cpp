@@ -86,12 +86,12 @@ Vector::Vector() : factor_(1.0), chunk_(0, Int, MemChunk(), 0) {}
 
 Vector::Vector(TypedChunk const& chunk, double factor) : factor_(factor), chunk_(chunk)
 {
-    CheckLength(chunk.Length());
+    CheckChunk(chunk);
 }
 
 Vector::Vector(TypedChunk&& chunk, double factor) : factor_(factor), chunk_(std::move(chunk))
 {
-    CheckLength(chunk_.Length());
+    CheckChunk(chunk_);
 }
 
 Vector::Vector(Vector const& o, TypedChunk const& chunk, double factor)

@@ -1,5 +1,6 @@
 #include <memblock/vector/vector.h>
 
+#include <memblock/imaging/elemtypechange_internal.h>
 #include <memblock/vector/convert.h>
 #include <memblock/vector/convert_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
@@ -94,6 +95,7 @@ void Vector::AppendSameType(Vector const& v, unsigned long added)
         throw;
     }
     Changed();
+    CountObjects(*this);
 }
 
 } // namespace NKelmic

@@ -47,6 +47,19 @@ void CheckLength(unsigned long length)
         Raise(err_state, "Vector length %u is above the limit of %u elements.", length, max_length);
 }
 
+void CheckBuffer(void const* buffer, unsigned long length)
+{
+    if (!buffer && length > 0)
+        Raise(err_kind, "A null buffer cannot hold %u elements.", length);
+}
+
+void CheckChunk(TypedChunk const& chunk)
+{
+    CheckLength(chunk.Length());
+    if (!chunk.HasDelayed()) // which may bring the memory
+        CheckBuffer(chunk.Chunk().Data(), chunk.Length());
+}
+
 TypedChunk NewChunk(unsigned long length, DataType type)
 {
     CheckLength(length);

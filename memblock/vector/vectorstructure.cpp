@@ -295,26 +295,32 @@ void Vector::SetFirstIndex(int n)
 void Vector::SetTypedChunk(TypedChunk const& chunk)
 {
     KeepAlive const alive(*this); // the cached values that go may hold the last pointer to it
+    CheckChunk(chunk);
     if (chunk.Length() != chunk_.Length())
         CheckNewLength(chunk.Length());
     AskForContent(*this, chunk);
-    auto const install = [this](TypedChunk const& content) {
+    if (chunk.Type() != ElemType())
+        NotifyElemType(chunk.Type());
+    ElemTypeChange const change(*this);
+    auto const install = [&](TypedChunk const& content) {
         bool const retyped = content.Type() != ElemType();
         chunk_ = content;
         if (retyped)
             ResetPimpl();
         ContentHasBeenChanged();
+        if (retyped)
+            change.PutBack();
     };
-    if (chunk.Length() == chunk_.Length())
-        return install(chunk);
     TypedChunk const old = chunk_;
     install(chunk);
     try {
-        ResizeVector(chunk_.Length(), true, true);
+        if (old.Length() != chunk_.Length())
+            ResizeVector(chunk_.Length(), true, true);
     } catch (...) {
         install(old);
         throw;
     }
+    CountObjects(*this);
 }
 
 bool Vector::UseMemoryOf(Vector const& other)
@@ -328,6 +334,7 @@ bool Vector::UseMemoryOf(Vector const& other)
     chunk_.SetMemChunk(other.chunk_.Chunk(), other.chunk_.GetOffset());
     chunk_.SetDelayed(nullptr); // it was meant for the memory that went
     Changed();
+    CountObjects(*this);
     return same_size;
 }
 
