@@ -241,7 +241,8 @@ TEST(ChangingVisitor, MayChangeWhateverItIsAtInEveryWalk)
         for (int walk = 0; walk < walks; ++walk) {
             auto const run = [&](Meddler::change_t change, int when) {
                 SCOPED_TRACE(
-                    Text("%s, walk %d, change %d at step %d", kind.name, walk, int(change), when));
+                    Text("%s, walk %d, change %d at step %d", kind.name, walk, int(change), when)
+                        .c_str());
                 Meddler v(kind, change, when, walk == traversal);
                 Walk(v, walk);
                 safestring message;
