@@ -324,6 +324,9 @@ TEST(IntervalVector, SetOperationsFollowTheStandardAlgorithms)
     EXPECT_RAISES(v->op('^', one, op_options()), 128,
                   "Logical operation \"^\" only supported for operands with the same number of "
                   "geometrical figures. These operands have 3 and 1.");
+    EXPECT_RAISES(v->op('!', one, op_options()), 128, // the operands are tested first
+                  "Logical operation \"!\" only supported for operands with the same number of "
+                  "geometrical figures. These operands have 3 and 1.");
     EXPECT_RAISES(one->op('!', one, op_options()), 4096,
                   "IntervalVector::op(): operation not supported: \"!\"");
     EXPECT_RAISES(one->op('|', image, op_options()), 128,
