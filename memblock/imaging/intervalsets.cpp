@@ -288,6 +288,8 @@ PMemBlock IntervalVector::op(char operation, PMemBlock rhs, op_options const& op
         return LogicalOp(operation, *this, rhs);
     if (operation == 'p')
         return PointOp(operation, *this, std::move(rhs), options);
+    if (EndArray_)
+        return ContiguousForm(*this)->Vector::op(operation, std::move(rhs), options);
     return Vector::op(operation, std::move(rhs), options);
 }
 

@@ -1,5 +1,6 @@
 #include <memblock/vector/vector.h>
 
+#include <memblock/imaging/packedlimits_internal.h>
 #include <memblock/vector/convert.h>
 #include <memblock/vector/convert_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
@@ -58,6 +59,8 @@ void Vector::Append(DerivedPointer<Vector> v)
         return;
     if (!PMemBlock(v).Conforms("vector"))
         Raise(err_kind, "Cannot append non-vector to a vector: %s", v);
+    if (auto limits = PackedLimits(cref(v)))
+        v = limits;
     bool const numbers = IsInSet<NumericTypes>(ElemType()) && IsInSet<NumericTypes>(v->ElemType());
     if (numbers && v->Factor() != factor_)
         v = WithFactor(std::move(v), factor_);

@@ -1,6 +1,7 @@
 #include <memblock/vector/vector.h>
 
 #include <memblock/base/number.h>
+#include <memblock/imaging/packedlimits_internal.h>
 #include <memblock/vector/elemnumber_internal.h>
 #include <memblock/vector/valuetypes_internal.h>
 
@@ -65,6 +66,8 @@ MEMBLOCK_VALUE_TYPES(MEMBLOCK_INSTANTIATE)
 
 void Vector::Fill(DataItem const& item)
 {
+    if (EditPacked(*this, [&](Vector& limits) { limits.Fill(item); }))
+        return;
     SafeValue const value(item); // a copy: the item may be an element of this vector
     WithElemType<TypeUnion<NumericTypes, ObjectTypes>>(
         ElemType(), "Function fill_tmpl not implemented for data type '%s'",
@@ -76,6 +79,8 @@ void Vector::Fill(DataItem const& item)
 
 void Vector::Clear()
 {
+    if (EditPacked(*this, [](Vector& limits) { limits.Clear(); }))
+        return;
     void* const data = Pointer();
     if (IsObject(ElemType())) {
         TypedChunk::Destroy_Buffer(data, Length(), ElemType());

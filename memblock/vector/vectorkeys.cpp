@@ -7,6 +7,7 @@
 #include <memblock/core/keytable.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/imaging/numrange.h>
+#include <memblock/imaging/packedlimits_internal.h>
 #include <memblock/serial/warning.h>
 #include <memblock/vector/summary.h>
 #include <memblock/vector/vectorforms_internal.h>
@@ -155,7 +156,7 @@ bool SetRawFactor(Vector& v, SafeValue const& value, ThrowHandlerFunc handler)
 bool SetEmptyDimensions(Vector& v, SafeValue const& value, ThrowHandlerFunc handler)
 {
     return Attempt(handler, [&] {
-        if (v.Length() != 0)
+        if (LimitCount(v) != 0)
             Raise(err_kind, "Dimensions can only be set while there is no data: %s", v);
         safestringlist const sizes = SplitString(value.GetString(), ",", false);
         std::vector<SafeValue> arguments;
@@ -253,9 +254,9 @@ bool ReadNumber(char const*& at, long& number)
 
 bool IsPosition(Vector const& v, long index, char const* text, ThrowHandlerFunc handler)
 {
-    if (index >= 0 && index < static_cast<long>(v.Length()))
+    if (index >= 0 && index < static_cast<long>(LimitCount(v)))
         return true;
-    Report(handler, err_kind, text, 0, v.Length(), index);
+    Report(handler, err_kind, text, 0, LimitCount(v), index);
     return false;
 }
 
@@ -328,6 +329,13 @@ bool InsertByKey(Vector& v, safestring const& key, SafeValue const& value, Throw
     });
 }
 
+/// Whether a key asks for elements or for what is computed of them.
+bool ReadsElements(safestring const& key)
+{
+    auto const* const row = FindKey(key);
+    return IsIndexKey(key) || (row && row->read) || BeginsWith(key, slice_key);
+}
+
 bool SetByIndex(Vector& v, safestring const& key, SafeValue const& value, ThrowHandlerFunc handler)
 {
     return Attempt(handler, [&] {
@@ -343,6 +351,8 @@ bool SetByIndex(Vector& v, safestring const& key, SafeValue const& value, ThrowH
 
 DataItem Vector::ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) const
 {
+    if (HoldsStartsOnly(*this) && ReadsElements(key))
+        return PackedLimits(*this)->Vector::ResolveSubItem(key, handler);
     if (IsIndexKey(key))
         return ByIndex(*this, key, handler);
     if (auto const* row = FindKey(key); row && row->read)
