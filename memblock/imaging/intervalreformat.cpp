@@ -257,19 +257,22 @@ PMemBlock PixelsOfRank(int rank, PMemBlock const& present)
     return adapted;
 }
 
-PMemBlock EmptyZones(PMemBlock const& present)
+/// `count` zones without pixels, over the pixels that are there.
+PMemBlock EmptyZones(unsigned int count, PMemBlock const& present)
 {
-    IndexVector const* const pixels = PixelList(present);
-    auto const inner = IndexVector::Create(0, pixels && pixels->TargetRank() == 2
-                                                  ? pixels->GetTargetData()
-                                                  : IndexVector::TargetData(2, 0u, 0u));
-    return IntervalVector::Create(ItemCount(present.Pointer()), DerivedPointer<Vector>(inner));
+    DerivedPointer<IndexVector> pixels(PixelList(present));
+    if (!pixels)
+        pixels = IndexVector::Create(0, IndexVector::TargetData(2, 0u, 0u));
+    return IntervalVector::Create(count, pixels);
 }
 
 } // namespace
 
 void IntervalVector::RebuildAs(logic_class_t type)
 {
+    // Limits may be there ahead of what they point to: fresh items are as many as they ask for.
+    unsigned int const items =
+        std::max(ItemCount(Target_.Pointer()), IntervalParts::LastEnd(*this));
     PMemBlock target;
     switch (type) {
     case stencil:
@@ -284,17 +287,19 @@ void IntervalVector::RebuildAs(logic_class_t type)
     case subnum:
         if (Target_ && SameName(Target_->Class(), "vector"))
             return;
-        target = Vector::Create(ItemCount(Target_.Pointer()), Int, true, 0, 1.0);
+        target = Vector::Create(items, Int, true, 0, 1.0);
         break;
     case subobj:
         if (Layer(Target_) && DetectType() == subobj)
             return;
-        target = EmptyZones(Target_);
+        target = EmptyZones(items, Target_);
         break;
     default:
         Raise(err_kind, "Cannot adapt IntervalVector structure to type %d (%s): %s",
               static_cast<int>(type), LgType2String(type), *this);
     }
+    if (PixelList(target) && PixelList(Target_)) // the same pixels: they are no fewer than before
+        return IntervalParts::ReplaceTarget(*this, target);
     SetTarget(DerivedPointer<Vector>(target));
 }
 

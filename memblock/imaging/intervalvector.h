@@ -172,7 +172,8 @@ public:
     int DetectType() const;
     void UpdateType(); ///< set the logical class to `DetectType`, in all layers
     /// Give the structure the target of another logical class; where the present target can't be
-    /// adapted it is replaced by an empty one.
+    /// adapted it is replaced by an empty one, or for "subnum" and "subobj" by as many zeros or
+    /// empty zones as the limits ask for.
     /// Throws: "Cannot adapt IntervalVector structure to type %d (%s): %s".
     void RebuildAs(logic_class_t);
     /// 30 words by logical class, null where there is none.

@@ -213,36 +213,61 @@ TEST(IntervalVector, SixteenBitsNumberTheOwnersOfUpTo65533Objects)
 
 TEST(IntervalVector, KeysRebuildAStructureInAnyOrder)
 {
-    std::vector<std::pair<char const*, SafeValue>> keys = {
-        {"inner_index_array", SafeValue(Pixels({6, 7, 11, 12, 13}))},
-        {"medium_index_array", SafeValue(UInts({0, 1, 2, 4, 5}))},
-        {"outer_index_array", SafeValue(UInts({0, 2, 4}))},
+    using Keys = std::vector<std::pair<char const*, SafeValue>>;
+    IndexVector::TargetData const image(2, 5u, 4u), cube(3, 3u, 3u, 3u), row(1, 20u);
+    auto const pixels = [](IndexVector::TargetData const& target) {
+        return IndexVector::Create(UInts({6, 7, 11, 12, 13}), target);
     };
-    auto const by_name = [](auto const& a, auto const& b) {
-        return std::string_view(a.first) < b.first;
+    Keys const two_layers = {{"interval_count", SafeValue(2)},
+                             {"outer_index_array", SafeValue(UInts({0, 2, 5}))}};
+    auto const with = [](Keys keys, Keys const& more) {
+        keys.insert(keys.end(), more.begin(), more.end());
+        return keys;
     };
-    std::sort(keys.begin(), keys.end(), by_name);
-    do {
-        auto const v = IntervalVector::Create();
-        v->SetSubItem("type", SafeValue("subobj"), throw_always);
-        bool ok = true;
-        for (auto const& [key, value] : keys) {
-            try {
-                v->SetSubItem(key, value, throw_always);
-            } catch (Exception const& e) {
-                ok = false; // the outer limits are there, the zones are not yet
-                EXPECT_STREQ(std::string(e.what()).substr(0, 16).c_str(), "Target too short");
+    auto const stencil_keys = [&](char const* type, IndexVector::TargetData const& target) {
+        return with(two_layers,
+                    {{"type", SafeValue(type)}, {"inner_index_array", SafeValue(pixels(target))}});
+    };
+    std::pair<Keys, DerivedPointer<IntervalVector>> const structures[] = {
+        {stencil_keys("stencil", image), Over({0, 2, 5}, pixels(image))},
+        {stencil_keys("datacubestencil", cube), Over({0, 2, 5}, pixels(cube))},
+        {stencil_keys("vectorstencil", row), Over({0, 2, 5}, pixels(row))},
+        {with(two_layers, {{"type", SafeValue("datacubestencil")}, // what files hold: plain numbers
+                           {"inner_index_array", SafeValue(UInts({6, 7, 11, 12, 13}))},
+                           {"target_data", SafeValue(UInts({3, 3, 3}))}}),
+         Over({0, 2, 5}, pixels(cube))},
+        {with(two_layers, {{"type", SafeValue("vectorstencil")},
+                           {"inner_index_array", SafeValue(UInts({6, 7, 11, 12, 13}))},
+                           {"indexvector_target", SafeValue(pixels(row))}}),
+         Over({0, 2, 5}, pixels(row))},
+        {{{"type", SafeValue("subnum")},
+          {"interval_count", SafeValue(2)},
+          {"outer_index_array", SafeValue(UInts({0, 1, 3}))},
+          {"inner_vector", SafeValue(Doubles({0.5, 0.7, 1.2}))}},
+         Over({0, 1, 3}, Doubles({0.5, 0.7, 1.2}))},
+        {{{"type", SafeValue("subobj")},
+          {"interval_count", SafeValue(2)},
+          {"outer_index_array", SafeValue(UInts({0, 2, 4}))},
+          {"medium_index_array", SafeValue(UInts({0, 1, 2, 4, 5}))},
+          {"inner_index_array", SafeValue(pixels(image))}},
+         Zones()},
+    };
+    for (auto const& [keys, expected] : structures) {
+        std::vector<unsigned int> order(keys.size());
+        std::iota(order.begin(), order.end(), 0u);
+        do {
+            auto const v = IntervalVector::Create();
+            std::string history;
+            for (unsigned int const i : order) {
+                history += std::string(" ") + keys[i].first;
+                EXPECT_TRUE(v->SetSubItem(keys[i].first, keys[i].second, throw_always));
             }
-        }
-        ASSERT_TRUE(!ok || (IsConsistent(v) && *v == *Zones()));
-    } while (std::next_permutation(keys.begin(), keys.end(), by_name));
+            ASSERT_TRUE(IsConsistent(v) && *v == *expected) << history;
+            ASSERT_EQ(v->LgType(), expected->LgType()) << history;
+        } while (std::next_permutation(order.begin(), order.end()));
+    }
 
-    auto const numbers = IntervalVector::Create();
-    numbers->SetSubItem("type", SafeValue("subnum"), throw_always);
-    numbers->SetSubItem("inner_vector", SafeValue(Doubles({0.5, 0.7, 1.2})), throw_always);
-    numbers->SetSubItem("interval_count", SafeValue(2), throw_always);
-    numbers->SetSubItem("outer_index_array", SafeValue(UInts({0, 1, 3})), throw_always);
-    EXPECT_EQ(TextOf(numbers->MergedVector()), "0.5 0.7 1.2");
+    auto const numbers = Over({0, 1, 3}, Doubles({0.5, 0.7, 1.2}));
     numbers->SetSubItem("interval_count", SafeValue(4), throw_always); // the last limit repeats
     EXPECT_EQ(TextOf(*numbers), "0 1 3 3 3");
 
