@@ -368,6 +368,13 @@ TEST(IntervalVector, SetOperationsFollowTheStandardAlgorithms)
                   "Function \"point()\" is implemented only for subobject numeric attributes.");
 }
 
+TEST(IntervalVector, WhatGoesToStandardErrorNamesSourcesFromTheTreeOn)
+{
+    auto const late = Over({1, 2}, Pixels({6, 7}));
+    EXPECT_EQ(StderrOf([&] { late->MergedIndexVector(); }).rfind("memblock/imaging/interval", 0),
+              0u);
+}
+
 TEST(IntervalVector, CoordinatesBecomePixelsAgainByPoint)
 {
     auto const v = StencilOf({{6, 7}, {11, 12, 13}});
