@@ -3,6 +3,7 @@
 #include <memblock/base/number.h>
 #include <memblock/core/keytable.h>
 #include <memblock/core/visitor.h>
+#include <memblock/imaging/packedlimits_internal.h>
 #include <memblock/imaging/shape_internal.h>
 #include <memblock/vector/convert.h>
 
@@ -121,6 +122,8 @@ void VisitTarget(TargetData const& target, MemBlockVisitor& visitor, safestring 
 
 DerivedPointer<Vector> AsIndices(DerivedPointer<Vector> v)
 {
+    if (auto limits = PackedLimits(cref(v)))
+        v = limits;
     v = cref(v).ConvertElemsToType(Vector::UnsignedInt, true, false);
     if (v->Factor() != 1.0) {
         v = PrivateCopy(std::move(v));

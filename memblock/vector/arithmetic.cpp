@@ -2,6 +2,7 @@
 
 #include <memblock/imaging/elemtypechange_internal.h>
 #include <memblock/imaging/indexvector.h>
+#include <memblock/imaging/packedlimits_internal.h>
 #include <memblock/vector/op_kernels.h>
 #include <memblock/vector/operand_internal.h>
 #include <memblock/vector/optypes_internal.h>
@@ -566,6 +567,8 @@ PMemBlock Vector::op(char operation, PMemBlock other, op_options const& options)
     // The operand moves in: whoever gave it away alone owns nothing else that could tell.
     DerivedPointer<Vector> y(vector);
     other = PMemBlock();
+    if (auto const limits = PackedLimits(cref(y)))
+        y = limits;
     return VectorOperation(operation, *this, std::move(y), options).Run();
 }
 

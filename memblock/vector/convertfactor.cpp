@@ -1,5 +1,6 @@
 #include <memblock/vector/convert_internal.h>
 
+#include <memblock/imaging/packedlimits_internal.h>
 #include <memblock/serial/warning.h>
 
 #include <algorithm>
@@ -126,7 +127,8 @@ void ensure_factor_integral_tmpl(Vector* vector, T* data, double ratio)
 
 void Vector::EnsureFactor(double factor)
 {
-    if (factor == factor_)
+    if (factor == factor_ ||
+        EditPacked(*this, [factor](Vector& limits) { limits.EnsureFactor(factor); }))
         return;
     DataType const type = ElemType();
     if (type == String || type == PolyType)

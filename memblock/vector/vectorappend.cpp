@@ -1,6 +1,7 @@
 #include <memblock/vector/vector.h>
 
 #include <memblock/imaging/elemtypechange_internal.h>
+#include <memblock/imaging/packedlimits_internal.h>
 #include <memblock/vector/convert.h>
 #include <memblock/vector/convert_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
@@ -63,6 +64,8 @@ void Vector::Append(DerivedPointer<Vector> v)
         return;
     if (!PMemBlock(v).Conforms("vector"))
         Raise(err_kind, "Cannot append non-vector to a vector: %s", v);
+    if (auto limits = PackedLimits(cref(v)))
+        v = limits;
     bool const numbers = IsInSet<NumericTypes>(ElemType()) && IsInSet<NumericTypes>(v->ElemType());
     bool const other_factor = numbers && v->Factor() != factor_;
     DataType const cover = CoverForAppend(*this, cref(v), other_factor);

@@ -1,6 +1,7 @@
 #include <memblock/vector/vector.h>
 
 #include <memblock/base/number.h>
+#include <memblock/imaging/packedlimits_internal.h>
 #include <memblock/vector/elemnumber_internal.h>
 #include <memblock/vector/valuetypes_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
@@ -66,6 +67,8 @@ MEMBLOCK_VALUE_TYPES(MEMBLOCK_INSTANTIATE)
 
 void Vector::Fill(DataItem const& item)
 {
+    if (EditPacked(*this, [&](Vector& limits) { limits.Fill(item); }))
+        return;
     SafeValue const value(item); // a copy: the item may be an element of this vector
     WithElemType<TypeUnion<NumericTypes, ObjectTypes>>(
         ElemType(), "Function fill_tmpl not implemented for data type '%s'",
@@ -81,6 +84,8 @@ void Vector::Fill(DataItem const& item)
 
 void Vector::Clear()
 {
+    if (EditPacked(*this, [](Vector& limits) { limits.Clear(); }))
+        return;
     PMemBlock const none;
     AskForObjects(*this, 0, &none, std::min(Length(), 1U));
     void* const data = Pointer();

@@ -2,6 +2,7 @@
 
 #include <memblock/base/text.h>
 #include <memblock/core/deepstack_internal.h>
+#include <memblock/imaging/packedlimits_internal.h>
 #include <memblock/serial/serializer.h>
 #include <memblock/serial/warning.h>
 #include <memblock/vector/vectorforms_internal.h>
@@ -272,6 +273,8 @@ void SerializeHexa(Vector const* vector, safestring& output)
 void Vector::DoSerialize(int format, SerializeVisitor& visitor, safestring const& path,
                          Formatter const& formatter, safestring& output) const
 {
+    if (auto const limits = PackedLimits(*this))
+        return limits->Vector::DoSerialize(format, visitor, path, formatter, output);
     auto const write = FormOf(format, ElemType());
     if (!write)
         return MemBlock::DoSerialize(format, visitor, path, formatter, output);

@@ -6,6 +6,7 @@
 #include <memblock/core/attempt_internal.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/imaging/numrange.h>
+#include <memblock/imaging/packedlimits_internal.h>
 #include <memblock/serial/warning.h>
 #include <memblock/vector/summary.h>
 #include <memblock/vector/vectorforms_internal.h>
@@ -145,7 +146,7 @@ bool SetRawFactor(Vector& v, SafeValue const& value, ThrowHandlerFunc)
 
 bool SetEmptyDimensions(Vector& v, SafeValue const& value, ThrowHandlerFunc)
 {
-    if (v.Length() != 0)
+    if (LimitCount(v) != 0)
         Raise(err_kind, "Dimensions can only be set while there is no data: %s", v);
     safestringlist const sizes = SplitString(value.GetString(), ",", false);
     std::vector<SafeValue> arguments;
@@ -241,9 +242,9 @@ bool ReadNumber(char const*& at, long& number)
 
 bool IsPosition(Vector const& v, long index, char const* text, ThrowHandlerFunc handler)
 {
-    if (index >= 0 && index < static_cast<long>(v.Length()))
+    if (index >= 0 && index < static_cast<long>(LimitCount(v)))
         return true;
-    Report(handler, err_kind, text, 0, v.Length(), index);
+    Report(handler, err_kind, text, 0, LimitCount(v), index);
     return false;
 }
 
@@ -326,6 +327,13 @@ bool InsertByKey(Vector& v, safestring const& key, SafeValue const& value)
     return true;
 }
 
+/// Whether a key asks for elements or for what is computed of them.
+bool ReadsElements(safestring const& key)
+{
+    auto const* const row = FindKey(key);
+    return IsIndexKey(key) || (row && row->read) || BeginsWith(key, slice_key);
+}
+
 bool SetByIndex(Vector& v, safestring const& key, SafeValue const& value, ThrowHandlerFunc handler)
 {
     unsigned int const index = StringToUInt()(key);
@@ -339,6 +347,8 @@ bool SetByIndex(Vector& v, safestring const& key, SafeValue const& value, ThrowH
 
 DataItem Vector::ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) const
 {
+    if (HoldsStartsOnly(*this) && ReadsElements(key))
+        return PackedLimits(*this)->Vector::ResolveSubItem(key, handler);
     if (IsIndexKey(key))
         return ByIndex(*this, key, handler);
     if (auto const* row = FindKey(key); row && row->read)

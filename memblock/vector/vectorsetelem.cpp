@@ -1,6 +1,7 @@
 #include <memblock/vector/vector.h>
 
 #include <memblock/base/number.h>
+#include <memblock/imaging/packedlimits_internal.h>
 #include <memblock/vector/elemnumber_internal.h>
 #include <memblock/vector/valuetypes_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
@@ -107,6 +108,8 @@ void Vector::CheckSetIndex(unsigned int i) const
 
 void Vector::SetElem(unsigned int i, double value)
 {
+    if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, value); }))
+        return;
     CheckSetIndex(i);
     double const raw = factor_ == 1.0 ? value : value / factor_;
     // A small factor may take a finite value beyond double: no infinity comes out of that.
@@ -119,6 +122,8 @@ void Vector::SetElem(unsigned int i, double value)
 
 void Vector::SetElem(unsigned int i, int value)
 {
+    if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, value); }))
+        return;
     CheckSetIndex(i);
     if (!StoreNumber(*this, i, value, value))
         Raise(err_kind, "Vector::SetElem(): Value (%d) out of range for data item: %s", value,
@@ -128,6 +133,8 @@ void Vector::SetElem(unsigned int i, int value)
 
 void Vector::SetElem(unsigned int i, unsigned int value)
 {
+    if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, value); }))
+        return;
     CheckSetIndex(i);
     if (!StoreNumber(*this, i, value, value))
         Raise(err_kind, "Vector::SetElem(): Value (%u) out of range for data item: %s", value,
@@ -155,6 +162,8 @@ void SetElemUInt64(Vector& v, unsigned int i, unsigned long long value)
 
 void Vector::SetElem(unsigned int i, long long value)
 {
+    if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, value); }))
+        return;
     CheckSetIndex(i);
     WithElemType<ElementTypes>(
         ElemType(), "Function SetElemInt64 not implemented for data type '%s'",
@@ -164,6 +173,8 @@ void Vector::SetElem(unsigned int i, long long value)
 
 void Vector::SetElem(unsigned int i, unsigned long long value)
 {
+    if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, value); }))
+        return;
     CheckSetIndex(i);
     WithElemType<ElementTypes>(
         ElemType(), "Function SetElemUInt64 not implemented for data type '%s'",
@@ -173,6 +184,8 @@ void Vector::SetElem(unsigned int i, unsigned long long value)
 
 void Vector::SetElem(unsigned int i, safestring const& text)
 {
+    if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, text); }))
+        return;
     CheckSetIndex(i);
     if (ElemType() == String) {
         *StringPointer(i) = text;
@@ -195,6 +208,8 @@ void Vector::SetElem(unsigned int i, char const* text)
 
 void Vector::SetElem(unsigned int i, PMemBlock object)
 {
+    if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, object); }))
+        return;
     CheckSetIndex(i);
     if (ElemType() == PMemory) {
         Place(*this, i, PMemBlock(object));
@@ -216,6 +231,8 @@ void Vector::SetElem(unsigned int i, PMemBlock object)
 
 void Vector::SetElem(unsigned int i, DataItem const& item)
 {
+    if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, item); }))
+        return;
     CheckSetIndex(i);
     if (ElemType() == PolyType) {
         *PolyTypePointer(i) = item;

@@ -3,6 +3,7 @@
 #include <memblock/base/raise.h>
 #include <memblock/core/memblock_internal.h>
 #include <memblock/imaging/elemtypechange_internal.h>
+#include <memblock/imaging/packedlimits_internal.h>
 #include <memblock/vector/valuetypes_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
@@ -150,7 +151,7 @@ void Vector::ShiftVector(int n)
     unsigned long const length = Length();
     if (n < 0)
         return Erase(0, static_cast<int>(std::min<long>(-static_cast<long>(n), Length())));
-    if (n == 0)
+    if (n == 0 || EditPacked(*this, [n](Vector& limits) { limits.ShiftVector(n); }))
         return;
     ResizeVector(length + n, true, true);
     WithElemTypeOr<ObjectTypes>(
@@ -170,6 +171,8 @@ void Vector::Erase(int pos, int count)
 {
     if (pos < 0 || count < 0)
         Raise(err_kind, "Vector::Erase() called with illegal parameters: %d, %d", pos, count);
+    if (EditPacked(*this, [&](Vector& limits) { limits.Erase(pos, count); }))
+        return;
     unsigned int const length = Length();
     unsigned int const from = static_cast<unsigned int>(pos);
     if (from >= length || count == 0)
@@ -203,6 +206,8 @@ void movebyone_tmpl(T* data, unsigned int pos, unsigned int length)
 
 void Vector::Insert(int pos, DataItem const& item)
 {
+    if (EditPacked(*this, [&](Vector& limits) { limits.Insert(pos, item); }))
+        return;
     unsigned int const length = Length();
     if (pos < 0 || static_cast<unsigned int>(pos) > length)
         Raise(err_kind, "Cannot insert element at position %d into: %s", pos, *this);
@@ -264,10 +269,11 @@ void Vector::Rearrange(int const* idx, unsigned int n, unsigned int newlen,
 DerivedPointer<Vector> Vector::CloneSlice(unsigned int from, unsigned int to) const
 {
     if (from != to) {
-        if (from >= Length())
+        unsigned int const length = LimitCount(*this);
+        if (from >= length)
             Raise(err_precondition, "Vector::CloneSlice(): start index invalid (%d): %s",
                   static_cast<int>(from), *this);
-        unsigned int const end = to == 0 ? from + 1 : std::min(to, Length());
+        unsigned int const end = to == 0 ? from + 1 : std::min(to, length);
         if (from < end)
             return DoCloneSlice(from, end);
     }
@@ -283,6 +289,8 @@ void Vector::SetFirstIndex(int n)
 {
     if (IsObject(ElemType()))
         ThrowAssertException(__FILE__, __LINE__, "!IsObject(ElemType())");
+    if (EditPacked(*this, [n](Vector& limits) { limits.SetFirstIndex(n); }))
+        return;
     long const width = ElemSize();
     long const offset = static_cast<long>(chunk_.GetOffset()) + n * width;
     long const length = static_cast<long>(Length()) - n;
@@ -295,6 +303,8 @@ void Vector::SetFirstIndex(int n)
 void Vector::SetTypedChunk(TypedChunk const& chunk)
 {
     KeepAlive const alive(*this); // the cached values that go may hold the last pointer to it
+    if (EditPacked(*this, [&](Vector& limits) { limits.SetTypedChunk(chunk); }))
+        return;
     CheckChunk(chunk);
     if (chunk.Length() != chunk_.Length())
         CheckNewLength(chunk.Length());
@@ -325,6 +335,11 @@ void Vector::SetTypedChunk(TypedChunk const& chunk)
 
 bool Vector::UseMemoryOf(Vector const& other)
 {
+    bool as_large = false;
+    if (EditPacked(*this, [&](Vector& limits) { as_large = limits.UseMemoryOf(other); }))
+        return as_large;
+    if (auto const limits = PackedLimits(other))
+        return UseMemoryOf(cref(limits));
     bool const objects = IsObject(ElemType()) || IsObject(other.ElemType());
     if (objects && (ElemType() != other.ElemType() || Length() != other.Length()))
         Raise(err_kind, "Cannot cast data array into requested type: %s", other);
