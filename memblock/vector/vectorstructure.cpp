@@ -148,11 +148,11 @@ void Vector::ChangeDimSizes(unsigned int const* dims, int n)
 
 void Vector::ShiftVector(int n)
 {
+    if (n == 0 || EditPacked(*this, [n](Vector& limits) { limits.ShiftVector(n); }))
+        return;
     unsigned long const length = Length();
     if (n < 0)
         return Erase(0, static_cast<int>(std::min<long>(-static_cast<long>(n), Length())));
-    if (n == 0 || EditPacked(*this, [n](Vector& limits) { limits.ShiftVector(n); }))
-        return;
     ResizeVector(length + n, true, true);
     WithElemTypeOr<ObjectTypes>(
         ElemType(), [&] { MoveBytesUp(Pointer(), length * ElemSize(), n * long(ElemSize())); },
