@@ -2,6 +2,17 @@
 # freedom: no contraction of a*b+c, and char is signed everywhere.
 add_library(memblock_options INTERFACE)
 target_compile_options(memblock_options INTERFACE -Wall -Wextra -Wpedantic -ffp-contract=off)
+# What __FILE__ says is relative to the tree: no text names a path of the machine that built it. The
+# second path is the one that a compiler cache makes of the first. A debug build keeps its paths in
+# what debuggers and coverage read.
+file(RELATIVE_PATH tree_from_build ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
+string(REGEX REPLACE "[^/]$" "\\0/" tree_from_build "${tree_from_build}") # empty: built in the tree
+foreach(tree ${PROJECT_SOURCE_DIR}/ ${tree_from_build})
+    target_compile_options(
+        memblock_options
+        INTERFACE $<IF:$<CONFIG:Debug>,-fmacro-prefix-map,-ffile-prefix-map>=${tree}=
+    )
+endforeach()
 if(MEMBLOCK_WERROR)
     target_compile_options(memblock_options INTERFACE -Werror)
 endif()

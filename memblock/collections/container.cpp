@@ -187,10 +187,12 @@ safestring Container::GetNameByPos(int pos) const
 ContainerIterator Container::InsertAt(unsigned int pos, safestring const& name,
                                       SafeValue const& value)
 {
+    KeepAlive const alive(*this);
+    OrderedImpl& ordered = *GetOrderedImpl();
+    // Settled: a place makes the container ordered before anything is refused.
     if (name.empty())
         Raise(err_precondition, missing_name_text);
-    KeepAlive const alive(*this);
-    auto const item = GetOrderedImpl()->InsertAt(pos, name, value);
+    auto const item = ordered.InsertAt(pos, name, value);
     ContentHasBeenChanged();
     return item;
 }
@@ -229,9 +231,7 @@ void Container::ListItems(safestring& list) const
     ForEachListed(*this, [&](ContainerMap::value_type const& item) {
         if (!std::exchange(first, false))
             list += ", ";
-        safestring name = item.first;
-        QuoteName(name);
-        list += name;
+        list += KeyOfItem(item.first, [this](safestring const& name) { return exists(name); });
     });
 }
 

@@ -80,6 +80,9 @@ protected:
 public:
     /// A stored item comes before a key of the base; the own keys come before both. A missing item
     /// is made, as an empty container, if the handler asks for that.
+    ///
+    /// A quoted key that is no name itself, "@two words@", stands for the name in the quotes, in
+    /// reading and in writing by key. Each name of the lists is read and written so.
     DataItem ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) const override;
 
 protected:
@@ -126,7 +129,8 @@ public:
     PMemBlock GetMemory(safestring const& name, char const* classname) const;
     /// The text by which a macro makes the items: "cnt(...)", or "ocnt(...)" by position.
     safestring GetExpression() const;
-    /// Append the names, quoted and joined by ", ", by position.
+    /// Append the names joined by ", ", by position. A name is quoted if it is no word, or would
+    /// mean something else as a key: "@two words@", "@5@".
     void ListItems(safestring& list) const;
     /// Write the names, by position, to `Count()` strings.
     void ListItems(safestring* names) const;
@@ -162,7 +166,7 @@ public:
     /// Settled: a new item of an ordered container gets no position. It is found by name and by
     /// iteration only, until an `InsertAt` or `SetOrdered` places it.
     void MoveInto(safestring const& name, SafeValue& value);
-    /// Store all items of another container here.
+    /// Store all items of another container here, or none if that fails.
     /// Throws: 128 "Cannot append from non-container", for null too.
     void Append(DerivedPointer<Container> other);
     /// The same, but containers of one name are merged, and one that meets a vector is written to
@@ -187,6 +191,7 @@ private:
     friend class ContainerWalk;
 
     ContainerIterator FindItem(safestring const& name_or_position) const;
+    safestring NameByKey(safestring const& key) const;
     unsigned int PlaceOf(safestring const& key, safestring::size_type colon) const;
     void CheckPosition(unsigned int pos, unsigned int count) const;
     void MergeItem(safestring const& name, SafeValue const& value);

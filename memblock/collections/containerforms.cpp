@@ -1,5 +1,6 @@
 #include <memblock/collections/container.h>
 
+#include <memblock/base/appendwhole_internal.h>
 #include <memblock/base/number.h>
 #include <memblock/base/raise.h>
 #include <memblock/base/text.h>
@@ -45,20 +46,20 @@ void Descend(DataItem const& value, int format, SerializeVisitor& v, safestring 
 /// Append `name=value` for each item, with commas between.
 class ExpressionList {
 public:
-    explicit ExpressionList(safestring& text) : text_(text) {}
+    ExpressionList(ContainerMap const& items, safestring& text) : items_(items), text_(text) {}
     void Add(ContainerMap::value_type const& item)
     {
         if (!first_)
             text_ += ',';
         first_ = false;
-        safestring name = item.first;
-        QuoteName(name);
-        text_ += name;
+        text_ += KeyOfItem(item.first,
+                           [this](safestring const& name) { return items_.count(name) > 0; });
         text_ += '=';
         WithEnoughStack([&] { text_ += item.second.GetExpression(); });
     }
 
 private:
+    ContainerMap const& items_;
     safestring& text_;
     bool first_ = true;
 };
@@ -68,7 +69,7 @@ private:
 void ContainerImpl::GetExpression(safestring& expression) const
 {
     expression += "cnt(";
-    ExpressionList list(expression);
+    ExpressionList list(map_, expression);
     for (auto const& item : map_)
         list.Add(item);
     expression += ')';
@@ -77,7 +78,7 @@ void ContainerImpl::GetExpression(safestring& expression) const
 void OrderedImpl::GetExpression(safestring& expression) const
 {
     expression += "ocnt(";
-    ExpressionList list(expression);
+    ExpressionList list(map_, expression);
     for (ContainerIterator const item : positions_)
         list.Add(*item);
     expression += ')';
@@ -94,10 +95,12 @@ safestring Container::GetExpression() const
     return expression;
 }
 
-void SerializeContainer2Xml(Container const& container, SerializeVisitor& v, safestring const& path,
-                            Formatter const& formatter, safestring& output)
+namespace {
+
+/// The text of the container itself; that of objects goes to `output` at once.
+safestring XmlElements(Container const& container, SerializeVisitor& v, safestring const& path,
+                       Formatter const& formatter, safestring& output)
 {
-    CheckForLoop(container, v);
     safestring text;
     ContainerWalk walk(container, &v);
     while (auto* const item = walk.Next()) {
@@ -127,10 +130,8 @@ void SerializeContainer2Xml(Container const& container, SerializeVisitor& v, saf
         }
         text += "</a>\n";
     }
-    output += text;
+    return text;
 }
-
-namespace {
 
 /// The values that a script writes as they are. Objects follow in scripts of their own.
 void AppendPlainItems(Container const& container, safestring const& path, safestring& output)
@@ -149,12 +150,18 @@ void AppendPlainItems(Container const& container, safestring const& path, safest
 
 } // namespace
 
+void SerializeContainer2Xml(Container const& container, SerializeVisitor& v, safestring const& path,
+                            Formatter const& formatter, safestring& output)
+{
+    CheckForLoop(container, v);
+    AppendWhole(output, [&] { output += XmlElements(container, v, path, formatter, output); });
+}
+
 void Container::SerializeMorvane(SerializeVisitor& v, safestring const& path,
                                  Formatter const& formatter, safestring& output) const
 {
     CheckForLoop(*this, v);
-    auto const start = output.size();
-    try {
+    AppendWhole(output, [&] {
         safestring const variable =
             is_alphanumeric(path) ? path : v.name_prefix_ + str(++v.counter_);
         output += Text("set(%s=cnt(", variable);
@@ -168,10 +175,7 @@ void Container::SerializeMorvane(SerializeVisitor& v, safestring const& path,
             if (IsNested(item->second))
                 Descend(item->second, Formatter::ser_morvane, v, path + "." + item->first,
                         formatter, output);
-    } catch (...) {
-        output.resize(start);
-        throw;
-    }
+    });
 }
 
 void Container::DoSerialize(int format, SerializeVisitor& v, safestring const& path,

@@ -35,6 +35,21 @@ std::pair<ContainerIterator, bool> ContainerImpl::Add(safestring const& name)
     return result;
 }
 
+ContainerIterator ContainerImpl::FindByKey(safestring const& key)
+{
+    auto item = Find(key);
+    if (item != map_.end() || !IsQuotedName(key))
+        return item;
+    safestring name = key;
+    UnquoteName(name);
+    item = Find(name);
+    if (item != map_.end() || !IsQuotedName(name))
+        return item;
+    while (IsQuotedName(name)) // see KeyOfItem
+        UnquoteName(name);
+    return Find(name);
+}
+
 unsigned int ContainerImpl::GetPos(ContainerConstIterator item) const
 {
     return static_cast<unsigned int>(std::distance(map_.begin(), item));

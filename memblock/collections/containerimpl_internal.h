@@ -1,6 +1,8 @@
 #ifndef MEMBLOCK_COLLECTIONS_CONTAINERIMPL_INTERNAL_H
 #define MEMBLOCK_COLLECTIONS_CONTAINERIMPL_INTERNAL_H
 
+#include <memblock/base/number.h>
+#include <memblock/base/text.h>
 #include <memblock/collections/nameindex_internal.h>
 #include <memblock/core/memblock_internal.h>
 
@@ -31,6 +33,8 @@ public:
 
     ContainerMap& Map() { return map_; } ///< to look at and to change values in
     ContainerIterator Find(safestring const& name) { return index_.Find(name); }
+    /// The item of that name; for a quoted key without one, the item of the name in the quotes.
+    ContainerIterator FindByKey(safestring const& key);
     /// The item of a name; a new one is undefined, and true is told. It gets no position.
     std::pair<ContainerIterator, bool> Add(safestring const& name);
     unsigned int Count() const { return static_cast<unsigned int>(map_.size()); }
@@ -109,6 +113,33 @@ private:
     ContainerIterator item_; // the one given last or, where that has gone, the next one
     bool gone_ = true;
 };
+
+/// Whether a key is a position; most are names, and seen not to be a number by their first byte.
+inline bool IsPosition(safestring const& key)
+{
+    return !key.empty() && key[0] <= '9' && is_numeric(key);
+}
+
+inline bool IsQuotedName(safestring const& key)
+{
+    return key.size() >= 2 && key.front() == '@' && key.back() == '@';
+}
+
+/// The key under which lists and expressions name an item, so that it is read and written by it.
+/// `exists(name)` says which names there are.
+template <class Exists>
+safestring KeyOfItem(safestring const& name, Exists&& exists)
+{
+    bool const is_word = is_alphanumeric(name) && !IsPosition(name) && name != "_";
+    if (is_word)
+        return name;
+    safestring key = name;
+    QuoteName(key);
+    // Another item may bear the quoted name. A third pair of quotes then leads past it.
+    for (bool taken = false; exists(key) || taken; QuoteName(key))
+        taken = exists(key);
+    return key;
+}
 
 /// Call `visit(item)` for each item in the order in which lists name them: by position, or by
 /// name if the container is not ordered.

@@ -3,11 +3,12 @@
 #include <memblock/base/number.h>
 #include <memblock/base/text.h>
 #include <memblock/collections/containerimpl_internal.h>
-#include <memblock/core/keytable.h>
+#include <memblock/core/attempt_internal.h>
 #include <memblock/core/md5.h>
 #include <memblock/core/subitem.h>
 #include <memblock/vector/vector.h>
 
+#include <algorithm>
 #include <vector>
 
 namespace NKelmic {
@@ -41,14 +42,37 @@ DataItem ItemCount(Container const& c, ThrowHandlerFunc)
     return c.Count();
 }
 
+/// The texts go from `texts` into the vector.
+DataItem TextVector(std::vector<safestring>& texts)
+{
+    auto const vector = Vector::Create(texts.size(), Vector::String, false, 0, 1.0);
+    std::swap_ranges(texts.begin(), texts.end(), vector->StringPointer());
+    return vector;
+}
+
 DataItem Names(Container const& c, ThrowHandlerFunc)
 {
     std::vector<safestring> names;
     names.reserve(c.Count());
     ForEachListed(c, [&](ContainerMap::value_type const& item) { names.push_back(item.first); });
-    auto const vector = Vector::Create(names.size(), Vector::String, false, 0, 1.0);
-    std::swap_ranges(names.begin(), names.end(), vector->StringPointer());
-    return vector;
+    return TextVector(names);
+}
+
+/// What hangs below the container, each entry whole even if its name has a comma.
+DataItem SubObjects(Container const& c, ThrowHandlerFunc handler)
+{
+    std::vector<safestring> names;
+    ForEachListed(c, [&](ContainerMap::value_type const& item) {
+        names.push_back(
+            KeyOfItem(item.first, [&](safestring const& name) { return c.exists(name); }));
+    });
+    AnyKeyOfList(c.MemBlock::ResolveSubItem("*", handler).GetString(),
+                 [&](KeyListEntry const& entry) {
+                     names.emplace_back(entry.name.data(), entry.name.size());
+                     return false;
+                 });
+    std::sort(names.begin(), names.end());
+    return TextVector(names);
 }
 
 // The keys that come before the items.
@@ -60,6 +84,7 @@ constexpr KeyTable container_keys{std::to_array<Key<Container>>({
     {"@length", ItemCount},
     {"@size", ItemCount},
     {"@keys", Names},
+    {"@subobjects", SubObjects},
     {"@isordered",
      [](Container const& c, ThrowHandlerFunc) -> DataItem { return c.IsOrdered() ? 1 : 0; },
      [](Container& c, SafeValue const& value, ThrowHandlerFunc) {
@@ -80,12 +105,6 @@ constexpr KeyTable container_verbs{std::to_array<Verb<Container>>({
      }},
 })};
 
-// Most keys are names, and most names are seen not to be a number by their first character.
-bool IsPosition(safestring const& key)
-{
-    return !key.empty() && key[0] <= '9' && is_numeric(key);
-}
-
 } // namespace
 
 DataItem Container::DoVerb(char const* verb, int argc, SafeValue* argv)
@@ -100,7 +119,7 @@ DataItem Container::DoVerb(char const* verb, int argc, SafeValue* argv)
 ContainerIterator Container::FindItem(safestring const& name_or_position) const
 {
     if (!IsPosition(name_or_position))
-        return impl_->Find(name_or_position);
+        return impl_->FindByKey(name_or_position);
     bool ok = true;
     CheckOk check(ok);
     unsigned int const pos = StringToUInt()(name_or_position, check);
@@ -115,6 +134,9 @@ SafeValue Container::Get(safestring const& key) const
         auto const item = FindItem(key);
         return item == none ? SafeValue() : item->second;
     }
+    if (IsQuotedName(key)) // the colon may be one of the name
+        if (auto const item = impl_->FindByKey(key); item != none)
+            return item->second;
     safestring const head = key.substr(0, colon);
     safestring const question = key.substr(colon + 1);
     if (question == "@name") {
@@ -125,7 +147,7 @@ SafeValue Container::Get(safestring const& key) const
         auto const item = FindItem(head);
         return item == none ? SafeValue(-1) : SafeValue(GetPos(item));
     }
-    auto const item = impl_->Find(head);
+    auto const item = impl_->FindByKey(head);
     return item == none ? SafeValue() : item->second;
 }
 
@@ -147,7 +169,7 @@ DataItem Container::ResolveSubItem(safestring const& key, ThrowHandlerFunc handl
 {
     if (key.size() <= 1 || key[0] == '@')
         if (auto const* const row = container_keys.Find(key))
-            return row->read(*this, handler);
+            return ReadKey(*row, *this, handler);
     if (DataItem value = Get(key); value.IsDefined())
         return value;
     if (!is_alphanumeric(key)) {
@@ -184,7 +206,7 @@ unsigned int Container::PlaceOf(safestring const& key, safestring::size_type col
         unsigned int pos = Count();
         if (IsPosition(anchor))
             pos = StringToUInt()(anchor);
-        else if (auto const item = find(anchor); item != end())
+        else if (auto const item = impl_->FindByKey(anchor); item != impl_->Map().end())
             pos = GetPos(item);
         return word == "@after" && pos < Count() ? pos + 1 : pos;
     }
@@ -194,15 +216,24 @@ unsigned int Container::PlaceOf(safestring const& key, safestring::size_type col
 void Container::Insert(safestring const& key, SafeValue const& value)
 {
     auto const colon = key.find(':');
-    if (colon != safestring::npos) {
-        InsertAt(PlaceOf(key, colon), key.substr(0, colon), value);
+    bool const is_name = colon == safestring::npos ||
+                         (IsQuotedName(key) && impl_->FindByKey(key) != impl_->Map().end());
+    if (!is_name) {
+        InsertAt(PlaceOf(key, colon), NameByKey(key.substr(0, colon)), value);
     } else if (IsPosition(key)) {
         ReplaceValueAt(StringToUInt()(key), value);
     } else {
         KeepAlive const alive(*this);
-        impl_->Put(key, value);
+        impl_->Put(NameByKey(key), value);
         ContentHasBeenChanged();
     }
+}
+
+/// The name of the item that a key leads to; without one the key itself.
+safestring Container::NameByKey(safestring const& key) const
+{
+    auto const item = IsQuotedName(key) ? impl_->FindByKey(key) : impl_->Map().end();
+    return item == impl_->Map().end() ? key : item->first;
 }
 
 bool Container::DoSetSubItem(safestring const& key, SafeValue const& value,
@@ -214,18 +245,13 @@ bool Container::DoSetSubItem(safestring const& key, SafeValue const& value,
     auto const* const row = is_item ? nullptr : container_keys.Find(key);
     if (!is_item && !(row && row->write))
         return MemBlock::DoSetSubItem(key, value, full_path, handler);
-    try {
-        if (row)
-            return row->write(*this, value, handler);
-        if (value.IsUndefined())
-            Delete(key);
-        else
-            Insert(key, value);
-        return true;
-    } catch (Exception const& e) {
-        Throw(e, handler);
-        return false;
-    }
+    if (row)
+        return row->write(*this, value, handler);
+    if (value.IsUndefined())
+        Delete(NameByKey(key));
+    else
+        Insert(key, value);
+    return true;
 }
 
 } // namespace NKelmic

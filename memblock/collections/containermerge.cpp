@@ -7,6 +7,9 @@
 #include <memblock/logging/logger.h>
 #include <memblock/vector/vector.h>
 
+#include <tuple>
+#include <vector>
+
 namespace NKelmic {
 namespace {
 
@@ -48,13 +51,56 @@ bool SetSubItemSoftly(Vector& vector, safestring const& name, SafeValue const& v
     }
 }
 
+/// Keeps what stood under the names that are about to be stored to. Unless all goes well, it comes
+/// back, which takes no memory.
+class Undo {
+public:
+    explicit Undo(Container& container) : container_(container) {}
+    ~Undo()
+    {
+        for (; !done_ && !old_.empty(); old_.pop_back()) {
+            auto& [name, was_there, value] = old_.back();
+            auto const item = container_.find(name);
+            if (item == container_.end())
+                continue;
+            if (was_there)
+                item->second.swap(value);
+            else
+                container_.erase(item);
+        }
+    }
+    Undo(Undo const&) = delete;
+    Undo& operator=(Undo const&) = delete;
+
+    void Note(safestring const& name)
+    {
+        auto const item = container_.find(name);
+        bool const is_there = item != container_.end();
+        old_.emplace_back(name, is_there, is_there ? item->second : SafeValue());
+    }
+    void Done() { done_ = true; }
+
+private:
+    Container& container_;
+    std::vector<std::tuple<safestring, bool, SafeValue>> old_;
+    bool done_ = false;
+};
+
+/// Marks a container that is on its way into some vector. The one it meets may be new each time.
+constexpr char merge_into_vector = 0;
+
 } // namespace
 
 void Container::Append(DerivedPointer<Container> other)
 {
     ContainerWalk walk(CheckedSource(other));
-    while (auto const* const item = walk.Next())
+    KeepAlive const alive(*this);
+    Undo undo(*this);
+    while (auto const* const item = walk.Next()) {
+        undo.Note(item->first);
         Put(item->second, item->first);
+    }
+    undo.Done();
 }
 
 void Container::Merge(DerivedPointer<Container> other)
@@ -82,9 +128,9 @@ void Container::MergeItem(safestring const& name, SafeValue const& value)
 void MergeToVector(DerivedPointer<Vector> vector, DerivedPointer<Container> container)
 {
     Container const& source_items = CheckedSource(container);
-    if (ContainerWalk::IsUnderWay(source_items, vector.Pointer()))
-        return;
-    ContainerWalk walk(source_items, vector.Pointer());
+    if (ContainerWalk::IsUnderWay(source_items, &merge_into_vector))
+        return; // it holds itself
+    ContainerWalk walk(source_items, &merge_into_vector);
     while (auto const* const item = walk.Next()) {
         safestring name = item->first;
         UnquoteName(name); // leaves a name without quotes alone

@@ -2,8 +2,7 @@
 
 #include <memblock/base/raise.h>
 #include <memblock/collections/containerimpl_internal.h>
-#include <memblock/core/deepstack_internal.h>
-#include <memblock/core/visitor.h>
+#include <memblock/core/childwalk_internal.h>
 
 #include <utility>
 
@@ -43,8 +42,10 @@ ItemVisitor::~ItemVisitor() {}
 void Container::ScanItems(ItemVisitor& v) const
 {
     ContainerWalk walk(*this);
-    while (auto const* const item = walk.Next())
-        v.Visit(item->first, item->second);
+    while (auto const* const item = walk.Next()) {
+        auto const [name, value] = *item; // the visitor may remove the item and read on
+        v.Visit(name, value);
+    }
 }
 
 void Container::ScanItems(MemBlockVisitor& v, char const* classname)
@@ -58,7 +59,7 @@ void Container::ScanItems(MemBlockVisitor& v, char const* classname)
         MemBlock const* const before = value.MemoryRef().Pointer();
         if (classname && !value.MemoryRef().Conforms(classname)) // which may convert it
             continue;
-        v.Visit(item->first, value.MemoryRef());
+        v.Visit(safestring(item->first), value.MemoryRef());
         if (walk.HasGone() || value.GetType() != it_memblock)
             continue;
         changed |= value.MemoryRef().Pointer() != before;
@@ -103,9 +104,13 @@ bool Container::Entertain(MemBlockVisitor& v, safestring const& path, entertainm
     safestring const prefix = path.empty() ? path : path + ".";
     while (auto* const item = walk.Next()) {
         SafeValue& value = item->second;
-        bool const go_on = value.GetType() == it_memblock
-                               ? EntertainChild(value.MemoryRef(), v, prefix + item->first, mode)
-                               : EntertainValue(value, v, prefix + item->first, mode);
+        auto const find = [&]() -> PMemBlock* {
+            bool const is_object = !walk.HasGone() && value.GetType() == it_memblock;
+            return is_object ? &value.MemoryRef() : nullptr;
+        };
+        PMemBlock* const child = find();
+        bool const go_on = child ? EntertainPlace(*child, find, v, prefix + item->first, mode)
+                                 : EntertainValue(value, v, prefix + item->first, mode);
         if (!go_on)
             return false;
     }
@@ -151,15 +156,15 @@ bool Container::Equals(MemBlock const& other) const
 PMemBlock Container::DoClone(int mode) const
 {
     DerivedPointer<Container> const clone(new Container(*this));
-    if (mode > 1)
+    if (mode > 1 && mode != deep_copy_mode)
         return clone;
     ContainerWalk walk(*clone);
     while (auto* const item = walk.Next()) {
         SafeValue& value = item->second;
-        if (value.GetType() == it_memblock && value.MemoryRef())
-            value.MemoryRef() = value.MemoryRef()->Clone(mode == 1);
-        else if (value.GetType() == it_sharable)
+        if (value.GetType() == it_sharable)
             value = SafeValue(DataItem(value.GetSharable()->DoClone()));
+        else if (mode != deep_copy_mode && value.GetType() == it_memblock && value.MemoryRef())
+            value.MemoryRef() = value.MemoryRef()->Clone(mode == 1);
     }
     return clone;
 }

@@ -1,9 +1,12 @@
 #include <memblock/collections/table.h>
 
+#include <memblock/base/listitems_internal.h>
 #include <memblock/base/number.h>
 #include <memblock/base/raise.h>
 #include <memblock/base/text.h>
+#include <memblock/collections/columnsbyname_internal.h>
 #include <memblock/core/deepstack_internal.h>
+#include <memblock/vector/vectorchunk_internal.h>
 #include <memblock/vector/vectorforms_internal.h>
 
 #include <algorithm>
@@ -124,17 +127,23 @@ int Table::ColumnIndex(safestring const& name) const
 
 void Table::CheckColumn(safestring const& name, PMemBlock const& column) const
 {
+    CheckColumn(name, column, row_count_);
+}
+
+/// Any number of rows will do if `rows` is negative.
+void Table::CheckColumn(safestring const& name, PMemBlock const& column, int rows) const
+{
     if (!column)
         Raise(err_kind, "Table::SetColumn(): new column pointer is NULL, table unchanged: %s",
               *this);
     auto const* const vector = MemCast<Vector>(column);
     if (!vector || vector == this) // a table can't be its own column
         Raise(err_kind, "Table::SetColumn(): new column \"%s\" is not a vector: %s", name, column);
-    if (row_count_ >= 0 && vector->Length() != static_cast<unsigned int>(row_count_))
+    if (rows >= 0 && vector->Length() != static_cast<unsigned int>(rows))
         Raise(err_kind,
               "Table::SetColumn(): new column \"%s\" is of different length than other columns, "
               "must be %d: %s",
-              name, row_count_, column);
+              name, rows, column);
     if (name.empty())
         Raise(err_kind, "Table column name cannot be empty");
     if (!is_alphanumeric(name))
@@ -190,13 +199,8 @@ void Table::ReplaceColumn(int index, safestring const& name, DerivedPointer<Vect
 
 void Table::Erase(int first, int count)
 {
-    if (!IsColumn(first) || count <= 0)
-        return;
-    Vector::Erase(first, count);  // the names go along by `Rearrange` and `ResizeVector`
-    if (names_.size() > Length()) // unless there was no memory to make the array of columns smaller
-        names_.resize(Length());
-    if (Length() == 0)
-        row_count_ = -1;
+    if (IsColumn(first))
+        Vector::Erase(first, count); // the names go along by `Rearrange` and `ResizeVector`
 }
 
 void Table::DeleteColumn(int index)
@@ -235,6 +239,32 @@ void Table::ResizeVector(unsigned long columns, bool, bool)
         row_count_ = first ? static_cast<int>(first->Length()) : 0;
     }
     names_.swap(names);
+}
+
+void Table::Append(DerivedPointer<Vector> columns)
+{
+    if (MemCast<Vector>(columns)) // all else is up to the base
+        AskForContent(*this, cref(columns).Chunk());
+    Vector::Append(columns);
+    if (row_count_ <= 0 && Length() > 0) // as the empty columns had it that held the place
+        row_count_ = static_cast<int>(Column(0)->Length());
+}
+
+/// What the notice of new objects says: the index of the first, their number, their place.
+DataItem Table::CheckColumns(SafeValue const* argv) const
+{
+    int const first = argv[0].GetInt();
+    int const count = argv[1].GetInt();
+    if (argv[2].GetType() != it_pointer)
+        return {};
+    auto const* const columns = static_cast<PMemBlock const*>(argv[2].GetPointer());
+    int rows = row_count_;
+    for (int i = 0; i < count; ++i) {
+        bool const named = static_cast<std::size_t>(first + i) < names_.size();
+        CheckColumn(named ? names_[first + i] : DefaultColName(first + i), columns[i], rows);
+        rows = static_cast<int>(MemCast<Vector>(columns[i])->Length());
+    }
+    return 1;
 }
 
 void Table::ShiftVector(int n)
@@ -309,7 +339,7 @@ void SwapTableColumns(DerivedPointer<Table> const& table, int a, int b)
 
 void SetTableColumnOrder(DerivedPointer<Table> const& table, safestring const& names)
 {
-    safestringlist const list = SplitString(names, ", \t", true);
+    ColumnsByName const columns(*table);
     std::vector<int> order;
     std::vector<bool> placed(table->ColumnCount());
     auto const place = [&](int column) {
@@ -318,8 +348,8 @@ void SetTableColumnOrder(DerivedPointer<Table> const& table, safestring const& n
             order.push_back(column);
         }
     };
-    for (unsigned long i = 0, n = list.size(); i < n; ++i)
-        place(table->ColumnIndex(list[i]));
+    for (safestring const& name : ItemsOf(SplitString(names, ", \t", true)))
+        place(columns.Find(name));
     for (int column = 0; column < table->ColumnCount(); ++column)
         place(column);
     table->Rearrange(order.data(), table->Length(), table->Length(), throw_always);

@@ -16,7 +16,9 @@ namespace NKelmic {
 /// makes it.
 ///
 /// Columns are shared with whoever else holds them until rows are added. A change either happens
-/// as a whole or, with the error raised, leaves the table as it was.
+/// as a whole or, with the error raised, leaves the table as it was. That goes for what is
+/// inherited, too: `SetElem`, `Fill`, `SetTypedChunk` and their like take columns of the right
+/// length and refuse all else.
 ///
 /// Errors carry code 128 unless another is told.
 class MEMBLOCK_API Table : public Vector {
@@ -55,6 +57,9 @@ public:
     void Rearrange(int const* idx, unsigned int n, unsigned int newlen,
                    ThrowHandlerFunc handler) override;
     void ShiftVector(int n) override;
+    /// Add the columns of another table, or of a vector of columns, under the first names of
+    /// `DefaultColName` that are free. Throws as `SetColumn` for what is no column of this length.
+    void Append(DerivedPointer<Vector> columns) override;
 
 protected:
     PMemBlock DoClone(int mode) const override;
@@ -96,7 +101,8 @@ public:
     void ReplaceColumn(int index, safestring const& name, DerivedPointer<Vector> const& column);
     void DeleteColumn(int index);              ///< nothing happens if there is none
     void DeleteColumn(safestring const& name); ///< the same
-    /// Take out columns, not rows. Nothing happens for a `first` that is none.
+    /// Take out columns, not rows. Nothing happens for a `first` that is none; a negative count
+    /// throws as `Vector::Erase` does.
     void Erase(int first, int count);
 
     // ---- Rows
@@ -140,6 +146,8 @@ private:
         SetColumn(name, column);
         SetColumns(rest...);
     }
+    void CheckColumn(safestring const& name, PMemBlock const& column, int rows) const;
+    DataItem CheckColumns(SafeValue const* argv) const;
     void Store(int index, PMemBlock const& column);
     bool IsColumn(int index) const { return index >= 0 && index < ColumnCount(); }
     bool LengthsMatch() const;

@@ -1,11 +1,15 @@
 #include <memblock/collections/table.h>
 
 #include <memblock/base/chars_internal.h>
+#include <memblock/base/listitems_internal.h>
 #include <memblock/base/number.h>
 #include <memblock/base/raise.h>
 #include <memblock/base/text.h>
+#include <memblock/collections/columnsbyname_internal.h>
+#include <memblock/core/deepstack_internal.h>
 #include <memblock/serial/serializer.h>
 #include <memblock/vector/vectorforms.h>
+#include <memblock/vector/vectorforms_internal.h>
 
 #include <algorithm>
 
@@ -112,16 +116,42 @@ int Precision(Formatter const& formatter)
     return told < 0 ? default_precision : told;
 }
 
-void SerializeText(Table const& t, std::vector<int> const& selected, Formatter const& formatter,
-                   safestring& output)
+/// The cells of a column of objects or values, as the visitor writes them: one line each.
+void VisitorTexts(Vector const& column, std::vector<safestring>& strings, int first, int count,
+                  SerializeVisitor& v, safestring const& path, Formatter const& words)
 {
+    for (int row = first; row < first + count; ++row) {
+        safestring text;
+        WithEnoughStack([&] {
+            v.Descend(column.GetDataItem(row), Formatter::ser_ascii,
+                      path + ElementName(static_cast<unsigned int>(row)), words, text);
+        });
+        strings.push_back(OnOneLine(text));
+    }
+}
+
+void SerializeText(Table const& t, std::vector<int> const& selected, SerializeVisitor& v,
+                   safestring const& path, Formatter const& formatter, safestring& output)
+{
+    if (OnTheWay::Is(t))
+        Raise(err_state, "An object that holds itself cannot be serialized: %s", t);
+    OnTheWay const mark(t);
     int const precision = Precision(formatter);
     int const mode = SafeValue(formatter.GetValue("quotemode", 0)).GetInt();
+    Formatter words = formatter; // those that the form of a value in a cell goes by
+    words.SetFlag("shortmemblockdescr", true);
+    words.SetFlag("single_line_per_elem", true);
     ByBlocks(
         t.RowCount(), selected.size(),
         [&](std::size_t k, std::vector<safestring>& strings, int first, int count) {
-            table_serialize_aux1(cref(t.Column(selected[k])), strings, first, count, precision,
-                                 mode);
+            auto const column = t.Column(selected[k]);
+            bool const values =
+                column->ElemType() == Vector::PMemory || column->ElemType() == Vector::PolyType;
+            if (values && v.DescendIntoScalars())
+                VisitorTexts(cref(column), strings, first, count, v,
+                             path + "." + t.ColumnName(selected[k]), words);
+            else
+                table_serialize_aux1(cref(column), strings, first, count, precision, mode);
         },
         [&](std::vector<std::vector<safestring>> const& strings, int row) {
             for (std::size_t k = 0; k < strings.size(); ++k) {
@@ -207,11 +237,11 @@ std::vector<int> Table::SelectColumns(Formatter const& formatter) const
             selected.push_back(i);
         return selected;
     }
-    safestringlist const names = SplitString(told.GetString(), ",; \t", true);
-    for (unsigned long i = 0, n = names.size(); i < n; ++i) {
-        int const column = ColumnIndex(names[i]);
+    ColumnsByName const columns(*this);
+    for (safestring const& name : ItemsOf(SplitString(told.GetString(), ",; \t", true))) {
+        int const column = columns.Find(name);
         if (column < 0)
-            Raise(err_kind, "No such column in the table: %s", names[i]);
+            Raise(err_kind, "No such column in the table: %s", name);
         selected.push_back(column);
     }
     return selected;
@@ -220,18 +250,12 @@ std::vector<int> Table::SelectColumns(Formatter const& formatter) const
 void Table::DoSerialize(int format, SerializeVisitor& v, safestring const& path,
                         Formatter const& formatter, safestring& output) const
 {
-    auto const start = output.size();
-    try {
-        if (format == Formatter::ser_ascii)
-            SerializeText(*this, SelectColumns(formatter), formatter, output);
-        else if (format == Formatter::ser_html)
-            SerializeHtml(*this, SelectColumns(formatter), Precision(formatter), output);
-        else
-            Vector::DoSerialize(format, v, path, formatter, output);
-    } catch (...) {
-        output.resize(start);
-        throw;
-    }
+    if (format == Formatter::ser_ascii)
+        SerializeText(*this, SelectColumns(formatter), v, path, formatter, output);
+    else if (format == Formatter::ser_html)
+        SerializeHtml(*this, SelectColumns(formatter), Precision(formatter), output);
+    else
+        Vector::DoSerialize(format, v, path, formatter, output);
 }
 
 } // namespace NKelmic

@@ -5,7 +5,6 @@
 #include <memblock/base/text.h>
 #include <memblock/core/attempt_internal.h>
 #include <memblock/core/deepstack_internal.h>
-#include <memblock/core/keytable.h>
 #include <memblock/core/subitem.h>
 #include <memblock/vector/vectorforms_internal.h>
 
@@ -210,6 +209,8 @@ DataItem Table::DoVerb(char const* verb, int argc, SafeValue* argv)
                             "table.@rowcount instead!");
         return 1;
     }
+    if (SameName(verb, "notif_objects_chng") && argc >= 3)
+        return CheckColumns(argv);
     if (auto const* const row = table_verbs.Find(verb); row && argc >= row->argument_count)
         return row->run(*this, argc, argv);
     return Vector::DoVerb(verb, argc, argv);
@@ -218,7 +219,7 @@ DataItem Table::DoVerb(char const* verb, int argc, SafeValue* argv)
 DataItem Table::ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) const
 {
     if (auto const* const row = table_keys.Find(key); row && row->read)
-        return Attempt(handler, [&] { return row->read(*this, handler); });
+        return ReadKey(*row, *this, handler);
     if (int const column = ColumnIndex(key); column >= 0)
         return Column(column);
     if (!key.empty() && key[0] != '@' && !is_alphanumeric(key)) {
@@ -237,9 +238,7 @@ bool Table::DoSetSubItem(safestring const& key, SafeValue const& value, safestri
     bool const own = row && row->write;
     if (!own && !key.empty() && key[0] == '@' && !is_alphanumeric(key))
         return Vector::DoSetSubItem(key, value, full_path, handler);
-    return Attempt(handler, [&] {
-        return own ? row->write(*this, value, handler) : SetColumnByName(*this, key, value);
-    });
+    return own ? row->write(*this, value, handler) : SetColumnByName(*this, key, value);
 }
 
 } // namespace NKelmic

@@ -2,7 +2,7 @@
 
 #include <memblock/base/raise.h>
 #include <memblock/collections/container.h>
-#include <memblock/imaging/intervalvector.h>
+#include <memblock/imaging/packedlimits_internal.h>
 
 #include <algorithm>
 #include <limits>
@@ -131,11 +131,10 @@ void Md5UpdateThisObject(MemBlockVisitor* visitor, safestring const&, PMemBlock 
 {
     auto& digest = *static_cast<MD5Context*>(context);
     FeedWithNul(digest, item.GetDescription());
-    if (IntervalVector const* const intervals = MemCast<IntervalVector>(item))
-        intervals->EnsureStartAndEnd(); // both forms of the limits have one hash
-    if (Vector const* const vector = MemCast<Vector>(item))
-        FeedElements(digest, *vector, visitor->NeedsValidData());
-    else if (Container const* const container = MemCast<Container>(item))
+    if (Vector const* const vector = MemCast<Vector>(item)) {
+        auto const packed = PackedLimits(*vector); // both forms of the limits have one hash
+        FeedElements(digest, packed ? cref(packed) : *vector, visitor->NeedsValidData());
+    } else if (Container const* const container = MemCast<Container>(item))
         FeedItems(digest, *container);
 }
 

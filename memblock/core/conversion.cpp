@@ -1,11 +1,10 @@
 #include <memblock/core/memblock.h>
 
+#include <memblock/base/listitems_internal.h>
 #include <memblock/core/conversion_internal.h>
 #include <memblock/core/memblock_internal.h>
 #include <memblock/core/safevalue.h>
 #include <memblock/serial/factory.h>
-
-#include <algorithm>
 
 namespace NKelmic {
 namespace {
@@ -24,11 +23,8 @@ bool ConvertArg(MemBlock const& target, safestring const& argument, ConvertOptio
 bool MemBlock::ConvertArgs(safestringlist const& arguments, ConvertOptions& options,
                            ThrowHandlerFunc handler) const
 {
-    safestring const& text = arguments.Text();
-    for (safestring::size_type from = 0; from < text.size();) {
-        auto const end = std::min(text.find(arguments.Separator(), from), text.size());
-        safestring const argument = Trimmed(text.substr(from, end - from));
-        from = end + 1;
+    for (safestring const& item : ItemsOf(arguments)) {
+        safestring const argument = Trimmed(item);
         if (!argument.empty() && !ConvertArg(*this, argument, options, handler))
             return false;
     }

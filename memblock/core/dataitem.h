@@ -250,6 +250,7 @@ public:
     bool Consistent(safestring& message);
     /// The bytes that hang on this item; what is held twice counts once.
     long long CalcMemUsage() const;
+    /// Walk this item and what it holds at the start event, which may change the item.
     void Traverse(TraverseVisitor& v, TraverseNode const& node);
     /// Serialize the object or sharable inside; false for anything else.
     bool Serialize(int format, SerializeVisitor& v, safestring const& path,
@@ -261,7 +262,8 @@ public:
     void ScalarToVector();
     /// Give the item a private copy of its object or sharable.
     ///
-    /// An object that nobody else holds stays, unless it is a vector of objects or items.
+    /// An object that nobody else holds stays, unless it is a vector of objects or items. What the
+    /// object shares within itself stays shared in the copy.
     void MakeCopy();
 
     /// Make the position cache of a long text, once; other items have none.

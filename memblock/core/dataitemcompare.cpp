@@ -148,7 +148,9 @@ int string_compare(safestring const& left, DataItem const& rhs)
         return Sign(DataItem::View(left).compare(text));
     safestring const right = rhs.GetString();
     if (numeric && ReadsAsNumber(right))
-        return OrderDoubles(StringToDouble()(left), rhs.GetDouble());
+        return rhs.GetType() == it_sharable // a number in words, and none to compare with
+                   ? unordered
+                   : OrderDoubles(StringToDouble()(left), rhs.GetDouble());
     return OrderTexts(left, right);
 }
 

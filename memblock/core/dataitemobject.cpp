@@ -1,5 +1,6 @@
 #include <memblock/core/dataitem.h>
 
+#include <memblock/core/memblock_internal.h>
 #include <memblock/core/visitor.h>
 #include <memblock/serial/serializer.h>
 #include <memblock/vector/vector.h>
@@ -31,12 +32,13 @@ long long DataItem::CalcMemUsage() const
 
 void DataItem::Traverse(TraverseVisitor& v, TraverseNode const& node)
 {
+    DataItem shown(*this); // the visitor may change or drop this one, and what it holds
     v.VisitStart(node, *this);
-    if (bits_.type == it_memblock && Block())
-        Block()->Traverse(v, TraverseNode(node, "memblock"));
-    else if (bits_.type == it_sharable)
-        Load<ThreadSharable*>()->Traverse(v, TraverseNode(node, "sharable"));
-    v.VisitEnd(node, *this);
+    if (shown.bits_.type == it_memblock && shown.Block())
+        shown.Block()->Traverse(v, TraverseNode(node, "memblock"));
+    else if (shown.bits_.type == it_sharable)
+        shown.Load<ThreadSharable*>()->Traverse(v, TraverseNode(node, "sharable"));
+    v.VisitEnd(node, shown);
 }
 
 bool DataItem::Serialize(int format, SerializeVisitor& v, safestring const& path,
@@ -87,8 +89,8 @@ void DataItem::MakeCopy()
         vector && (vector->ElemType() == Vector::PMemory || vector->ElemType() == Vector::PolyType);
     if (Block()->RefCount() == 1 && !holds_objects)
         return;
-    PMemBlock const copy = Block()->Clone(true);
-    copy->MakeDeepCopy();
+    PMemBlock const copy = Block()->CloneIn(deep_copy_mode);
+    MakeIndependent(*copy);
     MemoryRef() = copy;
 }
 

@@ -1,5 +1,6 @@
 #include <memblock/core/dataitem.h>
 
+#include <memblock/core/attempt_internal.h>
 #include <memblock/core/subitem_internal.h>
 
 namespace NKelmic {
@@ -61,14 +62,16 @@ DataItem DataItem::ResolveSubItem(safestring const& key, ThrowHandlerFunc handle
         if (key == "buffer" || key == "@buffer")
             return static_cast<void*>(const_cast<char*>(GetStringPointer()));
     }
-    DataItem found;
-    if (bits_.type == it_sharable)
-        found = Load<ThreadSharable*>()->DoVerb("getsubitem", SafeValue(key), SafeValue());
-    else if (PMemBlock const block = GetMemory())
-        found = block->GetSubItem(key, throw_never);
-    if (found.IsUndefined())
-        ReportNoSubKeyOfScalar(*this, key, handler);
-    return found;
+    return AttemptAtDoor(handler, [&](ThrowHandlerFunc key_handler) {
+        DataItem found;
+        if (bits_.type == it_sharable)
+            found = Load<ThreadSharable*>()->DoVerb("getsubitem", SafeValue(key), SafeValue());
+        else if (PMemBlock const block = GetMemory())
+            found = block->GetSubItem(key, throw_never);
+        if (found.IsUndefined())
+            ReportNoSubKeyOfScalar(*this, key, key_handler);
+        return found;
+    });
 }
 
 template <class T>

@@ -52,7 +52,8 @@ constexpr bool SameName(std::string_view a, std::string_view b)
 /// to letter case. Two rows of one name do not compile.
 ///
 ///     constexpr KeyTable table_keys{std::to_array<Key<Table>>({
-///         {"@columncount", [](Table const& t, ThrowHandlerFunc) { return DataItem(t.Columns());
+///         {"@columncount", [](Table const& t, ThrowHandlerFunc) { return
+///         DataItem(t.ColumnCount());
 ///         }},
 ///     })};
 ///     if (auto const* row = table_keys.Find(key); row && row->read)

@@ -2,6 +2,7 @@
 #define MEMBLOCK_CORE_LONGTEXT_INTERNAL_H
 
 #include <memblock/base/safestring.h>
+#include <memblock/core/fwd.h>
 
 #include <cstddef>
 

@@ -6,8 +6,7 @@
 #include <memblock/core/memblock_internal.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/logging/logger.h>
-#include <memblock/serial/factory.h>
-#include <memblock/serial/loader.h>
+#include <memblock/serial/warning.h>
 #include <memblock/threads/mutex.h>
 #include <memblock/vector/vector.h>
 
@@ -162,9 +161,14 @@ thread_local constinit CloneLevel* CloneLevel::innermost_ = nullptr;
 
 PMemBlock MemBlock::Clone(bool share) const
 {
+    return CloneIn(share ? 1 : 0);
+}
+
+PMemBlock MemBlock::CloneIn(int mode) const
+{
     CloneLevel const level(*this);
     PMemBlock clone;
-    WithEnoughStack([&] { clone = DoClone(share ? 1 : 0); });
+    WithEnoughStack([&] { clone = DoClone(mode); });
     if (!clone)
         return clone;
     // The copy may have made a cache of its own; nothing in it is known to hold for the clone.

@@ -125,7 +125,8 @@ public:
     /// A class with children calls the base form, ends with false if that does, and then calls
     /// `EntertainChild` for each child with the pointer in its place, not a copy: visitors look
     /// at reference counts and exchange children. In mode `em_traverse` it also offers its fields
-    /// by `Visit(path, DataItem&)`.
+    /// by `Visit(path, DataItem&)`. A visitor may change the object meanwhile, so the class looks
+    /// for its children anew after each call. It may also drop the last pointer to the object.
     virtual bool Entertain(MemBlockVisitor& v, safestring const& path, entertainmode_t mode) = 0;
     /// Do what a verb says and return its answer, undefined for an unknown verb.
     ///
@@ -149,7 +150,8 @@ public:
     virtual PMemBlock op(char operation, PMemBlock other, op_options const& options) const;
 
 protected:
-    /// Copy this object: mode 1 shares the payload, 0 duplicates it, 2 serves `CloneToBranch`.
+    /// Copy this object: mode 1 shares the payload, 0 duplicates it. 2 serves `CloneToBranch` and 3
+    /// `MakeDeepCopy`: both share the payload and also the children, those that `Entertain` offers.
     virtual PMemBlock DoClone(int mode) const = 0;
     /// Make the cache object; the class of it depends on what the content is.
     virtual MemBlockImpl* DoPimpl() const;
@@ -244,6 +246,10 @@ public:
     /// Walk this object with start, data and end events.
     void Traverse(TraverseVisitor& v, TraverseNode const& node);
     /// The bytes that this object and what hangs below it hold; what is shared counts once.
+    ///
+    /// Counted are arrays of elements, texts too long to lie inside their value, and what objects
+    /// answer to "memusage_self". Containers answer nothing: their items and names are left out,
+    /// as are caches, but for the sticky values in them.
     long long CalcMemUsage() const;
     /// Replace by copies all sub-objects that somebody outside of this tree can reach, so that
     /// nothing in it changes from outside. What the tree shares within itself stays shared.
@@ -272,8 +278,10 @@ protected:
                         entertainmode_t mode);
 
 private:
-    friend class MemBlockImpl; // offers the attribute containers as children
-    int DoLastRelease() const; // the count is already lowered
+    friend class DataItem; // clones for deep copies
+    friend class DeepCopier;
+    PMemBlock CloneIn(int mode) const; // DoClone, then flags and sticky items
+    int DoLastRelease() const;         // the count is already lowered
     void DeleteThis() const;
     void DropPimpl();
     mutable MemBlockImpl* pimpl_;

@@ -9,6 +9,14 @@ namespace NKelmic {
 /// in its place if it has other owners. Its cached values go.
 void MakeExclusive(PMemBlock const& block);
 
+/// Make an object ready for another thread: all that it reaches is its own, as by `MakeDeepCopy`,
+/// and no value of a cache is an object but the sticky ones.
+void MakeIndependent(MemBlock& root);
+
+/// The mode of `DoClone` for deep copies: the walk over the copy then replaces the children that it
+/// shares, each by one copy for all places that held it.
+constexpr int deep_copy_mode = 3;
+
 /// Keeps an object alive for the length of a call that takes and drops pointers on it.
 ///
 /// Unlike with a `PMemBlock`, an object that nobody owns yet, fresh or on the stack, is not

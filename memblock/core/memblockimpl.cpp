@@ -2,9 +2,9 @@
 
 #include <memblock/base/number.h>
 #include <memblock/base/raise.h>
+#include <memblock/core/childwalk_internal.h>
 #include <memblock/core/md5.h>
 #include <memblock/core/safevalue.h>
-#include <memblock/core/visitor.h>
 #include <memblock/logging/logger.h>
 #include <memblock/threads/mutex.h>
 #include <memblock/vector/vector.h>
@@ -205,17 +205,63 @@ bool MemBlockImpl::ExistsSecondaryDouble(int key, double& out) const
     return stored != nullptr;
 }
 
+void MemBlockImpl::TakeDerivedObjects(std::vector<DataItem>& out, bool keep_transient)
+{
+    auto const end = items_.upper_bound(MemBlock::key_last_volatile);
+    for (auto at = items_.begin(); at != end;) {
+        bool const stays = at->second.GetType() != it_memblock ||
+                           (keep_transient && at->first == MemBlock::key_transient);
+        if (!stays)
+            out.push_back(at->second);
+        at = stays ? std::next(at) : items_.erase(at);
+    }
+}
+
+// A visitor may store and erase items, flush the cache or have the owner drop it. So each item is
+// looked up anew, in the cache that the owner has then.
+
+PMemBlock* MemBlockImpl::FindObject(MemBlock const& owner, int key)
+{
+    MemBlockImpl* const cache = owner.PimplIfAny();
+    if (!cache)
+        return nullptr;
+    auto const found = cache->items_.find(key);
+    bool const is_object = found != cache->items_.end() && found->second.GetType() == it_memblock;
+    return is_object ? &found->second.MemoryRef() : nullptr;
+}
+
 bool MemBlockImpl::Entertain(MemBlockVisitor& v, safestring const& path,
                              MemBlock::entertainmode_t mode)
 {
     static constexpr std::pair<int, char const*> attributes[] = {
         {MemBlock::key_transient, "@transient"}, {MemBlock::key_sticky, "@sticky"}};
+    MemBlock const& owner = *owner_;
+    KeepAlive const alive(owner);
     for (auto const& [key, name] : attributes) {
-        auto const found = items_.find(key);
-        if (found == items_.end() || found->second.GetType() != it_memblock)
-            continue;
-        safestring const below = TraverseNode(TraverseNode(path), name).Path();
-        if (!owner_->EntertainChild(found->second.MemoryRef(), v, below, mode))
+        auto const find = [&, key = key] { return FindObject(owner, key); };
+        PMemBlock* const attribute = find();
+        if (attribute && !EntertainPlace(*attribute, find, v,
+                                         TraverseNode(TraverseNode(path), name).Path(), mode))
+            return false;
+    }
+    return !v.SeesStickyItems() || EntertainSticky(owner, v, path, mode);
+}
+
+/// The objects among the sticky items, beside the attribute.
+bool MemBlockImpl::EntertainSticky(MemBlock const& owner, MemBlockVisitor& v,
+                                   safestring const& path, MemBlock::entertainmode_t mode)
+{
+    int key = MemBlock::key_last_volatile;
+    while (MemBlockImpl* const cache = owner.PimplIfAny()) {
+        auto const next = cache->items_.upper_bound(key);
+        if (next == cache->items_.end())
+            break;
+        key = next->first;
+        auto const find = [&] { return FindObject(owner, key); };
+        PMemBlock* const item = key == MemBlock::key_sticky ? nullptr : find();
+        if (item &&
+            !EntertainPlace(*item, find, v,
+                            TraverseNode(TraverseNode(path), Text("@sticky:%d", key)).Path(), mode))
             return false;
     }
     return true;
@@ -223,12 +269,15 @@ bool MemBlockImpl::Entertain(MemBlockVisitor& v, safestring const& path,
 
 void MemBlockImpl::Traverse(TraverseVisitor& v, TraverseNode const& node)
 {
-    // By key and not by iterator: a visitor may store or erase items.
-    auto next = items_.upper_bound(MemBlock::key_last_volatile);
-    while (next != items_.end()) {
-        int const key = next->first;
+    MemBlock const& owner = *owner_;
+    KeepAlive const alive(owner);
+    int key = MemBlock::key_last_volatile;
+    while (MemBlockImpl* const cache = owner.PimplIfAny()) {
+        auto const next = cache->items_.upper_bound(key);
+        if (next == cache->items_.end())
+            break;
+        key = next->first;
         next->second.Traverse(v, TraverseNode(node, Text("@sticky:%d", key)));
-        next = items_.upper_bound(key);
     }
 }
 

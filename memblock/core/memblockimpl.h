@@ -4,6 +4,7 @@
 #include <memblock/core/dataitem.h>
 
 #include <map>
+#include <vector>
 
 namespace NKelmic {
 /// The cache of one object: values by integer key.
@@ -48,7 +49,10 @@ public:
     bool ExistsSecondaryItem(int key, DataItem& out) const;
     bool ExistsSecondaryInt(int key, int& out) const;
     bool ExistsSecondaryDouble(int key, double& out) const;
-    /// Offer the two attribute containers as children.
+    /// Move the items to `out` that are derived from the content and are objects.
+    void TakeDerivedObjects(std::vector<DataItem>& out, bool keep_transient);
+    /// Offer the two attribute containers as children, and the other sticky objects to a visitor
+    /// that wants them. A visitor may change, flush or drop the cache meanwhile.
     bool Entertain(MemBlockVisitor& v, safestring const& path, MemBlock::entertainmode_t mode);
     /// Walk the sticky items under the names "@sticky:" with the key.
     void Traverse(TraverseVisitor& v, TraverseNode const& node);
@@ -61,6 +65,10 @@ protected:
     std::map<int, DataItem> items_;
 
 private:
+    static bool EntertainSticky(MemBlock const& owner, MemBlockVisitor& v, safestring const& path,
+                                MemBlock::entertainmode_t mode);
+    /// The place of an object in the cache of an owner; null if there is none.
+    static PMemBlock* FindObject(MemBlock const& owner, int key);
     DataItem const* Find(int key) const
     {
         auto const found = items_.find(key);

@@ -1,10 +1,8 @@
 #include <memblock/core/memblock.h>
 
-#include <memblock/core/deepstack_internal.h>
-#include <memblock/core/memblock_internal.h>
+#include <memblock/core/childwalk_internal.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/core/safevalue.h>
-#include <memblock/core/visitor.h>
 
 #include <algorithm>
 #include <vector>
@@ -33,27 +31,17 @@ bool MemBlock::Entertain(MemBlockVisitor& v, safestring const& path, entertainmo
 bool MemBlock::EntertainChild(PMemBlock& child, MemBlockVisitor& v, safestring const& path,
                               entertainmode_t mode)
 {
-    if (mode == em_no_attr)
-        return true;
-    bool go_on = true;
-    WithEnoughStack([&] {
-        int const answer = v.Visit(path, child);
-        if (answer == MemBlockVisitor::stop)
-            go_on = false;
-        else if (answer != MemBlockVisitor::skip_children && child)
-            // The child itself has just been visited, under its own name.
-            go_on = child->Entertain(v, v.ReadsPaths() ? path : safestring(),
-                                     mode == em_no_self_no_attr ? em_no_attr : em_no_self);
-    });
-    return go_on;
+    KeepAlive const alive(*this); // the child's place is in this object
+    return EntertainPlace(
+        child, [&] { return &child; }, v, path, mode);
 }
 
 void MemBlock::Traverse(TraverseVisitor& v, TraverseNode const& node)
 {
+    KeepAlive const alive(*this);
     if (!v.Enters(*this))
         return;
     WithEnoughStack([&] {
-        KeepAlive const alive(*this);
         v.VisitStart(node, *this);
         Entertain(v, node, em_traverse);
         if (pimpl_)
@@ -64,8 +52,11 @@ void MemBlock::Traverse(TraverseVisitor& v, TraverseNode const& node)
 
 void MemBlock::SetConst(bool on)
 {
+    KeepAlive const alive(*this);
     SetConstVisitor visitor(on);
-    Entertain(visitor, safestring(), em_all);
+    PMemBlock self(this);
+    visitor.Visit(safestring(), self); // here: a class may pass a walk on to what it holds
+    Entertain(visitor, safestring(), em_no_self);
 }
 
 long long MemBlock::CalcMemUsage() const
@@ -77,12 +68,13 @@ long long MemBlock::CalcMemUsage() const
 
 namespace {
 
-void DeepCopyBelow(MemBlock& root, safestring* report)
+void DeepCopyBelow(MemBlock& root, safestring* report, bool keep_transient = true)
 {
     DeepCopier copier(&root, report);
+    copier.keeps_transient = keep_transient;
     root.Entertain(copier, safestring(), MemBlock::em_no_self);
     copier.BeginCopying();
-    root.Entertain(copier, safestring(), MemBlock::em_all);
+    root.Entertain(copier, safestring(), MemBlock::em_no_self);
 }
 
 } // namespace
@@ -95,6 +87,11 @@ void MemBlock::MakeDeepCopy()
 void MemBlock::MakeDeepCopy(safestring& report)
 {
     DeepCopyBelow(*this, &report);
+}
+
+void MakeIndependent(MemBlock& root)
+{
+    DeepCopyBelow(root, nullptr, false);
 }
 
 PMemBlock MemBlock::CloneToBranch(safestring const& path) const

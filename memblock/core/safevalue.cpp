@@ -1,6 +1,7 @@
 #include <memblock/core/safevalue.h>
 
 #include <memblock/base/number.h>
+#include <memblock/core/attempt_internal.h>
 
 namespace NKelmic {
 
@@ -29,18 +30,6 @@ bool HasNumber(DataItem const& item)
         return true;
     default:
         return false;
-    }
-}
-
-/// Call a reader; what it throws goes to the handler, and the result is then the failure value.
-template <class Reader>
-auto Guarded(ThrowHandlerFunc handler, Reader&& reader) -> decltype(reader())
-{
-    try {
-        return reader();
-    } catch (Exception const& e) {
-        Throw(e, handler);
-        return {};
     }
 }
 
@@ -81,7 +70,7 @@ ThreadSharablePointer<ThreadSharable> SafeValue::GetSharable() const
 int SafeValue::GetInt(ThrowHandlerFunc handler) const
 {
     if (HasNumber(*this))
-        return Guarded(handler, [&] { return DataItem::GetInt(); });
+        return Attempt(handler, [&] { return DataItem::GetInt(); });
     if (IsUndefined())
         Report(handler, err_value, undefined_int);
     else
@@ -95,7 +84,7 @@ double SafeValue::GetFloating(ThrowHandlerFunc handler) const
         if (PMemBlock const block = DataItem::GetMemory())
             return block->SecondaryDouble(MemBlock::key_double, handler);
     } else if (HasNumber(*this)) {
-        return Guarded(handler, [&] { return GetDouble(); });
+        return Attempt(handler, [&] { return GetDouble(); });
     }
     if (IsUndefined())
         Report(handler, err_value, "Value is undefined, cannot convert to double.");
@@ -120,7 +109,7 @@ bool SafeValue::GetBool(ThrowHandlerFunc handler) const
         return GetInt64() != 0;
     case it_int:
     case it_double:
-        return Guarded(handler, [&] { return DataItem::GetInt(); }) != 0;
+        return Attempt(handler, [&] { return DataItem::GetInt(); }) != 0;
     case it_undefined:
         Report(handler, err_value, undefined_int);
         return false;
@@ -134,7 +123,7 @@ bool SafeValue::GetBool(ThrowHandlerFunc handler) const
 safestring SafeValue::GetString(ThrowHandlerFunc handler) const
 {
     if (HasNumber(*this))
-        return Guarded(handler, [&] { return DataItem::GetString(); });
+        return Attempt(handler, [&] { return DataItem::GetString(); });
     if (IsUndefined())
         Report(handler, err_value, "Value is undefined, cannot convert to string.");
     else
@@ -145,7 +134,7 @@ safestring SafeValue::GetString(ThrowHandlerFunc handler) const
 PMemBlock SafeValue::GetMemory(ThrowHandlerFunc handler) const
 {
     if (HasNumber(*this))
-        return Guarded(handler, [&] { return DataItem::GetMemory(); });
+        return Attempt(handler, [&] { return DataItem::GetMemory(); });
     if (IsUndefined())
         Report(handler, err_value, "Value is undefined, cannot convert to MemBlock.");
     else
@@ -160,7 +149,7 @@ void* SafeValue::GetPointer(ThrowHandlerFunc handler) const
         return nullptr;
     }
     if (GetType() != it_memblock || DataItem::GetMemory().Conforms("vector"))
-        return Guarded(handler, [&] { return DataItem::GetPointer(); });
+        return Attempt(handler, [&] { return DataItem::GetPointer(); });
     Report(handler, err_value, "Cannot convert to naked pointer: %s", *this);
     return nullptr;
 }

@@ -1,3 +1,4 @@
+#include <memblock/base/appendwhole_internal.h>
 #include <memblock/base/raise.h>
 #include <memblock/base/safestring.h>
 #include <memblock/core/memblock.h>
@@ -8,7 +9,7 @@ namespace NKelmic {
 void MemBlock::Serialize(int format, SerializeVisitor& v, safestring const& path,
                          Formatter const& formatter, safestring& output) const
 {
-    DoSerialize(format, v, path, formatter, output);
+    AppendWhole(output, [&] { DoSerialize(format, v, path, formatter, output); });
 }
 
 PMemBlock MemBlock::UnSerialize(int format, Formatter const& formatter, char const* text,

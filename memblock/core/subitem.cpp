@@ -1,7 +1,7 @@
 #include <memblock/core/subitem.h>
 
 #include <memblock/base/text.h>
-#include <memblock/core/keytable.h>
+#include <memblock/core/attempt_internal.h>
 #include <memblock/core/memblock_internal.h>
 #include <memblock/core/subitem_internal.h>
 #include <memblock/serial/loader.h>
@@ -121,7 +121,9 @@ bool StandsIn(safestring const& list, safestring const& key, bool marked_only)
 DataItem MemBlock::GetSubItem(safestring const& path, ThrowHandlerFunc handler) const
 {
     KeepAlive const alive(*this);
-    return ReadWalk(*this, path, handler).Run();
+    return AttemptAtDoor(handler, [&](ThrowHandlerFunc step_handler) {
+        return ReadWalk(*this, path, step_handler).Run();
+    });
 }
 
 PMemBlock MemBlock::GetSubItemMemBlock(safestring const& path, ThrowHandlerFunc handler,

@@ -1,7 +1,7 @@
 #include <memblock/core/memblock.h>
 
 #include <memblock/base/text.h>
-#include <memblock/core/keytable.h>
+#include <memblock/core/attempt_internal.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/logging/logger.h>
 #include <memblock/vector/vector.h>
@@ -84,15 +84,10 @@ bool SetTransient(MemBlock& object, SafeValue const& value, ThrowHandlerFunc han
                         "The @transient attribute must be a container instead of: %s");
 }
 
-bool SetType(MemBlock& object, SafeValue const& value, ThrowHandlerFunc handler)
+bool SetType(MemBlock& object, SafeValue const& value, ThrowHandlerFunc)
 {
-    try {
-        object.SetLgType(value.GetString());
-        return true;
-    } catch (Exception const& e) {
-        Throw(e, handler);
-        return false;
-    }
+    object.SetLgType(value.GetString());
+    return true;
 }
 
 // The keys that every object has.
@@ -207,7 +202,7 @@ DataItem MemBlock::ResolveSubItem(safestring const& key, ThrowHandlerFunc handle
             }
         }
     } else if (auto const* row = common_keys.Find(key)) {
-        return row->read(*this, handler);
+        return ReadKey(*row, *this, handler);
     } else if (safestring const list_key = UnquotedListKey(key); !list_key.empty()) {
         return ResolveSubItem(list_key, handler);
     }
@@ -220,7 +215,10 @@ bool MemBlock::DoSetSubItem(safestring const& key, SafeValue const& value,
 {
     if (auto const* row = common_keys.Find(key); row && row->write)
         return row->write(*this, value, handler);
-    if (IsFormerKey(key, handler) && DoSetSubItem("@" + key, value, full_path, throw_never)) {
+    bool const done = IsFormerKey(key, handler) && Attempt(throw_never, [&] {
+                          return DoSetSubItem("@" + key, value, full_path, throw_never);
+                      });
+    if (done) {
         LogFormerKey(*this, key);
         return true;
     }

@@ -55,7 +55,7 @@ void DropCachedValues(MemBlock& object)
 class WriteWalk {
 public:
     WriteWalk(MemBlock& root, safestring const& path, ThrowHandlerFunc handler, SetStep set_step)
-        : path_(path), handler_(handler), set_step_(set_step), collect_(true)
+        : path_(path), handler_(handler), set_step_(set_step)
     {
         levels_.push_back({PMemBlock(&root), safestring()});
     }
@@ -82,7 +82,7 @@ public:
         }
         MemBlockImpl const* const cache = Target().PimplIfAny();
         unsigned int const flushes = cache ? cache->Flushes() : 0;
-        if (!set_step_(Target(), key_, value, path_, handler_))
+        if (!set_step_(Target(), key_, value, path_, handler_) || !StoreMissing())
             return false;
         Notify(cache && cache == Target().PimplIfAny() && cache->Flushes() != flushes);
         return true;
@@ -121,15 +121,31 @@ private:
         return true;
     }
 
+    // What is missing comes into being by the write: the first of the missing containers waits for
+    // its success, and those below are stored in that one.
     PMemBlock MakeMissing(safestring const& step)
     {
         ReportNoSubItem(Target(), step, collect_);
         if (!levels_.back().object.Conforms("container"))
             return {};
         PMemBlock const fresh = MemBlock::Factory().GetInstance("container");
-        if (!fresh || !set_step_(Target(), step, fresh, path_, collect_))
+        if (!fresh || (missing_ != 0 && !set_step_(Target(), step, fresh, path_, collect_)))
             return {};
+        if (missing_ == 0)
+            missing_ = levels_.size();
         return fresh;
+    }
+
+    bool StoreMissing()
+    {
+        if (missing_ == 0)
+            return true;
+        Level const& made = levels_[missing_];
+        MemBlock& parent = *levels_[missing_ - 1].object;
+        if (set_step_(parent, made.step, made.object, path_, collect_))
+            return true;
+        Report(handler_, err_kind, "%s", collect_.Messages());
+        return false;
     }
 
     bool ParentAgrees(SafeValue const& value) const
@@ -138,10 +154,8 @@ private:
         SafeValue arguments[] = {levels_.back().step, key_, static_cast<int>(from_system_key),
                                  value};
         MemBlock& parent = *levels_[levels_.size() - 2].object;
-        return Attempt(handler_, [&] { // a parent may refuse by an exception
-            DataItem const answer = parent.DoVerb("chldchng", 4, arguments);
-            return answer.IsUndefined() || answer.GetInt() != 0;
-        });
+        DataItem const answer = parent.DoVerb("chldchng", 4, arguments);
+        return answer.IsUndefined() || answer.GetInt() != 0;
     }
 
     // Two counts are the slot of the object above and this walk.
@@ -190,6 +204,7 @@ private:
     SetStep set_step_;
     CollectThrowMessage collect_;
     std::vector<Level> levels_;
+    std::size_t missing_ = 0; // the level of the first container that was made; 0: there is none
     safestring key_;
 };
 } // namespace
@@ -205,12 +220,16 @@ void DropHashes(MemBlock& object)
 bool MemBlock::SetSubItem(safestring const& path, SafeValue const& value, ThrowHandlerFunc handler)
 {
     KeepAlive const alive(*this);
-    WriteWalk walk(*this, path, handler,
-                   [](MemBlock& object, safestring const& key, SafeValue const& item,
-                      safestring const& full_path, ThrowHandlerFunc step_handler) {
-                       return object.DoSetSubItem(key, item, full_path, step_handler);
-                   });
-    return walk.Descend() && walk.Write(value);
+    SetStep const set_step = [](MemBlock& object, safestring const& key, SafeValue const& item,
+                                safestring const& full_path, ThrowHandlerFunc step_handler) {
+        return Attempt(step_handler, [&] { // a writer may raise whatever its handler says
+            return object.DoSetSubItem(key, item, full_path, step_handler);
+        });
+    };
+    return AttemptAtDoor(handler, [&](ThrowHandlerFunc step_handler) {
+        WriteWalk walk(*this, path, step_handler, set_step);
+        return walk.Descend() && walk.Write(value);
+    });
 }
 
 CollectThrowMessage::CollectThrowMessage(bool create_missing) : create_missing_(create_missing) {}

@@ -55,8 +55,14 @@ void TypedChunk::ResizeObjects(unsigned long length, bool keep, unsigned long si
     if (!no_destroy_)
         Destroy_Buffer(At(kept), length_ - kept, type_);
     length_ = kept;
-    if (size != chunk_.Size())
-        Reallocate(size, keep, true);
+    try {
+        if (size != chunk_.Size())
+            Reallocate(size, keep, true);
+    } catch (...) {
+        if (length > kept || size > chunk_.Size())
+            throw;
+        // Only memory is not given back: the elements that go have gone.
+    }
     Initialize_Buffer(At(kept), length - kept, type_);
     length_ = length;
     if (!keep)

@@ -1,7 +1,9 @@
 #include <memblock/core/visitor.h>
 
+#include <memblock/core/memblock_internal.h>
+#include <memblock/core/memblockimpl.h>
 #include <memblock/core/safevalue.h>
-#include <memblock/core/typedchunk.h>
+#include <memblock/vector/vector.h>
 
 namespace NKelmic {
 
@@ -81,18 +83,31 @@ void MemUsageVisitor::AddAnswer(DataItem const& answer)
         Add(answer.GetInt64());
 }
 
-void MemUsageVisitor::VisitStart(TraverseNode const&, DataItem& item)
+namespace {
+
+/// The bytes of a text that does not fit in its value, with the NUL.
+long long BytesOutside(safestring const& text, std::size_t most_inside)
 {
-    constexpr std::size_t inline_text = 20; // longer texts lie on the heap, with their NUL
-    if (item.GetType() != it_string)
-        return;
-    if (auto const size = item.GetString().size(); size > inline_text)
-        Add(static_cast<long long>(size) + 1);
+    return text.size() > most_inside ? static_cast<long long>(text.size()) + 1 : 0;
 }
 
-void MemUsageVisitor::VisitStart(TraverseNode const&, MemBlock& block)
+} // namespace
+
+void MemUsageVisitor::VisitStart(TraverseNode const&, DataItem& item)
+{
+    constexpr std::size_t most_inside = 20;
+    if (item.GetType() == it_string)
+        Add(BytesOutside(item.GetString(), most_inside));
+}
+
+void MemUsageVisitor::VisitStart(TraverseNode const& node, MemBlock& block)
 {
     AddAnswer(block.DoVerb("memusage_self", 0, nullptr));
+    // The elements are children and come one by one, the array as data does not.
+    Vector* const vector = MemCast<Vector>(&block);
+    if (vector && (vector->ElemType() == Vector::PMemory || vector->ElemType() == Vector::PolyType))
+        VisitVData(node, vector->ElemType(), vector->Chunk().Data(),
+                   static_cast<int>(vector->Length()), vector);
 }
 
 void MemUsageVisitor::VisitStart(TraverseNode const&, ThreadSharable& sharable)
@@ -102,16 +117,27 @@ void MemUsageVisitor::VisitStart(TraverseNode const&, ThreadSharable& sharable)
 }
 
 void MemUsageVisitor::VisitVData(TraverseNode const&, DataType type, void const* data, int length,
-                                 Vector*)
+                                 Vector* vector)
 {
-    if (data && buffers_.insert(data).second)
-        Add(static_cast<long long>(length) * TypedChunk::SizeOf(type));
+    if (!data || !buffers_.insert(data).second)
+        return;
+    Add(static_cast<long long>(length) * TypedChunk::SizeOf(type));
+    bool const has_texts =
+        type == DataTypeBase::String && !(vector && vector->Chunk().HasDelayed());
+    std::size_t const most_inside = safestring().capacity();
+    auto const* const texts = static_cast<safestring const*>(data);
+    for (int i = 0; has_texts && i < length; ++i)
+        Add(BytesOutside(texts[i], most_inside));
 }
 
 /// Notes all objects below one that outsiders reach.
 class DeepCopier::ExposureMarker : public MemBlockVisitor {
 public:
-    explicit ExposureMarker(DeepCopier& copier) : copier_(copier) { reads_paths_ = false; }
+    explicit ExposureMarker(DeepCopier& copier) : copier_(copier)
+    {
+        reads_paths_ = false;
+        sees_sticky_items_ = true;
+    }
     using MemBlockVisitor::Visit;
     int Visit(safestring const&, PMemBlock& block) override
     {
@@ -130,6 +156,7 @@ DeepCopier::DeepCopier(MemBlock* root, safestring* report)
     : root_(root), table_(100), report_(report)
 {
     reads_paths_ = report != nullptr;
+    sees_sticky_items_ = true;
 }
 
 int DeepCopier::Visit(safestring const& path, PMemBlock& block)
@@ -155,6 +182,7 @@ int DeepCopier::Count(MemBlock* block)
 void DeepCopier::BeginCopying()
 {
     counting = false;
+    DropDerivedObjects(*root_);
     ExposureMarker marker(*this);
     for (auto& [block, entry] : table_) {
         if (entry.unseen > 0 && !std::exchange(entry.exposed, true))
@@ -162,22 +190,31 @@ void DeepCopier::BeginCopying()
     }
 }
 
+void DeepCopier::DropDerivedObjects(MemBlock& block)
+{
+    if (auto* const pimpl = block.PimplIfAny())
+        pimpl->TakeDerivedObjects(dropped_, keeps_transient);
+}
+
 int DeepCopier::Replace(safestring const& path, PMemBlock& block)
 {
     auto const found = table_.find(block.Pointer());
     if (found == table_.end())
-        return go_on; // made by a clone just now
+        return go_on; // not seen before: made while this one's parent was cloned
     refcount_entry& entry = found->second;
     bool const first_sight = !std::exchange(entry.done, true);
-    if (!entry.exposed)
+    if (!entry.exposed) {
+        if (first_sight)
+            DropDerivedObjects(*block);
         return first_sight ? go_on : skip_children;
+    }
     if (first_sight) {
         if (report_ && entry.unseen > 0) {
             if (!report_->empty())
                 *report_ += ',';
             *report_ += path;
         }
-        entry.replacement = block->Clone(true);
+        entry.replacement = block->CloneIn(deep_copy_mode);
         // What hangs below comes first: if it throws, the tree never shows a half-made copy.
         if (entry.replacement)
             entry.replacement->Entertain(*this, path, MemBlock::em_no_self);

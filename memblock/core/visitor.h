@@ -6,6 +6,7 @@
 
 #include <unordered_map>
 #include <unordered_set>
+#include <vector>
 
 namespace NKelmic {
 /// A position in a walk. Its text is the path that leads there.
@@ -25,7 +26,9 @@ private:
 /// Passed over a graph of objects by `MemBlock::Entertain`.
 ///
 /// The answer of a visit steers the walk. The pointer that a visit gets is the one in the parent:
-/// a visitor may put another object there.
+/// a visitor may put another object there, which is then the one that the walk goes into. It may
+/// also remove or overwrite the child, or change its parent in any other way: the walk goes on
+/// behind the place that it was at.
 class MEMBLOCK_API MemBlockVisitor : public mb_malloced {
 public:
     enum { stop = 0, go_on = 1, skip_children = 2 };
@@ -38,9 +41,12 @@ public:
     /// Tell if paths are read. Where they are not, a walk starts them anew at each level: the paths
     /// of a deep tree take memory with the square of its depth.
     bool ReadsPaths() const { return reads_paths_; }
+    /// Tell if all sticky items that are objects are visited, and not the attributes alone.
+    bool SeesStickyItems() const { return sees_sticky_items_; }
 
 protected:
     bool reads_paths_ = true; ///< not a virtual function: plug-ins are built against the slots
+    bool sees_sticky_items_ = false;
 };
 
 /// A fuller walk with a start and an end event for each node, and data events in between.
@@ -105,7 +111,8 @@ private:
 ///
 /// The first one counts how many references to each object lie inside the tree, so that the rest
 /// are known to be outside. What outsiders reach, directly or through another object of the tree,
-/// is exposed; the second pass puts a copy in its place, one for all places.
+/// is exposed; the second pass puts a copy in its place, one for all places. Derived values that
+/// are objects are dropped: others may have them too, and copies have none.
 class MEMBLOCK_API DeepCopier : public MemBlockVisitor {
 public:
     /// What is known of one object of the tree.
@@ -123,14 +130,18 @@ public:
     /// End the counting pass and begin the copying one.
     void BeginCopying();
     bool counting = true;
+    bool keeps_transient =
+        true; ///< that attribute is copied, and not dropped as derived values are
 
 private:
     class ExposureMarker;
+    void DropDerivedObjects(MemBlock& block);
     int Count(MemBlock* block);
     int Replace(safestring const& path, PMemBlock& block);
     MemBlock* root_;
     std::unordered_map<MemBlock*, refcount_entry> table_;
     safestring* report_;
+    std::vector<DataItem> dropped_; // to the end: the table knows objects by their address
 };
 } // namespace NKelmic
 

@@ -22,7 +22,7 @@ TypedChunk CheckedChunk(unsigned int const* dims, unsigned long n, DataType type
     DataCube::CheckElemTypeSupported(type);
     if (ShapeLength(dims, 3) != n)
         Raise(err_kind, "Vector length %d is not the product of dimension sizes.", n);
-    return TypedChunk(n, type, MemChunk(mem, release, n * TypedChunk::SizeOf(type)), 0);
+    return ForeignChunk(n, type, mem, 0, release);
 }
 
 } // namespace

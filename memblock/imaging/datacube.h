@@ -70,9 +70,7 @@ public:
     void ReplaceZVector(int x, int y, DerivedPointer<Vector> const& v);
     /// The numbers of all elements of that raw value; the target is this cube.
     DerivedPointer<IndexVector> GetMaskVector(int value) const;
-    /// The same; for integer elements the value is rounded.
-    ///
-    /// Throws: "Element type not supported." for Triple.
+    /// The same; for integer elements, Triple among them, the value is rounded.
     DerivedPointer<IndexVector> GetMaskVector(double value) const;
 
 protected:

@@ -3,7 +3,6 @@
 #include <memblock/base/number.h>
 #include <memblock/base/text.h>
 #include <memblock/core/attempt_internal.h>
-#include <memblock/core/keytable.h>
 #include <memblock/imaging/image.h>
 #include <memblock/imaging/indexvector.h>
 #include <memblock/imaging/shape_internal.h>
@@ -69,14 +68,25 @@ unsigned int IndexOf(DataCube const& cube, Place const& place)
     return static_cast<unsigned int>(step(static_cast<unsigned long>(x), cube.width(), row));
 }
 
+/// The object of a class in a value; a number stands for a vector of one element.
+template <class T>
+DerivedPointer<T> ObjectIn(SafeValue const& value, char const* refusal)
+{
+    PMemBlock const block = value.GetMemory(throw_never);
+    T* const object = MemCast<T>(block);
+    if (!object)
+        Raise(err_kind, refusal, value);
+    return DerivedPointer<T>(object);
+}
+
 void Write(DataCube& cube, Place const& place, SafeValue const& value)
 {
     switch (place.count) {
     case 1:
-        return cube.ReplacePlane(place.at[0], DerivedPointer<Image>(value.GetMemory()));
+        return cube.ReplacePlane(place.at[0], ObjectIn<Image>(value, "Not an image: %s"));
     case 2:
         return cube.ReplaceZVector(place.at[0], place.at[1],
-                                   DerivedPointer<Vector>(value.GetMemory()));
+                                   ObjectIn<Vector>(value, "Not a vector: %s"));
     default:
         return cube.SetElem(IndexOf(cube, place), value.GetFloating());
     }
@@ -127,7 +137,7 @@ constexpr KeyTable cube_verbs{std::to_array<Verb<DataCube>>({
 DataItem DataCube::ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) const
 {
     if (auto const* row = cube_keys.Find(key))
-        return Attempt(handler, [&] { return row->read(*this, handler); });
+        return ReadKey(*row, *this, handler);
     if (key.empty() || key == "!")
         return "width,height,depth,mask," + Vector::ResolveSubItem(key, handler).GetString();
     if (key == "*")
@@ -153,10 +163,8 @@ bool DataCube::DoSetSubItem(safestring const& key, SafeValue const& value,
     Place const place = ReadPlace(key);
     if (place.count == 0)
         return Vector::DoSetSubItem(key, value, full_path, handler);
-    return Attempt(handler, [&] {
-        Write(*this, place, value);
-        return true;
-    });
+    Write(*this, place, value);
+    return true;
 }
 
 DataItem DataCube::DoVerb(char const* verb, int argc, SafeValue* argv)

@@ -152,7 +152,7 @@ DerivedPointer<IndexVector> DataCube::GetMaskVector(double value) const
 {
     if (IsInSet<FloatTypes>(ElemType()))
         return ListOfValue(*this, value);
-    if (!IsInSet<IntegerTypes>(ElemType()) || ElemType() == Triple)
+    if (!IsInSet<IntegerTypes>(ElemType()))
         Raise(err_kind, "Element type not supported.");
     double const rounded = RoundHalfAway(value);
     if (!FitsAfterTrunc<int>(rounded)) // no element is NaN, and the others are compared as int

@@ -8,7 +8,8 @@
 
 namespace NKelmic {
 
-ElemTypeChange::ElemTypeChange(Vector& v) : image_(dynamic_cast<Image*>(&v))
+ElemTypeChange::ElemTypeChange(Vector& v)
+    : image_(v.GetRank() == 2 ? dynamic_cast<Image*>(&v) : nullptr)
 {
     if (!image_ || !image_->PimplIfAny())
         return;
@@ -16,7 +17,7 @@ ElemTypeChange::ElemTypeChange(Vector& v) : image_(dynamic_cast<Image*>(&v))
     image_->ExistsSecondaryItem(Image::key_edge_width, edge_width_);
 }
 
-void ElemTypeChange::Finish()
+void ElemTypeChange::PutBack() const
 {
     if (!image_)
         return;
@@ -24,10 +25,23 @@ void ElemTypeChange::Finish()
         image_->SetSecondaryItem(Image::key_edge_width, edge_width_);
     if (stencil_count_.IsDefined() && image_->Type() == Image::stencil)
         image_->SetSecondaryItem(Image::key_stencil_count, stencil_count_);
-    if (image_->ElemType() != Vector::Triple)
+}
+
+void ElemTypeChange::Finish()
+{
+    PutBack();
+    if (!image_ || image_->ElemType() != Vector::Triple)
         return;
     image_->EnsureFactor(1.0);
     image_->DoSetLgType(Image::visual);
+}
+
+void CountObjects(Vector const& v)
+{
+    if (v.LgType() != Image::stencil || v.Chunk().HasDelayed())
+        return;
+    if (auto const* const image = dynamic_cast<Image const*>(&v))
+        image->GetStencilCount(); // which records it
 }
 
 DerivedPointer<Vector> ImageAsBytes(Vector const& v)

@@ -9,18 +9,22 @@ namespace NKelmic {
 class Image;
 
 /// Stands around a change of the element type, which drops the cache with all that is recorded in
-/// it. What an image says of itself there is put back, and its class follows the type. Does nothing
-/// for other objects.
+/// it. What an image says of itself there is put back. Does nothing for other objects.
 class ElemTypeChange {
 public:
     explicit ElemTypeChange(Vector& v);
-    void Finish();
+    void PutBack() const;
+    void Finish(); ///< also makes colours of Triple elements
 
 private:
     Image* image_;
     DataItem stencil_count_;
     DataItem edge_width_;
 };
+
+/// Let a stencil count at least as many objects as its greatest pixel says. Does nothing for other
+/// objects, and for pixels that wait for their initialization.
+void CountObjects(Vector const& v);
 
 /// The one-byte form of an image of integers; null for any other object.
 DerivedPointer<Vector> ImageAsBytes(Vector const& v);

@@ -60,8 +60,7 @@ DerivedPointer<Image> Image::Create(unsigned int w, unsigned int h, DataType typ
 DerivedPointer<Image> Image::Create(void* mem, void (*release)(void*), unsigned int w,
                                     unsigned int h, DataType type, double factor)
 {
-    unsigned long const length = PixelCount(w, h);
-    TypedChunk const chunk(length, type, MemChunk(mem, release, length * SizeOf(type)), 0);
+    TypedChunk const chunk = ForeignChunk(PixelCount(w, h), type, mem, 0, release);
     return DerivedPointer<Image>(new Image(chunk, w, h, factor));
 }
 

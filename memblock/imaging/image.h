@@ -33,6 +33,7 @@ public:
     static DerivedPointer<Image> Create(unsigned int w, unsigned int h, DataType type,
                                         double factor);
     /// Take over memory for w * h pixels; `release` runs when its last user goes.
+    /// Throws, and leaves the memory to the caller: "A null buffer cannot hold %u elements.".
     static DerivedPointer<Image> Create(void* mem, void (*release)(void*), unsigned int w,
                                         unsigned int h, DataType type, double factor);
     /// Share a chunk; one of another length is copied into the right one.

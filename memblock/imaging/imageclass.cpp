@@ -115,9 +115,7 @@ void Image::PrepareMask()
                         static_cast<unsigned char*>(bytes.Data()), Length());
         },
         err_request);
-    ElemTypeChange change(*this);
     SetTypedChunk(bytes);
-    change.Finish();
 }
 
 void Image::DropFactor(int lg_type)
@@ -152,9 +150,8 @@ void Image::SetElemType(DataType type, bool contents, bool keep_factor)
         auto const colours = std::as_const(*this).ConvertElemsToType(type, true, keep_factor);
         return InstallConverted(cref(colours).Chunk(), 1.0);
     }
-    ElemTypeChange change(*this);
     Vector::SetElemType(type, contents, keep_factor);
-    change.Finish();
+    ElemTypeChange(*this).Finish(); // bytes that are read as colours, too
 }
 
 #define MEMBLOCK_INSTANTIATE(T)                                                                    \

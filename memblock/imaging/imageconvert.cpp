@@ -1,7 +1,9 @@
 #include <memblock/imaging/image.h>
 
+#include <memblock/base/number.h>
 #include <memblock/imaging/indexvector.h>
 #include <memblock/vector/convert.h>
+#include <memblock/vector/summary.h>
 
 #include <utility>
 
@@ -21,10 +23,26 @@ PMemBlock AsList(Image const& image)
     }
 }
 
+/// Bring the grey bytes of an image to the factor 1.0, which colours must have: by their cooked
+/// values where these are bytes too. Where they are not the bytes stay, and only the scale is lost.
+DerivedPointer<Vector> WithoutFactor(Vector const& bytes)
+{
+    DerivedPointer<Vector> v(bytes.Clone(true));
+    bool const fits = v->Length() == 0 ||
+                      RoundHalfAway(v->SecondaryDouble(key_max, throw_always) * v->Factor()) <= 255;
+    if (fits)
+        v->EnsureFactor(1.0);
+    else
+        v->SetFactor(1.0);
+    return v;
+}
+
 /// Grey values as colours: the same byte in all three channels.
 DerivedPointer<Vector> AsGreyTriples(Vector const& source)
 {
     DerivedPointer<Vector> v = source.ConvertElemsToType(Vector::Byte, true, false);
+    if (v->Factor() != 1.0 && MemCast<Image>(v))
+        v = WithoutFactor(cref(v));
     v = cref(v).ConvertElemsToType(Vector::Triple, true, false);
     triple* const pixels = v->TriplePointer();
     for (unsigned int i = 0; i < v->Length(); ++i)

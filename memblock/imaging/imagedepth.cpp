@@ -2,7 +2,6 @@
 
 #include <memblock/base/number.h>
 #include <memblock/imaging/depth_kernels.h>
-#include <memblock/imaging/elemtypechange_internal.h>
 #include <memblock/vector/summary.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
@@ -77,11 +76,7 @@ void Image::Depth8()
         ElemType(), [&] { Raise(err_kind, "Conversion to 1 Bpp not implemented for: %s", *this); },
         divide);
 
-    ElemTypeChange change(*this);
-    if (Type() == stencil || Type() == mask)
-        DoSetLgType(data);
     SetTypedChunk(bytes);
-    change.Finish();
     if (divisor != 1.0 && Type() != visual) // a visual image has no factor
         SetFactor(Factor() * divisor);
 }

@@ -3,7 +3,6 @@
 #include <memblock/base/number.h>
 #include <memblock/base/text.h>
 #include <memblock/core/attempt_internal.h>
-#include <memblock/core/keytable.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/imaging/indexvector.h>
 #include <memblock/imaging/shape_internal.h>
@@ -78,6 +77,19 @@ constexpr KeyTable image_keys{std::to_array<Key<Image>>({
     {"vector", PixelList},
     {"type", nullptr, SetClass},
 })};
+
+/// Store a raw pixel, whose refusal reads alike for numbers of 32 and of 64 bits.
+void SetInteger(Image& image, unsigned int index, long long value)
+{
+    if (value == static_cast<int>(value))
+        return image.SetElem(index, static_cast<int>(value));
+    try {
+        image.SetElem(index, value);
+    } catch (Exception const&) {
+        Raise(err_kind, "Vector::SetElem(): Value (%d) out of range for data item: %s", value,
+              image);
+    }
+}
 
 // ---- verbs
 
@@ -154,7 +166,7 @@ safestring ImageList(Image const& image, bool full)
 DataItem Image::ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) const
 {
     if (auto const* row = image_keys.Find(key); row && row->read)
-        return Attempt(handler, [&] { return row->read(*this, handler); });
+        return ReadKey(*row, *this, handler);
     if (IsFullList(key) || key == "*")
         return ImageList(*this, key != "*") + Vector::ResolveSubItem(key, handler).GetString();
     std::size_t const raw = key[0] == '_' ? 1 : 0;
@@ -170,20 +182,17 @@ DataItem Image::ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) 
 bool Image::DoSetSubItem(safestring const& key, SafeValue const& value, safestring const& full_path,
                          ThrowHandlerFunc handler)
 {
-    auto const* const row = image_keys.Find(key);
-    bool const known = row && row->write;
-    unsigned long const comma = known ? safestring::npos : key.find(',');
-    if (!known && comma == safestring::npos)
-        return Vector::DoSetSubItem(key, value, full_path, handler);
-    safestring x = known ? safestring() : key.substr(0, comma);
-    safestring y = known ? safestring() : key.substr(comma + 1);
-    apply_trim(x);
-    apply_trim(y);
-    if (!known && !(is_numeric(x) && is_numeric(y)))
-        return Vector::DoSetSubItem(key, value, full_path, handler);
-    return Attempt(handler, [&] {
-        return known ? row->write(*this, value, handler) : SetPixel(x, y, value, handler);
-    });
+    if (auto const* const row = image_keys.Find(key); row && row->write)
+        return row->write(*this, value, handler);
+    auto const comma = key.find(',');
+    if (comma != safestring::npos) {
+        safestring x = key.substr(0, comma), y = key.substr(comma + 1);
+        apply_trim(x);
+        apply_trim(y);
+        if (is_numeric(x) && is_numeric(y))
+            return SetPixel(x, y, value, handler);
+    }
+    return Vector::DoSetSubItem(key, value, full_path, handler);
 }
 
 bool Image::SetPixel(safestring const& x, safestring const& y, SafeValue const& value,
@@ -214,7 +223,7 @@ void Image::SetPixel(unsigned int index, SafeValue const& value)
         before = Elem(index);
     }
     if (value.GetType() == it_int || value.GetType() == it_int64)
-        SetElem(index, value.GetInt64());
+        SetInteger(*this, index, value.GetInt64());
     else
         SetElem(index, value.GetFloating());
     if (!counts)

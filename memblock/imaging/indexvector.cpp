@@ -2,6 +2,7 @@
 
 #include <memblock/base/alloc.h>
 #include <memblock/base/number.h>
+#include <memblock/core/memblock_internal.h>
 #include <memblock/core/subitem_internal.h>
 #include <memblock/imaging/image.h>
 #include <memblock/imaging/intervalparts_internal.h>
@@ -19,13 +20,9 @@ namespace {
 
 TypedChunk AdoptedChunk(unsigned long n, unsigned int* data, int offset, void (*release)(void*))
 {
-    constexpr unsigned long width = sizeof(unsigned int);
     if (offset < 0)
         Raise(err_kind, "IndexVector::Create() called with a negative offset: %d", offset);
-    unsigned long const first = static_cast<unsigned long>(offset);
-    CheckLength(n);
-    return TypedChunk(n, Vector::UnsignedInt, MemChunk(data, release, (first + n) * width),
-                      first * width);
+    return ForeignChunk(n, Vector::UnsignedInt, data, static_cast<unsigned long>(offset), release);
 }
 
 void CheckTargetIsImage(IndexVector const& v, unsigned int w)
@@ -162,6 +159,7 @@ bool IndexVector::Conforms(char const* classname) const
 
 bool IndexVector::Entertain(MemBlockVisitor& visitor, safestring const& path, entertainmode_t mode)
 {
+    KeepAlive const alive(*this);
     bool const go_on = Vector::Entertain(visitor, path, mode);
     if (go_on && mode == em_traverse)
         VisitTarget(target_, visitor, path);

@@ -1,7 +1,6 @@
 #include <memblock/imaging/indexvector.h>
 
 #include <memblock/core/attempt_internal.h>
-#include <memblock/core/keytable.h>
 #include <memblock/imaging/image.h>
 #include <memblock/imaging/targetdata_internal.h>
 
@@ -37,7 +36,7 @@ constexpr KeyTable index_keys{std::to_array<Key<IndexVector>>({
 DataItem IndexVector::ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) const
 {
     if (auto const* row = index_keys.Find(key))
-        return Attempt(handler, [&] { return row->read(*this, handler); });
+        return ReadKey(*row, *this, handler);
     if (key.empty() || key == "!")
         return "area,image,vector,imagewidth,imageheight,x,y," +
                MemBlock::ResolveSubItem(key, handler).GetString();

@@ -1,8 +1,11 @@
 #include <memblock/base/raise.h>
-#include <memblock/core/keytable.h>
+#include <memblock/core/attempt_internal.h>
+#include <memblock/core/md5.h>
+#include <memblock/core/memblock_internal.h>
 #include <memblock/core/visitor.h>
 #include <memblock/imaging/image.h>
 #include <memblock/imaging/intervalparts_internal.h>
+#include <memblock/imaging/targetdata_internal.h>
 #include <memblock/vector/convert.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
@@ -62,13 +65,9 @@ DerivedPointer<Vector> VectorIn(SafeValue const& value, char const* refusal,
 /// one limit.
 TypedChunk AsLimits(DerivedPointer<Vector> const& vector)
 {
-    if (vector->Length() == 0)
+    if (LimitCount(cref(vector)) == 0)
         return NewChunk(1, Vector::UnsignedInt);
-    auto limits = cref(vector).ConvertElemsToType(Vector::UnsignedInt, true, false);
-    if (cref(limits).Factor() != 1.0) {
-        limits = PrivateCopy(std::move(limits));
-        limits->EnsureFactor(1.0);
-    }
+    auto const limits = AsIndices(vector);
     cref(limits).Pointer(); // what was put off must be done now
     return cref(limits).Chunk();
 }
@@ -78,15 +77,19 @@ bool SetCount(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc handle
     int const count = value.GetInt();
     if (count < 0) {
         Report(handler, err_kind, "Cannot set intervalcount to %d in %d-element vector", count,
-               v.Length());
+               LimitCount(v));
         return false;
     }
-    unsigned int const* const limits = v.StartAndEnd(0, false, true, nullptr);
-    unsigned int const old_count = v.IntervalCount(), last = limits[old_count];
-    v.ResizeVector(static_cast<unsigned long>(count) + 1, true, true);
-    if (v.IntervalCount() > old_count)
-        std::fill(v.Start(0) + old_count, v.Start(0) + v.IntervalCount() + 1, last);
-    v.ContentHasBeenChanged();
+    auto const resize = [count](IntervalVector& limits) {
+        unsigned int const old_count = limits.IntervalCount();
+        unsigned int const last = std::as_const(limits).Start(0)[old_count];
+        limits.ResizeVector(static_cast<unsigned long>(count) + 1, true, true);
+        if (limits.IntervalCount() > old_count)
+            std::fill_n(limits.Start(0) + old_count, limits.IntervalCount() + 1 - old_count, last);
+        limits.ContentHasBeenChanged();
+    };
+    if (!EditPacked(v, [&](Vector& packed) { resize(static_cast<IntervalVector&>(packed)); }))
+        resize(v);
     return true;
 }
 
@@ -146,7 +149,7 @@ bool SetOuterIndexArray(IntervalVector& v, SafeValue const& value, ThrowHandlerF
     auto const vector = VectorIn(
         value, "IntervalVector::set(\"outer_index_array\"): this is not a vector: %s", handler);
     if (vector)
-        IntervalParts::Install(v, AsLimits(vector), v.Target());
+        v.SetTypedChunk(AsLimits(vector));
     return static_cast<bool>(vector);
 }
 
@@ -162,7 +165,7 @@ bool SetMediumIndexArray(IntervalVector& v, SafeValue const& value, ThrowHandler
             : PMemBlock(IntervalVector::Create(0, DerivedPointer<Vector>(v.Target()))));
     if (!medium->Conforms("intervalvector"))
         ThrowAssertException(__FILE__, __LINE__, "v.Conforms(\"intervalvector\")");
-    IntervalParts::Install(*medium, AsLimits(vector), medium->Target());
+    medium->SetTypedChunk(AsLimits(vector));
     v.SetTarget(medium);
     return true;
 }
@@ -263,7 +266,7 @@ constexpr char const* interval_short_list = "itemcount,";
 DataItem IntervalVector::ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) const
 {
     if (auto const* const row = interval_keys.Find(key); row && row->read)
-        return row->read(*this, handler);
+        return ReadKey(*row, *this, handler);
     DataItem const below = IndexVector::ResolveSubItem(key, handler);
     if (key == "!" || key.empty())
         return DataItem(interval_list + below.GetString());
@@ -282,16 +285,25 @@ bool IntervalVector::DoSetSubItem(safestring const& key, SafeValue const& value,
 
 bool IntervalVector::Entertain(MemBlockVisitor& v, safestring const& path, entertainmode_t mode)
 {
+    KeepAlive const alive(*this);
+    if (EndArray_ && mode == em_traverse && v.NeedsValidData()) // what is read back has one array
+        return PackedLimits(*this)->Entertain(v, path, mode);
     if (!IndexVector::Entertain(v, path, mode))
         return false;
     if (mode == em_no_attr)
         return true;
     TraverseNode const node(path);
     if (mode == em_traverse) {
-        DataItem target(Target_), count(static_cast<int>(IntervalCount_));
+        DataItem target(Target_), count(static_cast<int>(IntervalCount_)), ends(EndArray_);
         v.Visit(TraverseNode(node, "target").Path(), target);
         v.Visit(TraverseNode(node, "interval_count").Path(), count);
+        if (EndArray_)
+            v.Visit(TraverseNode(node, "endarray").Path(), ends);
         return true;
+    }
+    if (EndArray_ && dynamic_cast<md5_visitor*>(&v)) { // both forms of the limits have one hash
+        PMemBlock target(ContiguousForm(*this)->Target_);
+        return EntertainChild(target, v, TraverseNode(node, "target").Path(), mode);
     }
     if (Target_ && !EntertainChild(Target_, v, TraverseNode(node, "target").Path(), mode))
         return false;
@@ -305,8 +317,9 @@ namespace {
 DataItem SetDimSizes(IntervalVector& v, int, SafeValue const* argv)
 {
     int const n = argv[0].GetInt();
-    if (n <= 0 || static_cast<unsigned int>(n) > v.Length())
-        Raise(err_kind, "Cannot set intervalcount to %d in %d-element vector", n, v.Length());
+    unsigned int const limits = LimitCount(v);
+    if (n <= 0 || static_cast<unsigned int>(n) > limits)
+        Raise(err_kind, "Cannot set intervalcount to %d in %d-element vector", n, limits);
     v.SetIntervalCount(static_cast<unsigned int>(n));
     return DataItem(1);
 }
@@ -366,6 +379,9 @@ DataItem IntervalVector::DoVerb(char const* verb, int argc, SafeValue* argv)
 {
     if (auto const* const row = interval_verbs.Find(verb); row && argc >= row->argument_count)
         return row->run(*this, argc, argv);
+    for (char const* const of_limits : {"GetDimSize", "expr", "scalar"})
+        if (EndArray_ && SameName(verb, of_limits))
+            return PackedLimits(*this)->DoVerb(verb, argc, argv);
     return Vector::DoVerb(verb, argc, argv);
 }
 
@@ -375,6 +391,8 @@ PMemBlock IntervalVector::ConvertTo(safestring const& classname) const
         return GetMaskImage();
     if (classname == "mask")
         return MergedIndexVector();
+    if (EndArray_ && classname == "vector")
+        return ContiguousForm(*this)->ConvertTo(classname);
     return IndexVector::ConvertTo(classname);
 }
 

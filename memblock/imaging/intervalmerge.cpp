@@ -14,11 +14,10 @@ DerivedPointer<IntervalVector> IntervalVector::MergedTarget() const
 {
     if (!Layer(Target_))
         Raise(err_kind, "Intervalvector target not supported: %s", Target_);
-    EnsureStartAndEnd(); // this may put another layer there
-    IntervalVector const* const medium = Layer(Target_);
-    medium->EnsureStartAndEnd();
+    ContiguousForm const objects(*this);
+    ContiguousForm const medium(*Layer(objects->Target_));
     unsigned int const zones = medium->IntervalCount_;
-    unsigned int const* const outer = Start(0);
+    unsigned int const* const outer = objects->Start(0);
     unsigned int const* const inner = medium->Start(0);
     LimitArray limits(IntervalCount_ + 1UL);
     for (unsigned int k = 0; k <= IntervalCount_; ++k)
@@ -33,12 +32,15 @@ DerivedPointer<Vector> IntervalVector::MergedVector() const
         return MergedTarget()->MergedVector();
     if (!Target_ || !SameName(Target_->Class(), "vector"))
         Raise(err_kind, "IntervalVector::MergedVector(): target not supported: %s", *this);
-    DerivedPointer<IntervalVector> packed(Clone(true)); // this object keeps its form
-    packed->EnsureStartAndEnd();
-    Intervals const intervals(cref(packed));
-    Vector const& values = *MemCast<Vector>(packed->Target_);
+    Intervals const intervals(*this);
+    Vector const& values = *MemCast<Vector>(Target_);
     if (intervals.Count() == 0)
         return values.CloneSlice(0, 0);
+    if (!intervals.Tile()) {
+        DerivedPointer<Vector> const merged(values.Clone(true));
+        merged->SetTypedChunk(IntervalParts::Gather(values, intervals));
+        return merged;
+    }
     unsigned int const from = intervals.From(0), to = intervals.To(intervals.Count() - 1);
     if (from == 0 && to == values.Length()) // all of them, as they stand
         return DerivedPointer<Vector>(values.Clone(true));
@@ -123,7 +125,10 @@ void unpack_three_layer_const(DerivedPointer<IntervalVector> const& v, unsigned 
     if (!three)
         Raise(err_kind, "Not a three-layer zone structure: %s", v);
     outer = zones.StartAndEnd(0, false, true, nullptr);
-    IntervalVector const& middle = *Layer(zones.Target()); // packing may have put another one there
+    // Packing may have put another layer there; one that others hold stays as they know it.
+    if (Layer(zones.Target())->HasEndArray())
+        IntervalParts::OwnTarget(const_cast<IntervalVector&>(zones));
+    IntervalVector const& middle = *Layer(zones.Target());
     medium = middle.StartAndEnd(0, false, true, nullptr);
     inner = std::as_const(*PixelList(middle.Target())).UnsignedIntPointer();
 }
@@ -211,18 +216,20 @@ DerivedPointer<Vector> JoinedTargets(Vector const& a, unsigned int last, Vector 
 
 void IntervalVector::Append(DerivedPointer<Vector> v)
 {
-    DerivedPointer<IntervalVector> const added(MemCast<IntervalVector>(v));
+    if (!v)
+        return Vector::Append(v);
+    IntervalVector const* const added = MemCast<IntervalVector>(v);
     if (!added)
         Raise(err_kind, "Cannot append %s to %s", v, *this);
-    CheckSameStructure(*this, cref(added));
-    if (added->IntervalCount_ == 0)
+    CheckSameStructure(*this, *added);
+    if (added->IntervalCount_ == 0 ||
+        EditPacked(*this, [&](Vector& objects) { objects.Append(v); }))
         return;
-    EnsureStartAndEnd();
-    added->EnsureStartAndEnd();
-    Intervals const mine(*this), other(cref(added));
+    ContiguousForm const behind(*added);
+    Intervals const mine(*this), other(*behind);
     unsigned int const last = mine.Count() > 0 ? mine.To(mine.Count() - 1) : 0;
     auto const target =
-        JoinedTargets(*MemCast<Vector>(Target_), last, *MemCast<Vector>(added->Target_),
+        JoinedTargets(*MemCast<Vector>(Target_), last, *MemCast<Vector>(behind->Target()),
                       other.From(0), other.To(other.Count() - 1));
     IntervalParts::Install(*this, JoinedLimits(mine, other, last), target);
 }

@@ -2,7 +2,7 @@
 #define MEMBLOCK_IMAGING_INTERVALPARTS_INTERNAL_H
 
 #include <memblock/base/multiversion.h>
-#include <memblock/imaging/intervalvector.h>
+#include <memblock/imaging/packedlimits_internal.h>
 
 #include <algorithm>
 
@@ -50,16 +50,26 @@ public:
     unsigned int const* Ends() const { return end_; }
     unsigned int From(unsigned int k) const { return std::min(start_[k], items_); }
     unsigned int To(unsigned int k) const { return std::clamp(end_[k], From(k), items_); }
+    unsigned int Last() const { return end_[count_ - 1]; } ///< not cut, too
     unsigned int Size(unsigned int k) const { return To(k) - From(k); }
     /// The items of all intervals together; they may overlap.
     unsigned long Total() const { return limits::Total(start_, end_, count_, items_); }
-    /// Whether each interval begins where the one before it ends.
+    /// Whether each interval begins where the one before it ends, so that one array can hold the
+    /// limits as they are.
+    bool Chain() const
+    {
+        for (unsigned int k = 1; k < count_; ++k)
+            if (start_[k] != end_[k - 1])
+                return false;
+        return true;
+    }
+    /// Whether they also follow each other upwards: then no item belongs to two.
     bool Tile() const
     {
         for (unsigned int k = 0; k < count_; ++k)
-            if (start_[k] > end_[k] || (k > 0 && start_[k] != end_[k - 1]))
+            if (start_[k] > end_[k])
                 return false;
-        return true;
+        return Chain();
     }
 
 private:
@@ -101,6 +111,22 @@ inline bool SameTarget(IndexVector const& a, IndexVector const& b)
 DerivedPointer<Image> ImageToDrawIn(unsigned int w, unsigned int h, DataType type,
                                     unsigned long count);
 
+/// The contiguous form of an interval vector, to be read: the object itself or, where that has
+/// separate ends, a packed clone.
+class ContiguousForm {
+public:
+    explicit ContiguousForm(IntervalVector const& v)
+        : packed_(PackedLimits(v)), form_(packed_ ? cref(packed_) : v)
+    {
+    }
+    IntervalVector const& operator*() const { return form_; }
+    IntervalVector const* operator->() const { return &form_; }
+
+private:
+    DerivedPointer<IntervalVector> packed_;
+    IntervalVector const& form_;
+};
+
 /// The inner tools that the sources of `IntervalVector` share.
 struct IntervalParts {
     static PMemBlock& Target(IntervalVector& v) { return v.Target_; }
@@ -110,6 +136,15 @@ struct IntervalParts {
     static DerivedPointer<IndexVector> OwnFinalTarget(IntervalVector& v);
     /// Put contiguous limits and a target in place of the present ones. Can't fail.
     static void Install(IntervalVector& v, TypedChunk const& limits, PMemBlock const& target);
+    /// Put separate limits in place of the present ones.
+    static void InstallEnds(IntervalVector& v, TypedChunk const& starts, PMemBlock const& ends);
+    /// The elements of a plain array that intervals hold, side by side.
+    static TypedChunk Gather(Vector const& target, Intervals const& intervals);
+    /// The ends of intervals `from` up to `to`, as `IntervalVector` keeps them.
+    static PMemBlock Ends(IntervalVector const& v, unsigned int from, unsigned int to);
+    static unsigned int LastEnd(IntervalVector const& v); ///< of the last interval, or 0
+    /// The limit ahead of interval k, which may be the one behind the last interval.
+    static unsigned int Limit(IntervalVector const& v, unsigned int k);
     /// The same with the class checked as in `SetTarget`, but whatever the limits are.
     static void ReplaceTarget(IntervalVector& v, PMemBlock const& target);
 };

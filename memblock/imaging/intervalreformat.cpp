@@ -67,6 +67,7 @@ PMemBlock GatherLayer(IntervalVector const& target, Intervals const& intervals,
                       std::vector<unsigned int> const& order)
 {
     Intervals const medium(target);
+    CheckLength(intervals.Total());
     LimitArray starts(intervals.Total()), ends(intervals.Total());
     unsigned int n = 0;
     for (unsigned int const k : order)
@@ -78,61 +79,91 @@ PMemBlock GatherLayer(IntervalVector const& target, Intervals const& intervals,
                                   DerivedPointer<Vector>(target.Target()));
 }
 
-/// Contiguous limits for intervals that stand in this order in their target.
-TypedChunk ContiguousLimits(Intervals const& intervals, std::vector<unsigned int> const& order,
-                            unsigned int first)
+/// An array for the limits of a contiguous form. The cells ahead of the first start stay, as
+/// numbers of objects may be numbers of cells.
+TypedChunk OpenLimits(IntervalVector const& v)
 {
-    // One unused cell stays ahead of the limits, so that object numbers are cell numbers.
-    TypedChunk const cells = NewChunk(intervals.Count() + 2UL, DataTypeBase::UnsignedInt);
-    auto* limit = static_cast<unsigned int*>(cells.Data()) + 1;
-    *limit = first;
-    for (unsigned int const k : order) {
+    unsigned long const ahead = v.Chunk().GetOffset() / sizeof(unsigned int);
+    TypedChunk const cells = NewChunk(ahead + v.IntervalCount() + 1UL, v.ElemType());
+    std::copy_n(static_cast<unsigned int const*>(v.Pointer()) - ahead, ahead,
+                static_cast<unsigned int*>(cells.Data()));
+    return TypedChunk(v.IntervalCount() + 1UL, v.ElemType(), cells.Chunk(),
+                      ahead * sizeof(unsigned int));
+}
+
+/// The limits as they are, of intervals each of which begins where the one before it ends.
+TypedChunk ChainedLimits(IntervalVector const& v, Intervals const& intervals)
+{
+    TypedChunk const limits = OpenLimits(v);
+    auto* const out = static_cast<unsigned int*>(limits.Data());
+    unsigned int const count = intervals.Count();
+    if (count > 0)
+        std::copy_n(intervals.Starts(), count, out);
+    out[count] = IntervalParts::Limit(v, count);
+    return limits;
+}
+
+/// Limits for intervals whose items are put side by side in this order.
+TypedChunk GatheredLimits(IntervalVector const& v, Intervals const& intervals,
+                          std::vector<unsigned int> const& order)
+{
+    TypedChunk const limits = OpenLimits(v);
+    auto* limit = static_cast<unsigned int*>(limits.Data());
+    for (unsigned int const k : order) { // the first one is 0
         limit[1] = limit[0] + intervals.Size(k);
         ++limit;
     }
-    return TypedChunk(intervals.Count() + 1UL, DataTypeBase::UnsignedInt, cells.Chunk(),
-                      sizeof(unsigned int));
+    return limits;
 }
 
 struct Freed {
     void operator()(void* block) const { mb_free(block); }
 };
 
-/// The number from 1 of the interval that each element belongs to, 0 for none.
+/// The number from 1 of the interval that each element belongs to, 0 for none. Where two claim an
+/// element it is the later one's.
 template <class T>
 std::unique_ptr<T, Freed> Owners(Intervals const& intervals, std::vector<unsigned int> const& order,
-                                 unsigned int first, unsigned long elements)
+                                 bool in_place, unsigned long elements)
 {
     std::unique_ptr<T, Freed> owners(
         static_cast<T*>(mb_calloc(std::max(elements, 1UL), sizeof(T))));
     if (!owners)
         throw std::bad_alloc();
-    T* place = owners.get() + first;
+    T* place = owners.get();
     T number = 0;
-    for (unsigned int const k : order)
+    for (unsigned int const k : order) {
+        if (in_place)
+            place = owners.get() + intervals.From(k);
         place = std::fill_n(place, intervals.Size(k), ++number);
+    }
     return owners;
 }
 
 } // namespace
 
+TypedChunk IntervalParts::Gather(Vector const& target, Intervals const& intervals)
+{
+    return GatherElements(target, intervals, OrderOf(intervals, false), sizeof(unsigned short));
+}
+
 template <class T>
 int Reformat_tmpl(IntervalVector* v, int, bool sorted, T** indices)
 {
     Intervals const intervals(*v);
-    bool const tile = intervals.Tile();
-    auto const order = OrderOf(intervals, sorted && !tile);
-    unsigned int const first = tile && v->IntervalCount() > 0 ? intervals.From(0) : 0;
-    TypedChunk const limits = ContiguousLimits(intervals, order, first);
-    unsigned long const elements = tile ? ItemCount(v->Target().Pointer()) : intervals.Total();
+    bool const stays = sorted ? intervals.Tile() : intervals.Chain(); // the target does
+    auto const order = OrderOf(intervals, sorted && !stays);
+    TypedChunk const limits =
+        stays ? ChainedLimits(*v, intervals) : GatheredLimits(*v, intervals, order);
+    unsigned long const elements = stays ? ItemCount(v->Target().Pointer()) : intervals.Total();
     std::unique_ptr<T, Freed> owners;
     if (indices)
-        owners = Owners<T>(intervals, order, first, elements);
+        owners = Owners<T>(intervals, order, stays, elements);
 
     PMemBlock target = v->Target();
-    if (IntervalVector const* const layer = Layer(target); layer && !tile) {
+    if (IntervalVector const* const layer = Layer(target); layer && !stays) {
         target = GatherLayer(*layer, intervals, order);
-    } else if (!tile) {
+    } else if (!stays) {
         Vector const& plain = *MemCast<Vector>(target);
         TypedChunk const fresh = GatherElements(plain, intervals, order, sizeof(T));
         target = target->Clone(true); // the other owners of the target keep theirs
@@ -226,19 +257,22 @@ PMemBlock PixelsOfRank(int rank, PMemBlock const& present)
     return adapted;
 }
 
-PMemBlock EmptyZones(PMemBlock const& present)
+/// `count` zones without pixels, over the pixels that are there.
+PMemBlock EmptyZones(unsigned int count, PMemBlock const& present)
 {
-    IndexVector const* const pixels = PixelList(present);
-    auto const inner = IndexVector::Create(0, pixels && pixels->TargetRank() == 2
-                                                  ? pixels->GetTargetData()
-                                                  : IndexVector::TargetData(2, 0u, 0u));
-    return IntervalVector::Create(ItemCount(present.Pointer()), DerivedPointer<Vector>(inner));
+    DerivedPointer<IndexVector> pixels(PixelList(present));
+    if (!pixels)
+        pixels = IndexVector::Create(0, IndexVector::TargetData(2, 0u, 0u));
+    return IntervalVector::Create(count, pixels);
 }
 
 } // namespace
 
 void IntervalVector::RebuildAs(logic_class_t type)
 {
+    // Limits may be there ahead of what they point to: fresh items are as many as they ask for.
+    unsigned int const items =
+        std::max(ItemCount(Target_.Pointer()), IntervalParts::LastEnd(*this));
     PMemBlock target;
     switch (type) {
     case stencil:
@@ -253,17 +287,19 @@ void IntervalVector::RebuildAs(logic_class_t type)
     case subnum:
         if (Target_ && SameName(Target_->Class(), "vector"))
             return;
-        target = Vector::Create(ItemCount(Target_.Pointer()), Int, true, 0, 1.0);
+        target = Vector::Create(items, Int, true, 0, 1.0);
         break;
     case subobj:
         if (Layer(Target_) && DetectType() == subobj)
             return;
-        target = EmptyZones(Target_);
+        target = EmptyZones(items, Target_);
         break;
     default:
         Raise(err_kind, "Cannot adapt IntervalVector structure to type %d (%s): %s",
               static_cast<int>(type), LgType2String(type), *this);
     }
+    if (PixelList(target) && PixelList(Target_)) // the same pixels: they are no fewer than before
+        return IntervalParts::ReplaceTarget(*this, target);
     SetTarget(DerivedPointer<Vector>(target));
 }
 

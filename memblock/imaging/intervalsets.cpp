@@ -207,12 +207,13 @@ private:
 
 PMemBlock Combine(char op, IntervalVector const& a, IntervalVector const& b)
 {
+    // Settled: ahead of the operator, so that '!' passes the tests of the operands.
+    if (a.IntervalCount() != b.IntervalCount())
+        Raise(err_kind,
+              "Logical operation \"%c\" only supported for operands with the same number of "
+              "geometrical figures. These operands have %d and %d.",
+              op, a.IntervalCount(), b.IntervalCount());
     return WithSetOperation(op, [&]<bool common, bool single>() -> PMemBlock {
-        if (a.IntervalCount() != b.IntervalCount())
-            Raise(err_kind,
-                  "Logical operation \"%c\" only supported for operands with the same number of "
-                  "geometrical figures. These operands have %d and %d.",
-                  op, a.IntervalCount(), b.IntervalCount());
         ObjectPairs<common, single> pairs(a, b);
         StencilBuilder result(a, pairs.Most(), pairs.Expected());
         pairs.WriteAll(result);
@@ -287,6 +288,8 @@ PMemBlock IntervalVector::op(char operation, PMemBlock rhs, op_options const& op
         return LogicalOp(operation, *this, rhs);
     if (operation == 'p')
         return PointOp(operation, *this, std::move(rhs), options);
+    if (EndArray_)
+        return ContiguousForm(*this)->Vector::op(operation, std::move(rhs), options);
     return Vector::op(operation, std::move(rhs), options);
 }
 

@@ -7,6 +7,7 @@
 #include <memblock/imaging/intervalparts_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
+#include <cstring>
 #include <utility>
 
 namespace NKelmic {
@@ -33,6 +34,8 @@ IntervalVector::IntervalVector(unsigned int count, unsigned int base, unsigned i
 {
     if (end)
         EndArray_ = Vector::Create(count, UnsignedInt, end, release, static_cast<int>(base), 1.0);
+    if (end && count == 0)
+        EndArray_ = Vector::Create(0, UnsignedInt, true, 0, 1.0); // without a limit ahead
     UpdateType();
 }
 
@@ -82,8 +85,7 @@ DerivedPointer<IntervalVector> IntervalVector::CreateBySample(DerivedPointer<Int
     DerivedPointer<IntervalVector> made = Create(v.IntervalCount_, std::move(target));
     if (v.EndArray_) {
         v.Start(0); // the limits must be such
-        made->EndArray_ = v.EndArray_->Clone(true);
-        made->SetTypedChunk(v.Chunk());
+        IntervalParts::InstallEnds(*made, v.Chunk(), IntervalParts::Ends(v, 0, v.IntervalCount_));
     } else if (!made->UseMemoryOf(DerivedPointer<Vector>(sample))) {
         made->ResizeVector(v.Length(), true, true);
     }
@@ -91,6 +93,17 @@ DerivedPointer<IntervalVector> IntervalVector::CreateBySample(DerivedPointer<Int
 }
 
 // ---- Limits
+
+namespace {
+
+/// The same buffer, seen as fewer elements. What lies ahead of them stays there.
+TypedChunk FirstElements(TypedChunk const& chunk, unsigned long count)
+{
+    chunk.DelayedInitialize();
+    return TypedChunk(count, chunk.Type(), chunk.Chunk(), chunk.GetOffset());
+}
+
+} // namespace
 
 unsigned int* IntervalVector::Start(int base)
 {
@@ -122,37 +135,28 @@ void IntervalVector::AddEndArray()
 {
     if (EndArray_)
         return;
-    PMemBlock const ends(DerivedPointer<Vector>(
-        IntervalCount_ > 0 ? Vector::Create(CopyOfRange(Chunk(), 1, IntervalCount_), 1.0)
-                           : Vector::Create(0, UnsignedInt, true, 0, 1.0)));
+    PMemBlock const ends = IntervalParts::Ends(*this, 0, IntervalCount_);
     // The last limit is no start: without it the array has the length that this form asks for.
-    unsigned int const count = IntervalCount_;
-    IndexVector::ResizeVector(count, true, true);
-    EndArray_ = ends;
-    ContentHasBeenChanged();
+    IntervalParts::InstallEnds(*this, FirstElements(Chunk(), IntervalCount_), ends);
 }
 
 void IntervalVector::ResizeVector(unsigned long n, bool keep, bool init)
 {
-    if (!EndArray_) {
-        n = std::max(n, 1UL); // no intervals have one limit, too
-        IndexVector::ResizeVector(n, keep, init);
-        IntervalCount_ = static_cast<unsigned int>(n - 1);
+    if (EditPacked(*this, [&](Vector& limits) { limits.ResizeVector(n, keep, init); }))
         return;
-    }
-    PMemBlock const ends = EndArray_->Clone(true); // two arrays change together or not at all
-    MemCast<Vector>(ends)->ResizeVector(n, true, true);
+    n = std::max(n, 1UL); // no intervals have one limit, too
     IndexVector::ResizeVector(n, keep, init);
-    EndArray_ = ends;
-    IntervalCount_ = static_cast<unsigned int>(n);
+    IntervalCount_ = static_cast<unsigned int>(n - 1);
 }
 
 void IntervalVector::SetIntervalCount(unsigned int n)
 {
-    unsigned long const length = n + (EndArray_ ? 0UL : 1UL);
-    if (length > Length())
+    if (n > IntervalCount_)
         Raise(err_kind, "IntervalVector::SetIntervalCount(): buffer too small");
-    ResizeVector(length, true, true);
+    if (EndArray_)
+        return IntervalParts::InstallEnds(*this, FirstElements(Chunk(), n),
+                                          IntervalParts::Ends(*this, 0, n));
+    ResizeVector(n + 1UL, true, true);
 }
 
 void IntervalVector::Rearrange(int const* order, unsigned int n, unsigned int newcount,
@@ -162,18 +166,11 @@ void IntervalVector::Rearrange(int const* order, unsigned int n, unsigned int ne
         if (static_cast<unsigned int>(order[k]) >= IntervalCount_)
             return Report(handler, err_kind, "Vector index out of bounds (%d): %d", IntervalCount_,
                           order[k]);
-    AddEndArray();
-    DerivedPointer<Vector> const ends(EndArray_->Clone(true));
+    auto const starts = Vector::Create(FirstElements(Chunk(), IntervalCount_), 1.0);
+    auto const ends = DerivedPointer<Vector>(IntervalParts::Ends(*this, 0, IntervalCount_));
+    starts->Rearrange(order, n, newcount, handler);
     ends->Rearrange(order, n, newcount, handler);
-    PMemBlock const old_ends = std::exchange(EndArray_, PMemBlock(ends)); // the form is known by it
-    try {
-        IndexVector::Rearrange(order, n, newcount, handler);
-    } catch (...) {
-        EndArray_ = old_ends;
-        IntervalCount_ = Length();
-        throw;
-    }
-    IntervalCount_ = Length();
+    IntervalParts::InstallEnds(*this, cref(starts).Chunk(), ends);
 }
 
 DerivedPointer<Vector> IntervalVector::DoCloneSlice(unsigned int from, unsigned int to) const
@@ -181,11 +178,11 @@ DerivedPointer<Vector> IntervalVector::DoCloneSlice(unsigned int from, unsigned 
     to = std::min(to, IntervalCount_);
     from = std::min(from, to);
     DerivedPointer<IntervalVector> slice(Clone(true));
-    PMemBlock const ends = std::exchange(slice->EndArray_, PMemBlock());
-    slice->SetTypedChunk(CopyOfRange(Chunk(), from, to - from + (ends ? 0UL : 1UL)));
-    if (ends)
-        slice->EndArray_ = Vector::Create(
-            CopyOfRange(std::as_const(*MemCast<Vector>(ends)).Chunk(), from, to - from), 1.0);
+    if (EndArray_)
+        IntervalParts::InstallEnds(*slice, CopyOfRange(Chunk(), from, to - from),
+                                   IntervalParts::Ends(*this, from, to));
+    else
+        slice->SetTypedChunk(CopyOfRange(Chunk(), from, to - from + 1UL));
     slice->IntervalCount_ = to - from;
     return slice;
 }
@@ -231,8 +228,7 @@ void IntervalVector::GetImageDimensions(unsigned int& w, unsigned int& h,
 
 void IntervalVector::SetTarget(DerivedPointer<Vector> target)
 {
-    unsigned int const last =
-        IntervalCount_ > 0 ? std::as_const(*this).End(0)[IntervalCount_ - 1] : 0;
+    unsigned int const last = IntervalParts::LastEnd(*this);
     unsigned int const items = ItemCount(target.Pointer());
     if (target && last > items)
         Raise(err_kind, "Target too short (%d), must be >=%d: %s", items, last, target);
@@ -266,6 +262,76 @@ void IntervalParts::Install(IntervalVector& v, TypedChunk const& limits, PMemBlo
     PMemBlock const old_ends = std::exchange(v.EndArray_, PMemBlock());
     v.SetTypedChunk(limits);
     v.ResizeVector(v.Length(), true, true); // counts the intervals
+}
+
+namespace {
+
+/// One element, 0, with the same cells ahead of it.
+TypedChunk OneBehind(TypedChunk const& chunk)
+{
+    unsigned long const ahead = chunk.GetOffset();
+    TypedChunk const cells = NewChunk(ahead / chunk.ElemSize() + 1, chunk.Type());
+    if (ahead > 0)
+        std::memcpy(cells.Data(), static_cast<char const*>(chunk.Data()) - ahead, ahead);
+    return TypedChunk(1, chunk.Type(), cells.Chunk(), ahead);
+}
+
+} // namespace
+
+void IntervalParts::InstallEnds(IntervalVector& v, TypedChunk const& starts, PMemBlock const& ends)
+{
+    unsigned long const count = starts.Length();
+    TypedChunk const payload = count > 0 ? starts : OneBehind(starts);
+    PMemBlock const old_ends = std::exchange(v.EndArray_, PMemBlock());
+    v.SetTypedChunk(payload);
+    v.IndexVector::ResizeVector(count, true, true); // in this form no intervals have no limit
+    v.EndArray_ = ends;
+    v.IntervalCount_ = static_cast<unsigned int>(count);
+}
+
+unsigned int IntervalParts::LastEnd(IntervalVector const& v)
+{
+    return v.IntervalCount_ > 0 ? v.End(0)[v.IntervalCount_ - 1] : 0;
+}
+
+unsigned int IntervalParts::Limit(IntervalVector const& v, unsigned int k)
+{
+    if (!v.EndArray_ || k < v.IntervalCount_)
+        return v.Start(0)[k];
+    if (v.IntervalCount_ > 0)
+        return LastEnd(v);
+    // No intervals: their one limit is kept ahead of the ends, if it is known.
+    bool const known = std::as_const(*MemCast<Vector>(v.EndArray_)).Chunk().GetOffset() > 0;
+    return known ? v.End(0)[-1] : 0;
+}
+
+PMemBlock IntervalParts::Ends(IntervalVector const& v, unsigned int from, unsigned int to)
+{
+    unsigned long const count = to - from;
+    TypedChunk const cells = NewChunk(1 + count, v.ElemType());
+    auto* const out = static_cast<unsigned int*>(cells.Data());
+    out[0] = Limit(v, from);
+    if (count > 0)
+        std::copy(v.End(0) + from, v.End(0) + to, out + 1);
+    return Vector::Create(TypedChunk(count, cells.Type(), cells.Chunk(), sizeof *out), 1.0);
+}
+
+DerivedPointer<Vector> PackedLimits(Vector const& v)
+{
+    if (!HoldsStartsOnly(v))
+        return nullptr;
+    DerivedPointer<IntervalVector> packed(v.Clone(true));
+    packed->EnsureStartAndEnd();
+    return packed;
+}
+
+void TakePacked(Vector& v, Vector const& packed)
+{
+    double const factor = packed.Factor();
+    IntervalParts::Install(static_cast<IntervalVector&>(v), packed.Chunk(),
+                           static_cast<IntervalVector const&>(packed).Target());
+    if (v.Factor() != factor)
+        v.SetFactor(factor);
 }
 
 void IntervalParts::ReplaceTarget(IntervalVector& v, PMemBlock const& target)
@@ -416,7 +482,7 @@ PMemBlock IntervalVector::DoClone(int mode) const
     copy->FinishClone(mode);
     if (mode <= 0) {
         if (EndArray_)
-            copy->EndArray_ = EndArray_->Clone(false);
+            copy->EndArray_ = IntervalParts::Ends(*this, 0, IntervalCount_);
         if (Target_)
             copy->Target_ = Target_->Clone(false);
     }
@@ -432,8 +498,11 @@ bool IntervalVector::Equals(MemBlock const& other) const
     bool const same_limits =
         IntervalCount_ == 0 || (std::equal(Start(0), Start(0) + IntervalCount_, o->Start(0)) &&
                                 std::equal(End(0), End(0) + IntervalCount_, o->End(0)));
-    return same_limits &&
-           (Target_ == o->Target_ || (Target_ && o->Target_ && *Target_ == *o->Target_));
+    if (same_limits && Target_ == o->Target_)
+        return true;
+    if (EndArray_ || o->EndArray_)
+        return ContiguousForm(*this)->Equals(*ContiguousForm(*o));
+    return same_limits && Target_ && o->Target_ && *Target_ == *o->Target_;
 }
 
 safestring IntervalVector::DoGetDescription() const
@@ -469,7 +538,9 @@ safestring IntervalVector::DoGetDescription() const
 
 bool IntervalVector::Consistent(safestring& message, bool deep) const
 {
-    if (!IndexVector::Consistent(message, deep))
+    // Limits that have to be packed are small then, and what they hold together may be too much.
+    bool const packs = EndArray_ && !Intervals(*this).Chain();
+    if (!IndexVector::Consistent(message, deep && !packs))
         return false;
     bool const bad_type = [&] {
         try {
@@ -500,7 +571,7 @@ bool IntervalVector::Consistent(safestring& message, bool deep) const
                  Length(), IntervalCount_, IntervalCount_ + 1);
         return false;
     }
-    unsigned int const last = IntervalCount_ > 0 ? End(0)[IntervalCount_ - 1] : 0;
+    unsigned int const last = IntervalParts::LastEnd(*this);
     if (last > ItemCount(Target_.Pointer())) {
         message += Text("Target too short (%d elements), should be at least %d: target=%s",
                         ItemCount(Target_.Pointer()), last, Target_);

@@ -20,6 +20,13 @@ enum rangespec_t { rangespec_any = 0 };
 /// - separate ends: an array of starts and one of ends. Intervals may stand in any order, overlap
 ///   or leave gaps. Only this form can be permuted.
 ///
+/// The payload, as `Length` and the pointers know it, is the first array of the form. What computes
+/// on elements, and what scripts read as elements, are the limits of the contiguous form, into
+/// which separate ends are packed aside. So an edit by elements (`Erase`, `Insert`, `SetElem`,
+/// `Fill`, `ShiftVector`, `ResizeVector`, `SetTypedChunk`, `UseMemoryOf` and the like) moves limits
+/// and ends in the contiguous form, while `Rearrange`, `SetIntervalCount`, `Append` and
+/// `CloneSlice` go by intervals.
+///
 /// Limits are not checked when they are stored, as files and scripts bring them piece by piece;
 /// whatever reads through them stays inside the target. Objects are numbered from 1 by base 1
 /// (`Start(1)[1]` is the first limit), from 0 by base 0.
@@ -89,12 +96,13 @@ public:
     /// number, ascending; '&' with an image keeps the pixels that are not 0 there. 'p' computes on
     /// the numbers of a "subnum" and keeps the grouping. All others compute on the limits.
     PMemBlock op(char, PMemBlock, op_options const&) const override;
-    /// Equal limits, in either form, over equal targets.
+    /// Equal limits over equal targets. Separate ends compare as the contiguous form does.
     bool Equals(MemBlock const&) const override;
     DataItem ResolveSubItem(safestring const&, ThrowHandlerFunc) const override;
     /// Make the structure fit another logical class, see `RebuildAs`.
     void DoSetLgType(int) override;
-    /// The number of intervals follows the length. If it throws, nothing has changed.
+    /// Keep `n` limits, of n - 1 intervals, in either form; 0 counts as 1. If it throws, nothing
+    /// has changed.
     void ResizeVector(unsigned long n, bool keep, bool init) override;
     /// Permutes the intervals; the target is left alone, so this ends in separate ends.
     void Rearrange(int const* order, unsigned int n, unsigned int newcount,
@@ -125,16 +133,18 @@ public:
     unsigned int* End(int base);
     unsigned int const* End(int base) const;
     /// The limits of the contiguous form, `IntervalCount() + 1` of them. With separate ends: null,
-    /// or with `reformat` what `Reformat` makes of them, also in a const object, whose meaning
-    /// stays. Throws: 4608 "Could not reformat indexvector (code %d): %s".
+    /// or with `reformat` what `Reformat` makes of them, also in a const object: it compares and
+    /// hashes as before, but has another target. No other reader changes anything. Throws: 4608
+    /// "Could not reformat indexvector (code %d): %s".
     unsigned int* StartAndEnd(int base, bool sorted, bool reformat, unsigned short** shortindices);
     unsigned int const* StartAndEnd(int base, bool sorted, bool reformat,
                                     unsigned short** shortindices) const;
     void EnsureStartAndEnd() const;
     void AddEndArray(); ///< go over to separate ends
-    /// Pack separate ends into the contiguous form: the target gets a copy of what each interval
-    /// holds, in interval order, or with `sorted` in order of the starts, by which the intervals
-    /// are then numbered. Returns 0.
+    /// Pack separate ends into the contiguous form. Where each interval begins at the end of the
+    /// one before it the limits and the target stay. Otherwise the target gets a copy of what each
+    /// interval holds, in interval order, or with `sorted` in order of the starts, by which the
+    /// intervals are then numbered. Returns 0.
     ///
     /// shortindices: gets a block, to be freed by `mb_free`, with the number from 1 of the
     /// interval for each element of the new target; null to do without.
@@ -162,7 +172,8 @@ public:
     int DetectType() const;
     void UpdateType(); ///< set the logical class to `DetectType`, in all layers
     /// Give the structure the target of another logical class; where the present target can't be
-    /// adapted it is replaced by an empty one.
+    /// adapted it is replaced by an empty one, or for "subnum" and "subobj" by as many zeros or
+    /// empty zones as the limits ask for.
     /// Throws: "Cannot adapt IntervalVector structure to type %d (%s): %s".
     void RebuildAs(logic_class_t);
     /// 30 words by logical class, null where there is none.

@@ -1,7 +1,6 @@
 #include <memblock/imaging/numrange.h>
 
 #include <memblock/core/attempt_internal.h>
-#include <memblock/core/keytable.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
 #include <algorithm>
@@ -99,7 +98,7 @@ DerivedPointer<Vector> NumRange::Exploded() const
 DataItem NumRange::ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) const
 {
     if (auto const* row = range_keys.Find(key))
-        return Attempt(handler, [&] { return row->read(*this, handler); });
+        return ReadKey(*row, *this, handler);
     if (key.empty() || key == "!")
         return "begin,end,exclusive,exploded," + Vector::ResolveSubItem(key, handler).GetString();
     return Vector::ResolveSubItem(key, handler);

@@ -2,7 +2,7 @@
 
 #include <memblock/base/number.h>
 #include <memblock/core/attempt_internal.h>
-#include <memblock/core/keytable.h>
+#include <memblock/core/memblock_internal.h>
 #include <memblock/imaging/targetdata_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
@@ -78,6 +78,7 @@ bool Point::Conforms(char const* classname) const
 
 bool Point::Entertain(MemBlockVisitor& visitor, safestring const& path, entertainmode_t mode)
 {
+    KeepAlive const alive(*this);
     bool const go_on = Vector::Entertain(visitor, path, mode);
     if (go_on && mode == em_traverse)
         VisitTarget(target_, visitor, path);
@@ -110,7 +111,7 @@ safestring Point::DoGetDescription() const
 DataItem Point::ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) const
 {
     if (auto const* row = point_keys.Find(key))
-        return Attempt(handler, [&] { return row->read(*this, handler); });
+        return ReadKey(*row, *this, handler);
     if (SameName(key.c_str(), "target_descr"))
         return target_.descr;
     if (key.empty() || key == "!")

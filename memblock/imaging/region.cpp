@@ -1,9 +1,10 @@
 #include <memblock/imaging/region.h>
 
 #include <memblock/base/raise.h>
-#include <memblock/core/keytable.h>
+#include <memblock/core/attempt_internal.h>
 #include <memblock/core/memblock_internal.h>
 #include <memblock/core/options.h>
+#include <memblock/core/visitor.h>
 #include <memblock/imaging/image.h>
 #include <memblock/imaging/intervalvector.h>
 
@@ -46,8 +47,12 @@ DerivedPointer<Image> RegionBase::GetImageRepr() const
 
 DerivedPointer<IndexVector> RegionBase::GetVectorRepr() const
 {
-    if (!vector_)
-        vector_ = MakeVector(*MemCast<Image>(image_));
+    if (!vector_) {
+        Image const* const image = MemCast<Image>(image_);
+        if (!image) // a visitor has taken both forms away
+            Raise(err_state, "No representation stored: %s", *this);
+        vector_ = MakeVector(*image);
+    }
     return DerivedPointer<IndexVector>(vector_);
 }
 
@@ -82,12 +87,24 @@ void RegionBase::TakeVector(PMemBlock vector)
     ContentHasBeenChanged();
 }
 
-// ---- Forwarded to the form that stands for the object
+// ---- Walks
 
+// Settled: a walk that starts here passes through to the form that stands for the object. One that
+// has visited the region itself gets the forms that are stored, each in its place.
 bool RegionBase::Entertain(MemBlockVisitor& v, safestring const& path, entertainmode_t mode)
 {
-    return !Standing() || Standing()->Entertain(v, path, mode);
+    if (mode != em_no_self && mode != em_traverse)
+        return !Standing() || Standing()->Entertain(v, path, mode);
+    KeepAlive const alive(*this);
+    if (!MemBlock::Entertain(v, path, mode))
+        return false;
+    TraverseNode const node(path);
+    if (vector_ && !EntertainChild(vector_, v, TraverseNode(node, "vector").Path(), mode))
+        return false;
+    return !image_ || EntertainChild(image_, v, TraverseNode(node, "image").Path(), mode);
 }
+
+// ---- Forwarded to the form that stands for the object
 
 void RegionBase::DoSerialize(int format, SerializeVisitor& v, safestring const& path,
                              Formatter const& formatter, safestring& output) const
@@ -99,12 +116,16 @@ void RegionBase::DoSerialize(int format, SerializeVisitor& v, safestring const& 
 bool RegionBase::DoSetSubItem(safestring const& key, SafeValue const& value, safestring const&,
                               ThrowHandlerFunc handler)
 {
-    if (!Standing())
+    if (!Standing()) {
+        Report(handler, err_kind, "Cannot set item \"%s\" (%s) in a %s object.", key, value,
+               Class());
         return false;
+    }
     MakeExclusive(Standing()); // a form that was handed in may have other owners
-    bool const done = Standing()->SetSubItem(key, value, handler);
+    if (!Standing()->SetSubItem(key, value, handler))
+        return false;
     ContentHasBeenChanged();
-    return done;
+    return true;
 }
 
 // ---- Conversion
@@ -156,14 +177,14 @@ PMemBlock RegionBase::ConvertTo(safestring const& classname) const
 DataItem RegionBase::ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) const
 {
     if (auto const* const row = region_keys.Find(key))
-        return row->read(*this, handler);
+        return ReadKey(*row, *this, handler);
     if (key.empty() || key == "!")
         return DataItem(Told().keys + MemBlock::ResolveSubItem(key, handler).GetString());
     bool const of_list = AnyKeyOfList(safestring(Told().keys), [&](KeyListEntry const& entry) {
         return SameName(entry.name, {key.data(), key.size()});
     });
     if (of_list) // the rest of the own list is what the vector form answers
-        return GetVectorRepr()->ResolveSubItem(key, handler);
+        return Attempt(handler, [&] { return GetVectorRepr()->ResolveSubItem(key, handler); });
     return MemBlock::ResolveSubItem(key, handler);
 }
 

@@ -9,11 +9,14 @@ namespace NKelmic {
 ///
 /// It holds an image form, one value a pixel, or a vector form, a list of pixel numbers, or both;
 /// the one that is missing is made when it is first asked for, also in a const object. While a
-/// vector form is there it stands for the object: what is set, visited or written goes to it. The
-/// other one keeps what it had until the next `SetContent`; that is settled.
+/// vector form is there it stands for the object: what is set or written goes to it. The other one
+/// keeps what it had until the next `SetContent`; that is settled.
 class MEMBLOCK_API RegionBase : public MemBlock {
 public:
     bool Conforms(char const*) const override; ///< the own class name
+    /// A walk that starts here passes through to the form that stands for the object. One that has
+    /// visited the region already, as a child or in a traversal, gets the forms that are stored as
+    /// children of it, "vector" and "image", and may replace them.
     bool Entertain(MemBlockVisitor&, safestring const& path, entertainmode_t) override;
     bool AddConvertArg(safestring const&, DataItem const&, ConvertOptions&,
                        ThrowHandlerFunc) const override;

@@ -1,9 +1,9 @@
 #include <memblock/imaging/targetdata_internal.h>
 
 #include <memblock/base/number.h>
-#include <memblock/core/attempt_internal.h>
 #include <memblock/core/keytable.h>
 #include <memblock/core/visitor.h>
+#include <memblock/imaging/packedlimits_internal.h>
 #include <memblock/imaging/shape_internal.h>
 #include <memblock/vector/convert.h>
 
@@ -93,19 +93,17 @@ std::optional<bool> SetTargetKey(TargetData& target, safestring const& key, Safe
         of_size ? ReadCoordinates(key.c_str() + at, key.size() - at) : Coordinates();
     if (number.count == 1 && at > prefix)
         return true; // as any number that no dimension has
-    auto const attempt = [&](auto&& write) { return Attempt(handler, write); };
     if (number.count == 1)
-        return attempt([&] { return SetSize(target, number.at[0], value); });
+        return SetSize(target, number.at[0], value);
     if (SameName(key.c_str(), "target_data"))
-        return attempt([&] { return SetData(target, value, handler); });
+        return SetData(target, value, handler);
     if (SameName(key.c_str(), "target_rank"))
-        return attempt([&] { return SetRank(target, value.GetInt()); });
-    if (SameName(key.c_str(), "target_descr"))
-        return attempt([&] {
-            target.descr = value.GetString();
-            return true;
-        });
-    if (SameName(key.c_str(), "factor"))
+        return SetRank(target, value.GetInt());
+    if (SameName(key.c_str(), "target_descr")) {
+        target.descr = value.GetString();
+        return true;
+    }
+    if (SameName(key.c_str(), "factor") || SameName(key.c_str(), "@factor"))
         return true; // taken and ignored: the factor of indices and coordinates is 1.0
     return std::nullopt;
 }
@@ -124,6 +122,8 @@ void VisitTarget(TargetData const& target, MemBlockVisitor& visitor, safestring 
 
 DerivedPointer<Vector> AsIndices(DerivedPointer<Vector> v)
 {
+    if (auto limits = PackedLimits(cref(v)))
+        v = limits;
     v = cref(v).ConvertElemsToType(Vector::UnsignedInt, true, false);
     if (v->Factor() != 1.0) {
         v = PrivateCopy(std::move(v));

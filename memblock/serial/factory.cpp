@@ -138,7 +138,7 @@ void MemBlockFactory::ClearAllClasses() {}
 
 MemBlockFactory& MemBlock::Factory()
 {
-    static MemBlockFactory factory;
+    static auto& factory = *new MemBlockFactory; // never destroyed: jobs may outlive all statics
     return factory;
 }
 

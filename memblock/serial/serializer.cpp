@@ -1,5 +1,6 @@
 #include <memblock/serial/serializer.h>
 
+#include <memblock/base/listitems_internal.h>
 #include <memblock/core/conversion_internal.h>
 
 #include <array>
@@ -64,20 +65,24 @@ Formatter::~Formatter() = default;
 int Formatter::FindTag(safestringlist& list, FormatTag* table, unsigned n, unsigned start,
                        bool quiet)
 {
-    safestringlist const entry = list;
     int found = -1;
-    for (unsigned long i = 0; i < list.size();) {
-        int const row = FindRow(table, n, start, WithoutLeadingBlanks(list[i]));
+    bool any_left = false;
+    safestring left;
+    for (safestring const& item : ItemsOf(list)) {
+        int const row = FindRow(table, n, start, WithoutLeadingBlanks(item));
         if (row < 0) {
-            ++i;
+            if (any_left)
+                left += list.Separator();
+            left += item;
+            any_left = true;
             continue;
         }
         if (found >= 0 && row != found && !quiet)
-            Raise(err_kind, "Conflicting tags in format string: %s", JoinString(entry, ","));
+            Raise(err_kind, "Conflicting tags in format string: %s", JoinString(list, ","));
         if (found < 0)
             found = row;
-        list.erase(i);
     }
+    list = safestringlist(left, list.Separator());
     return found < 0 ? -1 : table[found].value;
 }
 
@@ -108,8 +113,8 @@ bool Formatter::Init(safestringlist const& list, ThrowHandlerFunc handler)
         SetValue("fmt", "ascii");
         Throw(e, handler);
     }
-    for (unsigned long i = 0; i < words.size(); ++i)
-        if (safestring const word = Trimmed(words[i]); !word.empty())
+    for (safestring const& item : ItemsOf(words))
+        if (safestring const word = Trimmed(item); !word.empty())
             ReadOption(*this, word);
     return found;
 }

@@ -74,7 +74,9 @@ private:
 ///
 /// Adding, waiting and reading belong to one thread, as a rule the creator. While it waits, the
 /// workers reach it by notifications and consultations: these handlers run on the waiting thread
-/// and nowhere else. A pool made on a worker, or with no threads, runs its jobs inside `Wait`.
+/// and nowhere else. What they throw leaves `Wait`, and nothing else: jobs keep their results, and
+/// a later `Wait` goes on. A pool made on a worker, with no threads, or when the workers have been
+/// stopped at the end of the program, runs its jobs inside `Wait`.
 /// A headless pool collects nothing and is never waited for.
 ///
 /// Values cross threads as private copies, see `DataItem::MakeCopy` and `MemBlock::MakeDeepCopy`.
@@ -102,8 +104,9 @@ public:
     int AddNewJob(Job* job);
     int GetJobCount();
 
-    /// Handle messages until all jobs are done or the pool is aborted; returns the number of jobs
-    /// that are not done. More jobs may be added afterwards.
+    /// Handle messages until all jobs are done or the pool is aborted, or until all that are left
+    /// wait for the caller, which is inside of them or of the answer that they asked for. Returns
+    /// the number of jobs that are not done. More jobs may be added afterwards.
     ///
     /// timeout_s: for how long to sleep when no message comes, before looking again; it limits
     /// neither the silence nor the total. 0 never sleeps.

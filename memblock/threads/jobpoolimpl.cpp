@@ -11,7 +11,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <cxxabi.h>
 #include <map>
+#include <utility>
 
 namespace NKelmic {
 namespace {
@@ -25,12 +27,20 @@ enum status_t { status_unknown = 0, status_added = 1, status_succeeded = 3, stat
 constinit std::atomic<unsigned long long> last_serial{0};
 
 typedef std::map<safestring, DataItem> ThreadItems;
+typedef std::map<unsigned long long, ThreadItems> ItemsByPool; // by the serial of the pool
 
-/// By the serial of the pool. The entries go with the thread.
-std::map<unsigned long long, ThreadItems>& ItemsOfThisThread()
+/// The entries go with the thread. What static destructors keep, when those of the main thread
+/// have gone, stays.
+ItemsByPool& ItemsOfThisThread()
 {
-    static thread_local std::map<unsigned long long, ThreadItems> items;
-    return items;
+    static thread_local constinit ItemsByPool* items = nullptr;
+    static thread_local struct AtEnd {
+        ~AtEnd() { delete std::exchange(items, nullptr); }
+    } const at_end;
+    static_cast<void>(&at_end);
+    if (!items)
+        items = new ItemsByPool;
+    return *items;
 }
 
 int ThreadsFromEnvironment(int threads)
@@ -49,6 +59,10 @@ ThreadSharablePointer<JobPoolImpl> JobPoolImpl::Create(bool continue_on_error, i
     if (JobPool::IsCurrentThreadRunningAsWorker()) {
         LogJobs(7, "Creating a single-threaded JobPool, because running in a worker thread "
                    "context.");
+        return new JobPoolImpl_ST(continue_on_error);
+    }
+    if (ThreadMgr::Instance().HasEnded()) {
+        LogJobs(7, "Creating a single-threaded JobPool, because the program is ending.");
         return new JobPoolImpl_ST(continue_on_error);
     }
     threads = ThreadsFromEnvironment(threads);
@@ -116,7 +130,10 @@ int JobPoolImpl::Wait(int timeout_s, JobPool& pool)
         ~Waiting() { place = before; }
     } const waiting{waiting_, waiting_};
     waiting_ = &pool;
-    return DoWait(timeout_s, pool);
+    RaiseThrown(); // one a Wait, as with workers
+    int const left = DoWait(timeout_s, pool);
+    RaiseThrown(); // of a handler that a notification of the pool itself called
+    return left;
 }
 
 void JobPoolImpl::Abort(safestring const& message)
@@ -183,6 +200,78 @@ void JobPoolImpl::HandleNotifyOfWaiting(int job, int code, DataItem& value)
         waiting_->HandleNotify(job, code, value);
 }
 
+void JobPoolImpl::Handle(PoolMsg& message)
+{
+    switch (message.type) {
+    case PoolMsg::none:
+        break;
+    case PoolMsg::started:
+        NotifyJobStarted(message.job);
+        break;
+    case PoolMsg::succeeded:
+    case PoolMsg::failed:
+        SetResult(message.type == PoolMsg::succeeded, message.job, message.value);
+        break;
+    case PoolMsg::notify:
+        HandleNotifyOfWaiting(message.job, message.code, message.value);
+        break;
+    case PoolMsg::consult:
+        AnswerConsultation(message);
+        break;
+    }
+}
+
+void JobPoolImpl::HandleFromHere(PoolMsg& message)
+{
+    bool const asks = message.type == PoolMsg::consult; // and can't wait for the next Wait
+    while (asks && !kept_.empty()) {
+        PoolMsg earlier = std::move(kept_.front());
+        kept_.pop_front();
+        HandleContained(earlier);
+    }
+    if (thrown_.empty() || asks)
+        HandleContained(message);
+    else
+        kept_.push_back(std::move(message));
+    message = PoolMsg();
+}
+
+void JobPoolImpl::HandleContained(PoolMsg& message)
+{
+    try {
+        Handle(message);
+    } catch (abi::__forced_unwind const&) { // the thread is being cancelled
+        throw;
+    } catch (...) {
+        thrown_.push_back(std::current_exception());
+    }
+}
+
+void JobPoolImpl::RaiseThrown()
+{
+    if (thrown_.empty())
+        return;
+    std::exception_ptr const first = std::move(thrown_.front());
+    thrown_.pop_front();
+    std::rethrow_exception(first);
+}
+
+bool JobPoolImpl::HandleKept()
+{
+    if (kept_.empty())
+        return false;
+    PoolMsg message = std::move(kept_.front());
+    kept_.pop_front();
+    Handle(message);
+    return true;
+}
+
+void JobPoolImpl::RunHere(Job& job)
+{
+    WorkerThread::RunJobHere(job, *this);
+    RaiseThrown();
+}
+
 void JobPoolImpl::AnswerConsultation(PoolMsg& message)
 {
     Consultation& asked = Consultation::Of(message);
@@ -206,6 +295,7 @@ void JobPoolImpl::NotifyJobPoolDestroyed()
     // Callers may share what the results refer to, and this object may end on a worker.
     std::vector<DataItem>().swap(results_);
     statuses_.clear();
+    kept_.clear();
 }
 
 void JobPoolImpl::Notify(int job, int code, DataItem& value)

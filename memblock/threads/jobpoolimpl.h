@@ -6,6 +6,8 @@
 
 #include <atomic>
 #include <boost/thread/mutex.hpp>
+#include <exception>
+#include <list>
 #include <vector>
 
 namespace NKelmic {
@@ -88,12 +90,28 @@ protected:
     static void DropPool(Job& job);  ///< may end the life of this object
     static void DeleteJob(Job* job); ///< one that has not run
     static int IndexOf(Job const& job);
+    int Unfinished() const { return GetJobCount() - finished_; }
+
+    // On the waiting thread only:
+
+    /// Do what a message says, which calls a handler.
+    void Handle(PoolMsg& message);
+    /// The same for a message from a job that runs inside `Wait`. What a handler throws is not for
+    /// the job: `Wait` raises it when the job has ended, and messages that come until then are
+    /// kept for the next `Wait`, as those of a worker would be. Leaves the message empty.
+    void HandleFromHere(PoolMsg& message);
+    /// Handle one message that was kept. False if there is none.
+    bool HandleKept();
+    /// Run a job inside `Wait`. Throws what a handler threw meanwhile.
+    void RunHere(Job& job);
+
+private:
+    void HandleContained(PoolMsg& message);
+    void RaiseThrown();
     /// Give a consultation to the waiting pool's handler and answer with what it says.
     void AnswerConsultation(PoolMsg& message);
     void HandleNotifyOfWaiting(int job, int code, DataItem& value);
-    int Unfinished() const { return GetJobCount() - finished_; }
 
-private:
     std::vector<DataItem> results_;
     std::vector<int> statuses_;
     int finished_ = 0;
@@ -104,6 +122,8 @@ private:
     safestring abort_message_;         // guarded by abort_mutex_
     unsigned int const creator_thread_;
     JobPool* waiting_ = nullptr; // null outside of Wait
+    std::list<PoolMsg> kept_;    // see HandleFromHere
+    std::list<std::exception_ptr> thrown_;
 };
 
 /// The text of the exception that is being handled; "Unknown error" for a type without one.

@@ -1,12 +1,14 @@
 #include <memblock/threads/jobpoolkinds_internal.h>
 
 #include <memblock/base/raise.h>
+#include <memblock/core/memblock_internal.h>
 #include <memblock/threads/joblog_internal.h>
 #include <memblock/threads/jobpool.h>
 #include <memblock/threads/mutex.h>
 #include <memblock/threads/threadmgr.h>
 
 #include <algorithm>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -19,7 +21,7 @@ void MakeIndependent(DataItem& value)
     value.MakeCopy();
     if (value.GetType() == it_memblock)
         if (auto& block = value.MemoryRef())
-            block->MakeDeepCopy(); // a private object may still hold shared ones
+            MakeIndependent(*block); // a private object may still hold shared ones
 }
 
 Consultation::Consultation(DataItem& question)
@@ -57,6 +59,24 @@ DataItem Consultation::WaitForAnswer()
     return std::move(value_);
 }
 
+thread_local constinit HeldJob* HeldJob::innermost_ = nullptr;
+
+int HeldJob::Count(JobPoolImpl const& pool)
+{
+    int count = 0;
+    for (HeldJob const* held = innermost_; held; held = held->outer_)
+        count += &held->pool_ == &pool;
+    return count;
+}
+
+bool HeldJob::RunsHere(JobPoolImpl const& pool)
+{
+    for (HeldJob const* held = innermost_; held; held = held->outer_)
+        if (&held->pool_ == &pool && held->kind_ == here)
+            return true;
+    return false;
+}
+
 void JobPoolImpl_ST::DoAddJob(Job* job)
 {
     JobPoolImpl::DoAddJob(job);
@@ -71,21 +91,21 @@ void JobPoolImpl_ST::DoNotifyAborted()
 
 int JobPoolImpl_ST::DoWait(int, JobPool& pool)
 {
-    while (!pool.Finished() && !IsAborted() && !jobs_.empty()) { // empty: a job waits itself
+    while (!pool.Finished() && !IsAborted()) {
+        if (HandleKept())
+            continue;
+        if (jobs_.empty()) // a job waits itself
+            break;
         Job& job = *jobs_.front();
         jobs_.pop_front();
-        WorkerThread::RunJobHere(job, *this);
+        RunHere(job);
     }
     return static_cast<int>(jobs_.size());
 }
 
 void JobPoolImpl_ST::DoPostPoolMessage(PoolMsg& message)
 {
-    if (message.type == PoolMsg::notify)
-        HandleNotifyOfWaiting(message.job, message.code, message.value);
-    else if (message.type == PoolMsg::consult)
-        AnswerConsultation(message);
-    message = PoolMsg();
+    HandleFromHere(message);
 }
 
 JobPoolImpl_MT_base::JobPoolImpl_MT_base(bool continue_on_error, int threads)
@@ -131,10 +151,14 @@ void JobPoolImpl_MT::DoNotifyAborted()
             static_cast<int>(jobs.size()));
     for (auto* job : jobs)
         DeleteJob(job);
+    while (Job* const job = TakeJobLeftBehind())
+        DeleteJob(job);
 }
 
 void JobPoolImpl_MT::DoPostPoolMessage(PoolMsg& message)
 {
+    if (HeldJob::RunsHere(*this))
+        return HandleFromHere(message);
     MakeIndependent(message.value); // first: it may fail, and then nothing is posted
     JobPoolImpl_MT_base::DoPostPoolMessage(message);
     bool const asks = message.type == PoolMsg::consult;
@@ -172,8 +196,18 @@ int JobPoolImpl_MT::DoWait(int timeout_s, JobPool& pool)
             DismissInbox();
             break;
         }
-        if (NextMessage(message, timeout_s))
-            Handle(message);
+        if (HandleKept())
+            continue;
+        if (Job* const job = TakeJobLeftBehind()) {
+            RunHere(*job);
+            continue;
+        }
+        int const held = HeldJob::Count(*this);
+        bool const stuck = held > 0 && Unfinished() <= held; // all that is left waits for us
+        if (NextMessage(message, stuck ? 0 : timeout_s))
+            HandlePosted(message);
+        else if (stuck)
+            break;
         else if (timeout_s <= 0)
             std::this_thread::yield();
     }
@@ -193,26 +227,34 @@ bool JobPoolImpl_MT::NextMessage(PoolMsg& message, int timeout_s)
     return true;
 }
 
-void JobPoolImpl_MT::Handle(PoolMsg& message)
+void JobPoolImpl_MT::HandlePosted(PoolMsg& message)
 {
-    switch (message.type) {
-    case PoolMsg::none:
-        break;
-    case PoolMsg::started:
+    if (message.type == PoolMsg::started)
         RefillRunQueue(); // before the handler, which may take its time or throw
-        NotifyJobStarted(message.job);
-        break;
-    case PoolMsg::succeeded:
-    case PoolMsg::failed:
-        SetResult(message.type == PoolMsg::succeeded, message.job, message.value);
-        break;
-    case PoolMsg::notify:
-        HandleNotifyOfWaiting(message.job, message.code, message.value);
-        break;
-    case PoolMsg::consult:
-        AnswerConsultation(message);
-        break;
+    std::optional<HeldJob> held;
+    if (message.type == PoolMsg::consult && message.job >= 0)
+        held.emplace(*this, HeldJob::asking);
+    Handle(message);
+}
+
+/// A job that no worker will take: the program is ending, or all workers wait for answers of this
+/// thread, which waits for the jobs. Null if there is none.
+Job* JobPoolImpl_MT::TakeJobLeftBehind()
+{
+    if (!ThreadMgr::Instance().HasEnded() && HeldJob::Count(*this) < threads_)
+        return nullptr;
+    Job* job = nullptr;
+    {
+        boost::mutex::scoped_lock const lock(queue_mutex_);
+        for (; !job && !run_queue_.empty(); run_queue_.pop_front())
+            job = run_queue_.front().job;
     }
+    boost::mutex::scoped_lock const prewait(prewait_mutex_);
+    if (!job && !prewait_.empty()) {
+        job = prewait_.front();
+        prewait_.pop_front();
+    }
+    return job;
 }
 
 void JobPoolImpl_MT::RefillRunQueue()

@@ -32,6 +32,33 @@ private:
 /// Make a value safe to leave its thread: nothing that it reaches is counted from elsewhere.
 void MakeIndependent(DataItem& value);
 
+/// A job that can't end before the current thread has returned to it: it runs on this thread, or
+/// waits for the answer of a handler that does.
+class HeldJob {
+public:
+    enum kind_t {
+        on_worker, ///< it runs, and posts to a waiting thread
+        here,      ///< it runs on the waiting thread
+        asking     ///< it waits for an answer
+    };
+    HeldJob(JobPoolImpl const& pool, kind_t kind) : pool_(pool), kind_(kind), outer_(innermost_)
+    {
+        innermost_ = this;
+    }
+    ~HeldJob() { innermost_ = outer_; }
+    HeldJob(HeldJob const&) = delete;
+    HeldJob& operator=(HeldJob const&) = delete;
+
+    static int Count(JobPoolImpl const& pool);
+    static bool RunsHere(JobPoolImpl const& pool); ///< a job of this pool is of that kind
+
+private:
+    static thread_local constinit HeldJob* innermost_;
+    JobPoolImpl const& pool_; // for comparison
+    kind_t const kind_;
+    HeldJob* const outer_;
+};
+
 /// Runs its jobs inside `Wait`, on the waiting thread.
 class JobPoolImpl_ST : public JobPoolImpl {
 public:
@@ -60,6 +87,8 @@ protected:
     int maxbusy_;                  // guarded by queue_mutex_
     int busy_ = 0;                 // guarded by queue_mutex_: jobs handed out and not yet reported
     int const threads_;            // maxbusy_ without the lock
+    // Here, for the manager to rouse the waiting thread as long as it knows the pool.
+    ThreadFifo<PoolMsg, WaitPolicy_Timeout> fifo_;
 };
 
 class JobPoolImpl_MT : public JobPoolImpl_MT_base {
@@ -79,13 +108,13 @@ protected:
 
 private:
     bool NextMessage(PoolMsg& message, int timeout_s);
-    void Handle(PoolMsg& message);
+    void HandlePosted(PoolMsg& message);
+    Job* TakeJobLeftBehind();
     void RefillRunQueue();
     void DismissInbox();
 
     boost::mutex prewait_mutex_;
-    std::deque<Job*> prewait_; // guarded by prewait_mutex_: held back to keep the run queue short
-    ThreadFifo<PoolMsg, WaitPolicy_Timeout> fifo_;
+    std::deque<Job*> prewait_;   // guarded by prewait_mutex_: held back to keep the run queue short
     std::vector<PoolMsg> inbox_; // taken out of the fifo: the waiting thread's
     std::size_t inbox_next_ = 0;
 };

@@ -41,10 +41,20 @@ public:
             spinner_.Until([this] { return filled_.load(std::memory_order_acquire); });
         boost::unique_lock<boost::mutex> lock(mutex_, boost::defer_lock);
         LockSoon(lock);
-        if (queue_.empty() && !closed_ && timeout_s > 0)
+        if (queue_.empty() && !closed_ && !roused_ && timeout_s > 0)
             Sleep_lk(lock, timeout_s);
+        roused_ = false;
         out.swap(queue_);
         filled_.store(closed_, std::memory_order_relaxed);
+    }
+
+    /// Have the reader look around once, although there may be no message.
+    void Rouse()
+    {
+        boost::mutex::scoped_lock const lock(mutex_);
+        roused_ = true;
+        filled_.store(true, std::memory_order_release);
+        condition_.notify_all();
     }
 
     /// Take no more messages, wake the reader and return what it has not taken.
@@ -60,7 +70,7 @@ public:
 private:
     void Sleep_lk(boost::unique_lock<boost::mutex>& lock, int timeout_s)
     {
-        auto const awake = [this] { return !queue_.empty() || closed_; };
+        auto const awake = [this] { return !queue_.empty() || closed_ || roused_; };
         struct Sleeping { // also when the wait is interrupted
             bool& flag;
             explicit Sleeping(bool& f) : flag(f) { flag = true; }
@@ -76,6 +86,7 @@ private:
     boost::condition_variable condition_;
     std::vector<T> queue_;            // guarded by mutex_
     bool closed_ = false;             // guarded by mutex_
+    bool roused_ = false;             // guarded by mutex_
     bool sleeping_ = false;           // guarded by mutex_
     std::atomic<bool> filled_{false}; // a hint for the reader
     // The reader's. Short: where each processor has a worker, they pay for its looks.

@@ -55,12 +55,12 @@ void TellPosted(Job& job)
 
 ThreadMgr& ThreadMgr::Instance()
 {
-    struct Owner {
-        ThreadMgr* const manager = new ThreadMgr;
-        ~Owner() { manager->StopWorkers(); } // the object stays: see its destructor
-    };
-    static Owner owner;
-    return *owner.manager;
+    static auto& manager = *new ThreadMgr; // stays: see its destructor
+    static struct AtEnd {
+        ~AtEnd() { manager.StopWorkers(); }
+    } const at_end;
+    static_cast<void>(&at_end);
+    return manager;
 }
 
 void ThreadMgr::StopWorkers()
@@ -69,6 +69,8 @@ void ThreadMgr::StopWorkers()
     stopping_ = true;
     posted_.fetch_add(1, std::memory_order_release);
     wake_condition_.notify_all();
+    for (auto* pool : pools_) // who waits has to run the jobs that are left
+        pool->fifo_.Rouse();
     std::vector<boost::thread*> threads;
     for (auto* worker : workers_)
         threads.push_back(worker->thread_.get());

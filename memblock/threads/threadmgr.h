@@ -22,15 +22,14 @@ public:
     void operator()();
     /// Run one job and post what comes of it. The job may be gone afterwards.
     static void RunJob(Job& job);
-    /// The same on any thread, with the result handed straight to its pool.
+    /// The same on the thread that waits for the pool.
     static void RunJobHere(Job& job, JobPoolImpl& pool);
 
 private:
     friend class ThreadMgr;
     friend struct ThreadMgrProbe; // of the tests
     void RunJobs();
-    template <class Sink>
-    static void RunInto(Sink sink, Job& job);
+    static void Run(Job& job, JobPoolImpl& pool, bool here);
     static DataItem ReportFailure(Job& job);
     static void Finish(Job& job);
 
@@ -62,6 +61,8 @@ public:
     /// Processors, target count, workers that run a job, and the default count of a pool.
     void GetInfo(int& cores, int& desired, int& busy, int& threads);
     int GetThreadCount(); ///< the target
+    /// The program is ending: no worker takes a job any more.
+    bool HasEnded() const { return stopping_.load(std::memory_order_acquire); }
     /// Set the target and launch what is missing; reaps the workers that have ended.
     /// Throws: `boost::thread_resource_error`; the target is then the former one.
     void SetThreadCount(int n);
@@ -98,13 +99,13 @@ private:
     int Working_lk() const { return actual_ - ended_ - blocked_; }
 
     boost::mutex main_mutex_;
-    std::set<WorkerThread*> workers_; // this and the next guarded by main_mutex_
-    int desired_ = 0;                 // running workers to have
-    int actual_ = 0;                  // launched and not yet reaped
-    int ended_ = 0;                   // of those, the ones that take no job any more
-    int blocked_ = 0;                 // inside a BlockingOperation
-    int idle_ = 0;                    // asleep in Fetch
-    bool stopping_ = false;
+    std::set<WorkerThread*> workers_;   // this and the next guarded by main_mutex_
+    int desired_ = 0;                   // running workers to have
+    int actual_ = 0;                    // launched and not yet reaped
+    int ended_ = 0;                     // of those, the ones that take no job any more
+    int blocked_ = 0;                   // inside a BlockingOperation
+    int idle_ = 0;                      // asleep in Fetch
+    std::atomic<bool> stopping_{false}; // written under main_mutex_
     std::vector<JobPoolImpl_MT_base*> pools_;
     std::size_t next_pool_ = 0;
     boost::mutex wake_mutex_;

@@ -1,9 +1,10 @@
 #include <memblock/threads/threadsharable.h>
 
+#include <memblock/base/appendwhole_internal.h>
 #include <memblock/base/raise.h>
 #include <memblock/core/dataitem.h>
 #include <memblock/core/visitor.h>
-#include <memblock/serial/loader.h>
+#include <memblock/serial/warning.h>
 
 #include <boost/thread/lock_algorithms.hpp>
 #include <boost/thread/lock_guard.hpp>
@@ -170,7 +171,7 @@ DataItem ThreadSharable::DoVerb(char const*, SafeValue const&, SafeValue const&)
 void ThreadSharable::Serialize(int format, SerializeVisitor& v, safestring const& path,
                                Formatter const& formatter, safestring& output) const
 {
-    DoSerialize(format, v, path, formatter, output);
+    AppendWhole(output, [&] { DoSerialize(format, v, path, formatter, output); });
 }
 
 ThreadSharablePointer<ThreadSharable> ThreadSharable::UnSerialize(int format,

@@ -8,78 +8,43 @@
 #include <utility>
 
 namespace NKelmic {
-namespace {
 
-/// Reports by messages to the waiting thread of the job's pool.
-struct PostingSink {
-    static constexpr char const* tag = "Unexpected exception: JPL367";
-    JobPoolImpl& pool;
-    int job;
-
-    void Started()
-    {
-        PoolMsg message(PoolMsg::started, job);
-        pool.PostPoolMessage(message);
-    }
-    void Check(DataItem& result) { MakeIndependent(result); } // a failure of it is the job's
-    void Result(bool ok, DataItem& value)
-    {
-        PoolMsg message(ok ? PoolMsg::succeeded : PoolMsg::failed, job);
-        message.value.swap(value);
-        pool.PostPoolMessage(message);
-    }
-    void Lost() { pool.Abort(safestring()); } // the result will never come: let nobody wait for it
-};
-
-/// Reports to a pool that waits on this same thread.
-struct DirectSink {
-    static constexpr char const* tag = "Unexpected exception: JPL325";
-    JobPoolImpl& pool;
-    int job;
-
-    void Started() { pool.NotifyJobStarted(job); }
-    void Check(DataItem&) {}
-    void Result(bool ok, DataItem& value) { pool.SetResult(ok, job, value); }
-    void Lost() {}
-};
-
-} // namespace
-
-template <class Sink>
-void WorkerThread::RunInto(Sink sink, Job& job)
+void WorkerThread::Run(Job& job, JobPoolImpl& pool, bool here)
 {
-    LogJobs(7, "Worker thread: running task %d in job pool: %s", job.index_, *job.pool_);
+    LogJobs(7, "Worker thread: running task %d in job pool: %s", job.index_, pool);
     job.thread_id_ = GetCurrentThreadId();
     try {
-        DataItem value;
-        bool ok = false;
+        HeldJob const held(pool, here ? HeldJob::here : HeldJob::on_worker);
+        PoolMsg message(PoolMsg::failed, job.index_);
         try {
-            sink.Started();
-            value = job.Run();
-            sink.Check(value);
-            ok = true;
+            PoolMsg started(PoolMsg::started, job.index_);
+            pool.PostPoolMessage(started);
+            message.value = job.Run();
+            if (!here)
+                MakeIndependent(message.value); // a failure of it is the job's
+            message.type = PoolMsg::succeeded;
         } catch (...) {
-            value = ReportFailure(job);
+            message.value = ReportFailure(job);
         }
-        if (ok)
+        if (message.type == PoolMsg::succeeded)
             LogJobs(7, "Worker thread: completed task %d in job pool: %s, result: %s", job.index_,
-                    *job.pool_, value);
-        sink.Result(ok, value);
+                    pool, message.value);
+        pool.PostPoolMessage(message);
     } catch (...) {
-        LogJobs(2, Sink::tag);
-        sink.Lost();
+        LogJobs(2, here ? "Unexpected exception: JPL325" : "Unexpected exception: JPL367");
+        pool.Abort(safestring()); // the result will never come: let nobody wait for it
     }
     Finish(job);
 }
 
 void WorkerThread::RunJob(Job& job)
 {
-    RunInto(PostingSink{*job.pool_, job.index_}, job);
+    Run(job, *job.pool_, false);
 }
 
 void WorkerThread::RunJobHere(Job& job, JobPoolImpl& pool)
 {
-    RunInto(DirectSink{pool, job.index_}, job);
+    Run(job, pool, true);
 }
 
 DataItem WorkerThread::ReportFailure(Job& job)

@@ -1,6 +1,7 @@
 #include <memblock/vector/convert.h>
 
 #include <memblock/imaging/elemtypechange_internal.h>
+#include <memblock/imaging/packedlimits_internal.h>
 #include <memblock/vector/convert_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
@@ -103,6 +104,8 @@ DerivedPointer<Vector> Vector::ConvertElemsToType(DataType type, bool contents,
         return DerivedPointer<Vector>(this);
     if (!IsInSet<AllTypes>(type))
         Raise(err_kind, "Conversion not supported: %s", *this);
+    if (auto const limits = PackedLimits(*this))
+        return cref(limits).ConvertElemsToType(type, contents, keep_factor);
     if (!contents || Length() == 0)
         return CloneWith(OpenChunk(Length(), type), FactorOfOpen(*this, type));
     if (type == Byte && !keep_factor)
@@ -144,7 +147,6 @@ void Vector::ReadAs(DataType type)
     if (length != chunk_.Length())
         CheckNewLength(length);
     std::as_const(*this).Pointer(); // a delayed initialization is for the old type
-    NotifyElemType(type);
     SetTypedChunk(ReadChunkAs(chunk_, type, length));
 }
 

@@ -3,6 +3,7 @@
 
 #include <memblock/vector/convert.h>
 #include <memblock/vector/elemnumber_internal.h>
+#include <memblock/vector/summary.h>
 
 namespace NKelmic {
 
@@ -37,8 +38,21 @@ struct ElemRange {
     T min, max;
 };
 
-constexpr int key_max = 100;
-constexpr int key_min = 101;
+/// The exact range of the elements of a vector that is not empty, by one pass over them.
+template <class T>
+ElemRange<wide_t<T>> ScannedRangeOf(Vector const& v)
+{
+    using W = wide_t<T>;
+    T const* const data = v.TypedPointer<T>();
+    W low = data[0];
+    W high = data[0];
+    for (unsigned int i = 1; i < v.Length(); ++i) {
+        W const value = data[i];
+        low = value < low ? value : low;
+        high = value > high ? value : high;
+    }
+    return {low, high};
+}
 
 /// The exact range of the elements of an integer vector that is not empty.
 template <class T>
@@ -46,17 +60,10 @@ ElemRange<wide_t<T>> RangeOf(Vector const& v)
 {
     using W = wide_t<T>;
     if constexpr (sizeof(T) > 4) { // beyond what the cached doubles can tell
-        T const* const data = v.TypedPointer<T>();
-        W low = data[0];
-        W high = data[0];
-        for (unsigned int i = 1; i < v.Length(); ++i) {
-            low = data[i] < low ? data[i] : low;
-            high = data[i] > high ? data[i] : high;
-        }
-        return {low, high};
+        return ScannedRangeOf<T>(v);
     } else {
         if (SummaryIsOfBytes(v))
-            return {elem_lowest<T>, elem_greatest<T>};
+            return ScannedRangeOf<T>(v);
         return {static_cast<W>(v.SecondaryDouble(key_min, throw_always)),
                 static_cast<W>(v.SecondaryDouble(key_max, throw_always))};
     }

@@ -1,5 +1,6 @@
 #include <memblock/vector/convert_internal.h>
 
+#include <memblock/imaging/packedlimits_internal.h>
 #include <memblock/serial/warning.h>
 
 #include <algorithm>
@@ -11,8 +12,6 @@ namespace NKelmic {
 namespace {
 
 constexpr unsigned int warning_precision = 1048576;
-constexpr int key_finitemin = 113;
-constexpr int key_finitemax = 114;
 
 /// Summary values that a change of the factor only multiplies. Where an element is rounded, the
 /// index of an extreme and all mean values are other ones afterwards.
@@ -79,8 +78,10 @@ private:
 template <class T>
 ElemRange<double> DoubleRangeOf(Vector const& v)
 {
-    if (SummaryIsOfBytes(v))
-        return {static_cast<double>(elem_lowest<T>), static_cast<double>(elem_greatest<T>)};
+    if (SummaryIsOfBytes(v)) {
+        auto const range = ScannedRangeOf<T>(v);
+        return {static_cast<double>(range.min), static_cast<double>(range.max)};
+    }
     return {v.SecondaryDouble(key_min, throw_always), v.SecondaryDouble(key_max, throw_always)};
 }
 
@@ -126,7 +127,8 @@ void ensure_factor_integral_tmpl(Vector* vector, T* data, double ratio)
 
 void Vector::EnsureFactor(double factor)
 {
-    if (factor == factor_)
+    if (factor == factor_ ||
+        EditPacked(*this, [factor](Vector& limits) { limits.EnsureFactor(factor); }))
         return;
     DataType const type = ElemType();
     if (type == String || type == PolyType)

@@ -1,5 +1,6 @@
 #include <memblock/vector/convert.h>
 
+#include <memblock/base/listitems_internal.h>
 #include <memblock/vector/convert_internal.h>
 
 #include <algorithm>
@@ -194,7 +195,7 @@ DataType ChooseCoverType(DataType a, DataType b)
 
 DataType Vector::String2Type(safestring const& text, ThrowHandlerFunc handler)
 {
-    safestringlist const words = SplitString(text, ",; \t", true);
+    auto const words = ItemsOf(SplitString(text, ",; \t", true));
     if (words.empty()) {
         Report(handler, err_kind, "Elemtype spec missing.");
         return NoType;
@@ -204,8 +205,7 @@ DataType Vector::String2Type(safestring const& text, ThrowHandlerFunc handler)
     TypeWord sum{.text = ""};
     DataType named = NoType;
     bool possible = true;
-    for (unsigned long i = 0; i < words.size(); ++i) {
-        safestring const spec = words[i];
+    for (safestring const& spec : words) {
         if (TypeWord const* word = FindTypeWord(spec)) {
             possible = possible && Combine(sum, *word);
         } else if ((named = FindTypeName(spec)) != NoType) {

@@ -1,6 +1,7 @@
 #include <memblock/vector/vector.h>
 
 #include <memblock/base/number.h>
+#include <memblock/core/memblock_internal.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
@@ -85,12 +86,12 @@ Vector::Vector() : factor_(1.0), chunk_(0, Int, MemChunk(), 0) {}
 
 Vector::Vector(TypedChunk const& chunk, double factor) : factor_(factor), chunk_(chunk)
 {
-    CheckLength(chunk.Length());
+    CheckChunk(chunk);
 }
 
 Vector::Vector(TypedChunk&& chunk, double factor) : factor_(factor), chunk_(std::move(chunk))
 {
-    CheckLength(chunk_.Length());
+    CheckChunk(chunk_);
 }
 
 Vector::Vector(Vector const& o, TypedChunk const& chunk, double factor)
@@ -194,7 +195,8 @@ void Vector::FinishClone(int mode)
     if (ElemType() == PolyType) {
         DataItem* items = PolyTypePointer();
         for (unsigned int i = 0; i < Length(); ++i)
-            items[i].MakeCopy();
+            if (mode != deep_copy_mode || items[i].GetType() == it_sharable)
+                items[i].MakeCopy();
     } else if (ElemType() == PMemory && mode <= 0) {
         PMemBlock* objects = PMemoryPointer();
         for (unsigned int i = 0; i < Length(); ++i)

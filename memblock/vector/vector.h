@@ -29,7 +29,8 @@ public:
     // ---- Creation: each function returns an object with one owner.
 
     static DerivedPointer<Vector> Create(); ///< empty, of type Int
-    /// Share the buffer of `chunk`.
+    /// Share the buffer of `chunk`. Throws, as all that wrap memory: "A null buffer cannot hold %u
+    /// elements.", unless a delayed initialization is to bring it.
     static DerivedPointer<Vector> Create(TypedChunk const& chunk, double factor);
     static DerivedPointer<Vector> Create(TypedChunk&& chunk, double factor); ///< or take it over
     /// Make a vector of zeros, empty texts, undefined values or null objects.
@@ -41,6 +42,8 @@ public:
                                          double factor);
     /// Wrap a foreign buffer of `first + length` elements. `deleter` runs once, when the last
     /// user of the buffer is gone; null leaves the buffer to the caller.
+    /// Throws, and leaves the buffer to the caller too: 256 for lengths above the limit; "A null
+    /// buffer cannot hold %u elements.".
     static DerivedPointer<Vector> Create(unsigned long length, DataType, void* buffer,
                                          void (*deleter)(void*), int first, double factor);
     static DerivedPointer<Vector> Create(unsigned long length, DataType, void* buffer,
@@ -127,8 +130,10 @@ public:
     /// Add the elements of another vector at the end, which may be this one.
     ///
     /// Cooked values count: the operand is taken to the factor of this vector, and either side to
-    /// a type that covers both. Throws, with nothing changed: "Cannot append non-vector to a
-    /// vector: %s", "Vector::Append(): Could not convert another vector in my representation.".
+    /// a type that covers both. An image whose logical class has no pixels of that type becomes one
+    /// of data. Throws, with nothing changed: "Cannot append non-vector to a vector: %s",
+    /// "Vector::Append(): Could not convert another vector in my representation."; 32 "Cannot
+    /// change image pixel type to: %s" for objects.
     virtual void Append(DerivedPointer<Vector>);
 
 protected:
@@ -232,7 +237,9 @@ public:
     /// Let the first `n` elements vanish without a copy; a negative `n` brings back such ones, or
     /// those that `Create` put ahead of index 0.
     void SetFirstIndex(int n);
-    /// Exchange buffer, type and length; a class with a shape follows through `ResizeVector`.
+    /// Exchange buffer, type and length; a class with a shape follows through `ResizeVector`, and
+    /// the logical class of an image as in `Append`. Throws, with nothing changed, as `Create`,
+    /// `ResizeVector` and `Append` do for the chunk, the length and the type.
     void SetTypedChunk(TypedChunk const&);
     /// Look at the memory of another vector through the own type and length. Returns whether both
     /// buffers had one size before. Object elements need equal types and lengths.

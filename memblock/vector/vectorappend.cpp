@@ -1,5 +1,7 @@
 #include <memblock/vector/vector.h>
 
+#include <memblock/imaging/elemtypechange_internal.h>
+#include <memblock/imaging/packedlimits_internal.h>
 #include <memblock/vector/convert.h>
 #include <memblock/vector/convert_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
@@ -9,10 +11,14 @@ namespace NKelmic {
 namespace {
 
 /// The type that holds the elements of `mine` and those of `other` behind them.
-DataType CoverForAppend(Vector const& mine, Vector const& other)
+DataType CoverForAppend(Vector const& mine, Vector const& other, bool other_factor)
 {
     DataType const type = mine.ElemType();
     DataType const added = other.ElemType();
+    if (other_factor && IsInSet<IntegerTypes>(type) && IsInSet<IntegerTypes>(added))
+        return Vector::Double;
+    if (type == added)
+        return type;
     bool const sign_mix = IsInSet<SignedTypes>(type) && IsInSet<UnsignedTypes>(added);
     if (sign_mix && mine.Length() > 0 && mine.SecondaryDouble(key_min, throw_always) < 0)
         return Vector::Double;
@@ -58,12 +64,13 @@ void Vector::Append(DerivedPointer<Vector> v)
         return;
     if (!PMemBlock(v).Conforms("vector"))
         Raise(err_kind, "Cannot append non-vector to a vector: %s", v);
+    if (auto limits = PackedLimits(cref(v)))
+        v = limits;
     bool const numbers = IsInSet<NumericTypes>(ElemType()) && IsInSet<NumericTypes>(v->ElemType());
-    if (numbers && v->Factor() != factor_)
+    bool const other_factor = numbers && v->Factor() != factor_;
+    DataType const cover = CoverForAppend(*this, cref(v), other_factor);
+    if (other_factor)
         v = WithFactor(std::move(v), factor_);
-
-    DataType const cover =
-        v->ElemType() == ElemType() ? ElemType() : CoverForAppend(*this, cref(v));
     if (cover != v->ElemType())
         v = WithType(v, cover);
     unsigned long const old_length = Length();
@@ -91,6 +98,7 @@ void Vector::AppendSameType(Vector const& v, unsigned long added)
         throw;
     }
     Changed();
+    CountObjects(*this);
 }
 
 } // namespace NKelmic

@@ -1,8 +1,10 @@
 #include <memblock/vector/vectorchunk_internal.h>
 
 #include <memblock/base/alloc.h>
+#include <memblock/vector/vector.h>
 
 #include <new>
+#include <typeinfo>
 
 namespace NKelmic {
 
@@ -10,12 +12,52 @@ namespace {
 
 constexpr unsigned long max_length = 0x7FFFFFFF;
 
+/// A plain vector holds what it is given.
+bool WatchesObjects(Vector const& v)
+{
+    return v.ElemType() == DataTypeBase::PMemory && typeid(v) != typeid(Vector);
+}
+
 } // namespace
+
+void AskForObjects(Vector& v, unsigned int first, PMemBlock const* objects, unsigned long count)
+{
+    if (!WatchesObjects(v))
+        return;
+    SafeValue arguments[] = {static_cast<int>(first), static_cast<int>(count),
+                             static_cast<void*>(const_cast<PMemBlock*>(objects))};
+    v.DoVerb("notif_objects_chng", 3, arguments);
+}
+
+void AskForContent(Vector& v, TypedChunk const& chunk)
+{
+    if (!WatchesObjects(v))
+        return;
+    SafeValue type(static_cast<int>(chunk.Type()));
+    v.DoVerb("notif_elmtyp_chng", 1, &type);
+    if (chunk.Type() != DataTypeBase::PMemory)
+        return;
+    chunk.DelayedInitialize();
+    AskForObjects(v, 0, static_cast<PMemBlock const*>(chunk.Data()), chunk.Length());
+}
 
 void CheckLength(unsigned long length)
 {
     if (length > max_length)
         Raise(err_state, "Vector length %u is above the limit of %u elements.", length, max_length);
+}
+
+void CheckBuffer(void const* buffer, unsigned long length)
+{
+    if (!buffer && length > 0)
+        Raise(err_kind, "A null buffer cannot hold %u elements.", length);
+}
+
+void CheckChunk(TypedChunk const& chunk)
+{
+    CheckLength(chunk.Length());
+    if (!chunk.HasDelayed()) // which may bring the memory
+        CheckBuffer(chunk.Chunk().Data(), chunk.Length());
 }
 
 TypedChunk NewChunk(unsigned long length, DataType type)

@@ -32,17 +32,6 @@ TypedChunk NewChunkWithFirst(unsigned long length, DataType type, unsigned long 
     return TypedChunk(length, type, MemChunk((length + first) * width), first * width);
 }
 
-template <class... Release>
-TypedChunk ForeignChunk(unsigned long length, DataType type, void* buffer, unsigned long first,
-                        Release... release)
-{
-    CheckLength(length);
-    CheckLength(length + first);
-    unsigned long const width = TypedChunk::SizeOf(type);
-    return TypedChunk(length, type, MemChunk(buffer, release..., (length + first) * width),
-                      first * width);
-}
-
 /// The whole text as a number, within the range of Int elements; false if it is not one.
 bool ReadWhole(safestring const& text, long& number)
 {

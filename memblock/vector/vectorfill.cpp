@@ -1,7 +1,9 @@
 #include <memblock/vector/vector.h>
 
 #include <memblock/base/number.h>
+#include <memblock/imaging/packedlimits_internal.h>
 #include <memblock/vector/elemnumber_internal.h>
+#include <memblock/vector/vectorchunk_internal.h>
 
 #include <algorithm>
 #include <cmath>
@@ -65,10 +67,16 @@ MEMBLOCK_VALUE_ELEM_TYPES(MEMBLOCK_INSTANTIATE)
 
 void Vector::Fill(DataItem const& item)
 {
+    if (EditPacked(*this, [&](Vector& limits) { limits.Fill(item); }))
+        return;
     SafeValue const value(item); // a copy: the item may be an element of this vector
     WithElemType<TypeUnion<NumericTypes, ObjectTypes>>(
         ElemType(), "Function fill_tmpl not implemented for data type '%s'",
         [&]<class T>(NKelmic::Elem<T>) {
+            if constexpr (std::is_same_v<T, PMemBlock>) {
+                PMemBlock const object = value.GetMemory();
+                AskForObjects(*this, 0, &object, std::min(Length(), 1U));
+            }
             fill_tmpl<T>(Pointer(), static_cast<int>(Length()), value, nullptr);
         });
     Changed();
@@ -76,6 +84,10 @@ void Vector::Fill(DataItem const& item)
 
 void Vector::Clear()
 {
+    if (EditPacked(*this, [](Vector& limits) { limits.Clear(); }))
+        return;
+    PMemBlock const none;
+    AskForObjects(*this, 0, &none, std::min(Length(), 1U));
     void* const data = Pointer();
     if (IsObject(ElemType())) {
         TypedChunk::Destroy_Buffer(data, Length(), ElemType());

@@ -2,6 +2,7 @@
 
 #include <memblock/base/text.h>
 #include <memblock/core/deepstack_internal.h>
+#include <memblock/imaging/packedlimits_internal.h>
 #include <memblock/serial/serializer.h>
 #include <memblock/serial/warning.h>
 #include <memblock/vector/vectorforms_internal.h>
@@ -90,16 +91,6 @@ void WriteElement(Vector const& v, unsigned int i, Road const& road, safestring&
         road.visitor.Descend(item, road.format, road.path + ElementName(i), road.formatter, output);
     else if (item.IsDefined())
         output += item.GetString();
-}
-
-/// Line ends become blanks, those at the end go.
-safestring OnOneLine(safestring text)
-{
-    while (!text.empty() && (text.back() == '\n' || text.back() == '\r'))
-        text.pop_back();
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
-    return text;
 }
 
 void WriteElementsAsText(Vector const& v, Road const& road, safestring& output)
@@ -218,6 +209,15 @@ void AppendHexa(unsigned char const* data, unsigned long size, safestring& outpu
 
 } // namespace
 
+safestring OnOneLine(safestring text)
+{
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r'))
+        text.pop_back();
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+    return text;
+}
+
 template <class T>
 void serialize1_tmpl(void const* data, int length, safestring& output)
 {
@@ -264,17 +264,17 @@ void SerializeHexa(Vector const* vector, safestring& output)
 void Vector::DoSerialize(int format, SerializeVisitor& visitor, safestring const& path,
                          Formatter const& formatter, safestring& output) const
 {
+    if (auto const limits = PackedLimits(*this))
+        return limits->Vector::DoSerialize(format, visitor, path, formatter, output);
     auto const write = FormOf(format, ElemType());
     if (!write)
         return MemBlock::DoSerialize(format, visitor, path, formatter, output);
-    unsigned long const before = output.size();
     try {
         if (OnTheWay::Is(*this))
             Raise(err_state, "An object that holds itself cannot be serialized: %s", *this);
         OnTheWay const mark(*this);
         WithEnoughStack([&] { write(*this, {format, visitor, path, formatter}, output); });
     } catch (Exception const& e) {
-        output.resize(before);
         if (std::strlen(e.what()) > longest_message)
             throw;
         Raise(e.Code(), "Exception during serialization of (%s): %s", path, e.what());

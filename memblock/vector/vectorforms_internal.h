@@ -37,6 +37,8 @@ safestring VectorExpression(Vector const& v);
 
 /// "[index]", the name of an element in a path.
 safestring ElementName(unsigned int i);
+/// The text with blanks for its line ends; those at the end go.
+safestring OnOneLine(safestring text);
 
 /// Append the bytes of plain elements in one of the encodings: 1 none, 10 gzip, 11 base64, 12 gzip
 /// and base64, 13 hexadecimal. The factor is left aside.

@@ -1,3 +1,4 @@
+#include <memblock/base/appendwhole_internal.h>
 #include <memblock/base/number.h>
 #include <memblock/base/text.h>
 #include <memblock/serial/serializer.h>
@@ -180,14 +181,16 @@ void WriteElements(Vector const& v, SerializeVisitor& visitor, safestring const&
 void Vector::SerializeMorvane(SerializeVisitor& visitor, safestring const& name,
                               Formatter const& formatter, safestring& output) const
 {
-    if (ElemType() == String)
-        OutputStringVector(*this, name, output);
-    else if (IsObject(ElemType()))
-        WriteElements(*this, visitor, name, formatter, output);
-    else if (ElemType() == VoidStar) // addresses mean nothing elsewhere
-        MemBlock::DoSerialize(Formatter::ser_morvane, visitor, name, formatter, output);
-    else
-        WriteNumbers(*this, visitor, name, formatter, output);
+    AppendWhole(output, [&] {
+        if (ElemType() == String)
+            OutputStringVector(*this, name, output);
+        else if (IsObject(ElemType()))
+            WriteElements(*this, visitor, name, formatter, output);
+        else if (ElemType() == VoidStar) // addresses mean nothing elsewhere
+            MemBlock::DoSerialize(Formatter::ser_morvane, visitor, name, formatter, output);
+        else
+            WriteNumbers(*this, visitor, name, formatter, output);
+    });
 }
 
 } // namespace NKelmic

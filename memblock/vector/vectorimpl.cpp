@@ -1,5 +1,6 @@
 #include <memblock/core/memblockimpl.h>
 
+#include <memblock/imaging/packedlimits_internal.h>
 #include <memblock/vector/summary.h>
 #include <memblock/vector/vector.h>
 
@@ -28,7 +29,9 @@ template <class T>
 DataItem VectorImpl<T>::CalculateSecondaryItemNonVirtual(int key, bool& handled,
                                                          ThrowHandlerFunc handler) const
 {
-    auto const& vector = dynamic_cast<Vector const&>(*owner_);
+    auto const& owner = dynamic_cast<Vector const&>(*owner_);
+    auto const limits = PackedLimits(owner);
+    Vector const& vector = limits ? cref(limits) : owner;
     T const* const data = vector.TypedPointer<T>();
     unsigned int const length = vector.Length();
     // Further keys that come out of the same pass go into the cache.

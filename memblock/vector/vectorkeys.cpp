@@ -4,16 +4,16 @@
 #include <memblock/base/number.h>
 #include <memblock/base/text.h>
 #include <memblock/core/attempt_internal.h>
-#include <memblock/core/keytable.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/imaging/numrange.h>
+#include <memblock/imaging/packedlimits_internal.h>
 #include <memblock/serial/warning.h>
 #include <memblock/vector/summary.h>
 #include <memblock/vector/vectorforms_internal.h>
 
 #include <climits>
 #include <cstdlib>
-#include <memory>
+#include <vector>
 
 namespace NKelmic {
 
@@ -83,9 +83,9 @@ DataItem Histogram(Vector const& v, ThrowHandlerFunc handler)
     return histogram;
 }
 
-DataItem Expression(Vector const& v, ThrowHandlerFunc handler)
+DataItem Expression(Vector const& v, ThrowHandlerFunc)
 {
-    return Attempt(handler, [&] { return DataItem(VectorExpression(v)); });
+    return VectorExpression(v);
 }
 
 /// The bytes of the buffer as they lie there: what is written through the result is written into
@@ -99,11 +99,9 @@ DataItem Buffer(Vector const& v, ThrowHandlerFunc)
                 Text("The object is in shared use, changing the raw data buffer may alter "
                      "apparently unrelated data: %s",
                      v));
-    auto keeper = std::make_unique<MemChunk>(chunk);
-    MemChunk bytes(
-        chunk.Data(), [](void*, void* kept) { delete static_cast<MemChunk*>(kept); }, keeper.get(),
-        chunk.Size());
-    keeper.release();
+    MemChunk bytes( // lets the kept one go even where it can't be made
+        chunk.Data(), [](void*, void* kept) { delete static_cast<MemChunk*>(kept); },
+        new MemChunk(chunk), chunk.Size());
     // A write to the bytes of an object would crash later: such a write gets its own copy.
     bytes.SetReadOnly(chunk.IsReadOnly() || Vector::IsObject(v.ElemType()));
     return Vector::Create(TypedChunk(bytes.Size(), Vector::Byte, bytes, 0), 1.0);
@@ -124,49 +122,40 @@ DataItem PlainData(Vector const& v, ThrowHandlerFunc)
 
 // ---- writing
 
-bool SetLength(Vector& v, SafeValue const& value, ThrowHandlerFunc handler)
+bool SetLength(Vector& v, SafeValue const& value, ThrowHandlerFunc)
 {
-    return Attempt(handler, [&] {
-        int const length = value.GetInt();
-        if (length < 0)
-            Raise(err_kind, "Vector length cannot be negative: %d", length);
-        v.ResizeVector(static_cast<unsigned long>(length), true, true);
-        return true;
-    });
+    int const length = value.GetInt();
+    if (length < 0)
+        Raise(err_kind, "Vector length cannot be negative: %d", length);
+    v.ResizeVector(static_cast<unsigned long>(length), true, true);
+    return true;
 }
 
-bool SetElementType(Vector& v, SafeValue const& value, ThrowHandlerFunc handler)
+bool SetElementType(Vector& v, SafeValue const& value, ThrowHandlerFunc)
 {
-    return Attempt(handler, [&] {
-        v.SetElemType(Vector::String2Type(value.GetString(), throw_always), true, false);
-        return true;
-    });
+    v.SetElemType(Vector::String2Type(value.GetString(), throw_always), true, false);
+    return true;
 }
 
 // Settled: the raw values stay, so that `x.factor=x.factor*f` scales the cooked ones.
-bool SetRawFactor(Vector& v, SafeValue const& value, ThrowHandlerFunc handler)
+bool SetRawFactor(Vector& v, SafeValue const& value, ThrowHandlerFunc)
 {
-    return Attempt(handler, [&] {
-        v.SetFactor(value.GetFloating());
-        return true;
-    });
+    v.SetFactor(value.GetFloating());
+    return true;
 }
 
-bool SetEmptyDimensions(Vector& v, SafeValue const& value, ThrowHandlerFunc handler)
+bool SetEmptyDimensions(Vector& v, SafeValue const& value, ThrowHandlerFunc)
 {
-    return Attempt(handler, [&] {
-        if (v.Length() != 0)
-            Raise(err_kind, "Dimensions can only be set while there is no data: %s", v);
-        safestringlist const sizes = SplitString(value.GetString(), ",", false);
-        std::vector<SafeValue> arguments;
-        for (unsigned long i = 0, n = sizes.size(); i < n && i <= unsigned(v.GetRank()); ++i)
-            arguments.emplace_back(CountItem(StringToUInt()(sizes[i])));
-        if (v.DoVerb("SetDimSizes", static_cast<int>(arguments.size()), arguments.data())
-                .IsUndefined())
-            Raise(err_kind, "Cannot set item \"%s\" (%s) in a %s object.", "empty_dimensions",
-                  value, v.Class());
-        return true;
-    });
+    if (LimitCount(v) != 0)
+        Raise(err_kind, "Dimensions can only be set while there is no data: %s", v);
+    safestringlist const sizes = SplitString(value.GetString(), ",", false);
+    std::vector<SafeValue> arguments;
+    for (unsigned long i = 0, n = sizes.size(); i < n && i <= unsigned(v.GetRank()); ++i)
+        arguments.emplace_back(CountItem(StringToUInt()(sizes[i])));
+    if (v.DoVerb("SetDimSizes", static_cast<int>(arguments.size()), arguments.data()).IsUndefined())
+        Raise(err_kind, "Cannot set item \"%s\" (%s) in a %s object.", "empty_dimensions", value,
+              v.Class());
+    return true;
 }
 
 /// All names that a key may have, without its leading '@': "@mean" is "mean".
@@ -253,9 +242,9 @@ bool ReadNumber(char const*& at, long& number)
 
 bool IsPosition(Vector const& v, long index, char const* text, ThrowHandlerFunc handler)
 {
-    if (index >= 0 && index < static_cast<long>(v.Length()))
+    if (index >= 0 && index < static_cast<long>(LimitCount(v)))
         return true;
-    Report(handler, err_kind, text, 0, v.Length(), index);
+    Report(handler, err_kind, text, 0, LimitCount(v), index);
     return false;
 }
 
@@ -315,48 +304,61 @@ DataItem SliceByKey(Vector const& v, safestring const& key, ThrowHandlerFunc han
     });
 }
 
-bool InsertByKey(Vector& v, safestring const& key, SafeValue const& value, ThrowHandlerFunc handler)
+/// A name in quotes without the outer pair. No name has more than a few: of more than that, all
+/// others go at once, where each would cost a copy and a call.
+safestring Unquoted(safestring const& key)
 {
-    return Attempt(handler, [&] {
-        unsigned int const position = StringToUInt()(key.substr(insert_key.size()));
-        try {
-            v.Insert(static_cast<int>(std::min<unsigned int>(position, INT_MAX)), value);
-        } catch (Exception const&) {
-            Raise(err_kind, "Insertion into a vector not supported: %s", v);
-        }
-        return true;
-    });
+    constexpr std::size_t many = 8;
+    std::size_t pairs = 1;
+    while (2 * pairs + 2 <= key.size() && key[pairs] == '@' && key[key.size() - 1 - pairs] == '@')
+        ++pairs;
+    std::size_t const cut = pairs > many ? pairs - many : 1;
+    return key.substr(cut, key.size() - 2 * cut);
+}
+
+bool InsertByKey(Vector& v, safestring const& key, SafeValue const& value)
+{
+    unsigned int const position = StringToUInt()(key.substr(insert_key.size()));
+    try {
+        v.Insert(static_cast<int>(std::min<unsigned int>(position, INT_MAX)), value);
+    } catch (Exception const&) {
+        Raise(err_kind, "Insertion into a vector not supported: %s", v);
+    }
+    return true;
+}
+
+/// Whether a key asks for elements or for what is computed of them.
+bool ReadsElements(safestring const& key)
+{
+    auto const* const row = FindKey(key);
+    return IsIndexKey(key) || (row && row->read) || BeginsWith(key, slice_key);
 }
 
 bool SetByIndex(Vector& v, safestring const& key, SafeValue const& value, ThrowHandlerFunc handler)
 {
-    return Attempt(handler, [&] {
-        unsigned int const index = StringToUInt()(key);
-        if (!IsPosition(v, index, write_out_of_bounds, handler))
-            return false;
-        v.SetElem(index, static_cast<DataItem const&>(value));
-        return true;
-    });
+    unsigned int const index = StringToUInt()(key);
+    if (!IsPosition(v, index, write_out_of_bounds, handler))
+        return false;
+    v.SetElem(index, static_cast<DataItem const&>(value));
+    return true;
 }
 
 } // namespace
 
 DataItem Vector::ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) const
 {
+    if (HoldsStartsOnly(*this) && ReadsElements(key))
+        return PackedLimits(*this)->Vector::ResolveSubItem(key, handler);
     if (IsIndexKey(key))
         return ByIndex(*this, key, handler);
     if (auto const* row = FindKey(key); row && row->read)
-        return row->read(*this, handler);
+        return ReadKey(*row, *this, handler);
     if (key.empty() || key == "!" || key == "*")
         return KeyList(*this, key, handler);
     if (BeginsWith(key, slice_key))
         return SliceByKey(*this, key, handler);
-    if (key[0] == '@' && key.back() == '@') { // only such a name is quoted: no copy of any other
-        safestring name = key;
-        UnquoteName(name);
-        if (name.size() < key.size())
-            return ResolveSubItem(name, handler);
-    }
+    if (key.size() > 1 && key[0] == '@' && key.back() == '@')
+        return ResolveSubItem(Unquoted(key), handler);
     return MemBlock::ResolveSubItem(key, handler);
 }
 
@@ -366,7 +368,7 @@ bool Vector::DoSetSubItem(safestring const& key, SafeValue const& value,
     if (auto const* row = FindKey(key); row && row->write)
         return row->write(*this, value, handler);
     if (BeginsWith(key, insert_key))
-        return InsertByKey(*this, key, value, handler);
+        return InsertByKey(*this, key, value);
     if (is_numeric(key))
         return SetByIndex(*this, key, value, handler);
     return MemBlock::DoSetSubItem(key, value, full_path, handler);

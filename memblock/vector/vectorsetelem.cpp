@@ -1,7 +1,9 @@
 #include <memblock/vector/vector.h>
 
 #include <memblock/base/number.h>
+#include <memblock/imaging/packedlimits_internal.h>
 #include <memblock/vector/elemnumber_internal.h>
+#include <memblock/vector/vectorchunk_internal.h>
 
 #include <cmath>
 #include <limits>
@@ -48,6 +50,15 @@ T AsObject(V value)
         return str(value);
 }
 
+/// Put a stored form into its place; an object only where it fits beside the others.
+template <class T>
+void Place(Vector& v, unsigned int i, T&& stored)
+{
+    if constexpr (std::is_same_v<T, PMemBlock>)
+        AskForObjects(v, i, &stored, 1);
+    v.TypedPointer<T>()[i] = std::move(stored);
+}
+
 /// Store `raw` into a number element, `value` into an object element; false if it does not fit.
 /// The test comes first: a refused value leaves a shared buffer shared.
 template <class V>
@@ -61,7 +72,7 @@ bool StoreNumber(Vector& v, unsigned int i, V raw, V value)
                 stored = AsObject<T>(value);
             else if (!StoreRaw(&stored, raw))
                 return false;
-            v.TypedPointer<T>()[i] = std::move(stored);
+            Place(v, i, std::move(stored));
             return true;
         });
 }
@@ -96,6 +107,8 @@ void Vector::CheckSetIndex(unsigned int i) const
 
 void Vector::SetElem(unsigned int i, double value)
 {
+    if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, value); }))
+        return;
     CheckSetIndex(i);
     double const raw = factor_ == 1.0 ? value : value / factor_;
     // A small factor may take a finite value beyond double: no infinity comes out of that.
@@ -108,6 +121,8 @@ void Vector::SetElem(unsigned int i, double value)
 
 void Vector::SetElem(unsigned int i, int value)
 {
+    if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, value); }))
+        return;
     CheckSetIndex(i);
     if (!StoreNumber(*this, i, value, value))
         Raise(err_kind, "Vector::SetElem(): Value (%d) out of range for data item: %s", value,
@@ -117,6 +132,8 @@ void Vector::SetElem(unsigned int i, int value)
 
 void Vector::SetElem(unsigned int i, unsigned int value)
 {
+    if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, value); }))
+        return;
     CheckSetIndex(i);
     if (!StoreNumber(*this, i, value, value))
         Raise(err_kind, "Vector::SetElem(): Value (%u) out of range for data item: %s", value,
@@ -130,7 +147,7 @@ void SetElemInt64(Vector& v, unsigned int i, long long value)
     T stored = FromInt64<T>(value, "Vector::SetElem(): Value (%d) out of range for data type: %s",
                             "Vector::SetElem(): Value (%d) out of range for data type: triple",
                             "Vector::SetElem(): Value (%d) out of range for data type: uint64");
-    v.TypedPointer<T>()[i] = std::move(stored);
+    Place(v, i, std::move(stored));
 }
 
 template <class T>
@@ -139,11 +156,13 @@ void SetElemUInt64(Vector& v, unsigned int i, unsigned long long value)
     T stored = FromInt64<T>(value, "Vector::SetElem(): Value (%u) out of range for data type: %s",
                             "Vector::SetElem(): Value (%u) out of range for data type: triple",
                             nullptr); // uint64 holds them all
-    v.TypedPointer<T>()[i] = std::move(stored);
+    Place(v, i, std::move(stored));
 }
 
 void Vector::SetElem(unsigned int i, long long value)
 {
+    if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, value); }))
+        return;
     CheckSetIndex(i);
     WithElemType<ElementTypes>(
         ElemType(), "Function SetElemInt64 not implemented for data type '%s'",
@@ -153,6 +172,8 @@ void Vector::SetElem(unsigned int i, long long value)
 
 void Vector::SetElem(unsigned int i, unsigned long long value)
 {
+    if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, value); }))
+        return;
     CheckSetIndex(i);
     WithElemType<ElementTypes>(
         ElemType(), "Function SetElemUInt64 not implemented for data type '%s'",
@@ -162,13 +183,15 @@ void Vector::SetElem(unsigned int i, unsigned long long value)
 
 void Vector::SetElem(unsigned int i, safestring const& text)
 {
+    if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, text); }))
+        return;
     CheckSetIndex(i);
     if (ElemType() == String) {
         *StringPointer(i) = text;
     } else if (ElemType() == PolyType) {
         *PolyTypePointer(i) = DataItem(text);
     } else if (ElemType() == PMemory) {
-        *PMemoryPointer(i) = CreateFrom(text);
+        Place(*this, i, PMemBlock(CreateFrom(text)));
     } else {
         int whole = 0;
         double real = 0.0;
@@ -184,9 +207,11 @@ void Vector::SetElem(unsigned int i, char const* text)
 
 void Vector::SetElem(unsigned int i, PMemBlock object)
 {
+    if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, object); }))
+        return;
     CheckSetIndex(i);
     if (ElemType() == PMemory) {
-        *PMemoryPointer(i) = object;
+        Place(*this, i, PMemBlock(object));
     } else if (ElemType() == PolyType) {
         *PolyTypePointer(i) = DataItem(object);
     } else {
@@ -205,6 +230,8 @@ void Vector::SetElem(unsigned int i, PMemBlock object)
 
 void Vector::SetElem(unsigned int i, DataItem const& item)
 {
+    if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, item); }))
+        return;
     CheckSetIndex(i);
     if (ElemType() == PolyType) {
         *PolyTypePointer(i) = item;

@@ -3,6 +3,7 @@
 #include <memblock/base/raise.h>
 #include <memblock/core/memblock_internal.h>
 #include <memblock/imaging/elemtypechange_internal.h>
+#include <memblock/imaging/packedlimits_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
 #include <algorithm>
@@ -146,11 +147,11 @@ void Vector::ChangeDimSizes(unsigned int const* dims, int n)
 
 void Vector::ShiftVector(int n)
 {
+    if (n == 0 || EditPacked(*this, [n](Vector& limits) { limits.ShiftVector(n); }))
+        return;
     unsigned long const length = Length();
     if (n < 0)
         return Erase(0, static_cast<int>(std::min<long>(-static_cast<long>(n), Length())));
-    if (n == 0)
-        return;
     ResizeVector(length + n, true, true);
     WithElemTypeOr<ObjectTypes>(
         ElemType(), [&] { MoveBytesUp(Pointer(), length * ElemSize(), n * long(ElemSize())); },
@@ -169,6 +170,8 @@ void Vector::Erase(int pos, int count)
 {
     if (pos < 0 || count < 0)
         Raise(err_kind, "Vector::Erase() called with illegal parameters: %d, %d", pos, count);
+    if (EditPacked(*this, [&](Vector& limits) { limits.Erase(pos, count); }))
+        return;
     unsigned int const length = Length();
     unsigned int const from = static_cast<unsigned int>(pos);
     if (from >= length || count == 0)
@@ -202,6 +205,8 @@ void movebyone_tmpl(T* data, unsigned int pos, unsigned int length)
 
 void Vector::Insert(int pos, DataItem const& item)
 {
+    if (EditPacked(*this, [&](Vector& limits) { limits.Insert(pos, item); }))
+        return;
     unsigned int const length = Length();
     if (pos < 0 || static_cast<unsigned int>(pos) > length)
         Raise(err_kind, "Cannot insert element at position %d into: %s", pos, *this);
@@ -244,6 +249,7 @@ void Vector::Rearrange(int const* idx, unsigned int n, unsigned int newlen,
                     ElemSize());
         fresh = TypedChunk(newlen, ElemType(), MemChunk(fresh.Chunk()), ElemSize());
     }
+    AskForContent(*this, chunk_); // or what moves to the new buffer would be lost
     if (IsObject(ElemType()))
         WithElemType<ObjectTypes>(
             ElemType(), "Function rearrange_swap not implemented for data type '%s'",
@@ -262,10 +268,11 @@ void Vector::Rearrange(int const* idx, unsigned int n, unsigned int newlen,
 DerivedPointer<Vector> Vector::CloneSlice(unsigned int from, unsigned int to) const
 {
     if (from != to) {
-        if (from >= Length())
+        unsigned int const length = LimitCount(*this);
+        if (from >= length)
             Raise(err_precondition, "Vector::CloneSlice(): start index invalid (%d): %s",
                   static_cast<int>(from), *this);
-        unsigned int const end = to == 0 ? from + 1 : std::min(to, Length());
+        unsigned int const end = to == 0 ? from + 1 : std::min(to, length);
         if (from < end)
             return DoCloneSlice(from, end);
     }
@@ -281,6 +288,8 @@ void Vector::SetFirstIndex(int n)
 {
     if (IsObject(ElemType()))
         ThrowAssertException(__FILE__, __LINE__, "!IsObject(ElemType())");
+    if (EditPacked(*this, [n](Vector& limits) { limits.SetFirstIndex(n); }))
+        return;
     long const width = ElemSize();
     long const offset = static_cast<long>(chunk_.GetOffset()) + n * width;
     long const length = static_cast<long>(Length()) - n;
@@ -293,28 +302,53 @@ void Vector::SetFirstIndex(int n)
 void Vector::SetTypedChunk(TypedChunk const& chunk)
 {
     KeepAlive const alive(*this); // the cached values that go may hold the last pointer to it
+    if (EditPacked(*this, [&](Vector& limits) { limits.SetTypedChunk(chunk); }))
+        return;
+    CheckChunk(chunk);
     if (chunk.Length() != chunk_.Length())
         CheckNewLength(chunk.Length());
-    unsigned long const old_length = chunk_.Length();
-    DataType const old_type = ElemType();
-    chunk_ = chunk;
-    if (ElemType() != old_type)
-        ResetPimpl();
-    ContentHasBeenChanged();
-    if (chunk_.Length() != old_length)
-        ResizeVector(chunk_.Length(), true, true);
+    AskForContent(*this, chunk);
+    if (chunk.Type() != ElemType())
+        NotifyElemType(chunk.Type());
+    ElemTypeChange const change(*this);
+    auto const install = [&](TypedChunk const& content) {
+        bool const retyped = content.Type() != ElemType();
+        chunk_ = content;
+        if (retyped)
+            ResetPimpl();
+        ContentHasBeenChanged();
+        if (retyped)
+            change.PutBack();
+    };
+    TypedChunk const old = chunk_;
+    install(chunk);
+    try {
+        if (old.Length() != chunk_.Length())
+            ResizeVector(chunk_.Length(), true, true);
+    } catch (...) {
+        install(old);
+        throw;
+    }
+    CountObjects(*this);
 }
 
 bool Vector::UseMemoryOf(Vector const& other)
 {
+    bool as_large = false;
+    if (EditPacked(*this, [&](Vector& limits) { as_large = limits.UseMemoryOf(other); }))
+        return as_large;
+    if (auto const limits = PackedLimits(other))
+        return UseMemoryOf(cref(limits));
     bool const objects = IsObject(ElemType()) || IsObject(other.ElemType());
     if (objects && (ElemType() != other.ElemType() || Length() != other.Length()))
         Raise(err_kind, "Cannot cast data array into requested type: %s", other);
+    AskForContent(*this, other.chunk_);
     other.Pointer(); // what the other has put off must be done now
     bool const same_size = chunk_.Chunk().Size() == other.chunk_.Chunk().Size();
     chunk_.SetMemChunk(other.chunk_.Chunk(), other.chunk_.GetOffset());
     chunk_.SetDelayed(nullptr); // it was meant for the memory that went
     Changed();
+    CountObjects(*this);
     return same_size;
 }
 
@@ -327,8 +361,10 @@ void Vector::TransferOwnerShip(DerivedPointer<Vector> target)
 {
     if (!target || target.Pointer() == this)
         return;
+    TypedChunk const nothing;
+    AskForContent(*this, nothing);
     target->UseMemoryOf(*this);
-    SetTypedChunk(TypedChunk());
+    SetTypedChunk(nothing);
 }
 
 #define MEMBLOCK_INSTANTIATE(NAME, ID, T, TEXT)                                                    \

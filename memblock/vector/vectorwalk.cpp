@@ -1,6 +1,7 @@
-#include <memblock/core/visitor.h>
+#include <memblock/core/childwalk_internal.h>
 #include <memblock/vector/vectorforms_internal.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace NKelmic {
@@ -24,37 +25,103 @@ void OfferData(Vector& v, MemBlockVisitor& visitor, safestring const& path)
                          static_cast<int>(v.Length()), &v);
 }
 
+bool HoldsObjects(Vector const& v)
+{
+    return v.ElemType() == Vector::PMemory || v.ElemType() == Vector::PolyType;
+}
+
+/// Where the object at an index is; null if none is there.
+PMemBlock* FindObject(Vector& v, long i)
+{
+    if (i < 0 || i >= static_cast<long>(v.Length()))
+        return nullptr;
+    if (v.ElemType() == Vector::PMemory)
+        return v.PMemoryPointer(i);
+    if (v.ElemType() != Vector::PolyType)
+        return nullptr;
+    DataItem& item = *v.PolyTypePointer(i);
+    return item.GetType() == it_memblock ? &item.MemoryRef() : nullptr;
+}
+
+/// A walk over elements, during which elements may come and go and the buffer may move.
+class ElementWalk {
+public:
+    ElementWalk(Vector& v, MemBlockVisitor& visitor, safestring const& path,
+                MemBlock::entertainmode_t mode)
+        : v_(v), visitor_(visitor), path_(path), mode_(mode)
+    {
+    }
+
+    bool Run() // false if the visitor stops it
+    {
+        for (at_ = 0; at_ < static_cast<long>(v_.Length()) && HoldsObjects(v_);
+             at_ = std::max(at_ + 1, 0L))
+            if (!Enter())
+                return false;
+        return true;
+    }
+
+private:
+    long Length() const { return static_cast<long>(v_.Length()); }
+
+    bool Enter()
+    {
+        PMemBlock* const child = FindObject(v_, at_);
+        if (!child && mode_ != MemBlock::em_traverse)
+            return true;
+        safestring const below = ElementPath(path_, static_cast<unsigned int>(at_));
+        if (!child)
+            return visitor_.Visit(below, *v_.PolyTypePointer(at_)) != MemBlockVisitor::stop;
+        object_ = child->Pointer();
+        length_ = Length();
+        bool const go_on = EntertainPlace(
+            *child, [this] { return Follow() ? FindObject(v_, at_) : nullptr; }, visitor_, below,
+            mode_);
+        Follow();
+        return go_on;
+    }
+
+    /// Go to where the element is now. False if it has gone: the walk is then ahead of the next.
+    bool Follow()
+    {
+        auto const is_here = [this] {
+            PMemBlock const* const place = FindObject(v_, at_);
+            return place && place->Pointer() == object_;
+        };
+        long const grown = Length() - std::exchange(length_, Length());
+        if (grown == 0 || is_here()) // or another object has been put here
+            return true;
+        at_ += grown;
+        return is_here();
+    }
+
+    Vector& v_;
+    MemBlockVisitor& visitor_;
+    safestring const& path_;
+    MemBlock::entertainmode_t mode_;
+    long at_ = 0;
+    MemBlock const* object_ = nullptr; // the one visited here, to compare with
+    long length_ = 0;                  // of the vector at that time
+};
+
 } // namespace
 
 bool Vector::Entertain(MemBlockVisitor& visitor, safestring const& path, entertainmode_t mode)
 {
+    KeepAlive const alive(*this);
     if (!MemBlock::Entertain(visitor, path, mode))
         return false;
-    bool const has_children = ElemType() == PMemory || ElemType() == PolyType;
-    if (mode == em_no_attr || (has_children && OnTheWay::Is(*this, &visitor)))
+    if (mode == em_no_attr)
+        return true;
+    if (!HoldsObjects(*this)) {
+        if (mode == em_traverse)
+            OfferData(*this, visitor, path);
+        return true;
+    }
+    if (OnTheWay::Is(*this, &visitor))
         return true;
     OnTheWay const mark(*this, &visitor);
-    if (ElemType() == PMemory) {
-        // The length and the place are asked anew each time: a visitor may come back to this
-        // vector.
-        for (unsigned int i = 0; i < Length(); ++i)
-            if (!EntertainChild(*PMemoryPointer(i), visitor, ElementPath(path, i), mode))
-                return false;
-    } else if (ElemType() == PolyType) {
-        for (unsigned int i = 0; i < Length(); ++i) {
-            DataItem& item = *PolyTypePointer(i);
-            if (item.GetType() == it_memblock) {
-                if (!EntertainChild(item.MemoryRef(), visitor, ElementPath(path, i), mode))
-                    return false;
-            } else if (mode == em_traverse &&
-                       visitor.Visit(ElementPath(path, i), item) == MemBlockVisitor::stop) {
-                return false;
-            }
-        }
-    } else if (mode == em_traverse) {
-        OfferData(*this, visitor, path);
-    }
-    return true;
+    return ElementWalk(*this, visitor, path, mode).Run();
 }
 
 } // namespace NKelmic

@@ -2,6 +2,7 @@
 
 #include <memblock/base/number.h>
 #include <memblock/vector/vector.h>
+#include <support/failing_alloc.h>
 #include <support/logsink.h>
 #include <support/raises.h>
 #include <support/testblock.h>
@@ -21,7 +22,7 @@ TEST(Container, ANameIsOneItemInAnyLetterCaseAndKeepsItsFirstSpelling)
     EXPECT_EQ(c->Get("aLPHA").GetString(), "new");
     EXPECT_RAISES(c->Put(1, ""), 32, "Missing item name.");
     EXPECT_RAISES(c->InsertAt(0, "", 1), 32, "Missing item name.");
-    EXPECT_FALSE(c->IsOrdered()) << "a refused item changes nothing";
+    EXPECT_TRUE(c->IsOrdered()) << "by the place, ahead of the refusal";
 }
 
 TEST(Container, ManyItemsAreFoundByNameWhateverComesAndGoes)
@@ -172,6 +173,41 @@ TEST(Container, MergeGoesIntoContainersAndVectorsOfTheSameName)
     c->Append(c);
     c->Merge(c);
     EXPECT_EQ(c->Count(), 4u);
+}
+
+TEST(Container, AppendHappensAsAWholeOrNotAtAll)
+{
+    char const* const longer = "a text that lies in a block of its own";
+    auto const more = Cnt("a", longer, "c", longer, "d", 1, "e", 2);
+    for (bool const ordered : {false, true})
+        memtest::FailEach([&](auto const& attempt) {
+            auto const c = ordered ? Ordered("dba") : Cnt("d", 0, "b", 1, "a", 2);
+            safestring const before = c->GetExpression();
+            if (!attempt([&] { c->Append(more); })) {
+                EXPECT_EQ(c->GetExpression(), before);
+                EXPECT_EQ(c->Count(), 3u);
+            }
+        });
+    auto const c = Cnt("b", 1);
+    auto const nameless = Cnt("z", 2);
+    nameless->Insert("", 3);
+    EXPECT_RAISES(c->Append(nameless), 32, "Missing item name.");
+    EXPECT_EQ(Listed(c), "b=1");
+}
+
+TEST(Container, MergedIntoAVectorHasAnEndIfItHoldsItself)
+{
+    // Both keys give a fresh vector each time they are read.
+    auto const c = Cnt("factor", 0.5);
+    c->Put(DataItem(c), "vector");
+    c->Put(DataItem(Cnt("vectordata", DataItem(c), "factor", 4.0)), "vectordata");
+    auto const v = Ints({1, 2});
+    MergeToVector(v, c);
+    EXPECT_EQ(v->Factor(), 0.5);
+    auto const owner = Cnt("v", DataItem(v));
+    owner->Merge(Cnt("v", DataItem(c)));
+    c->clear();
+    EXPECT_EQ(TextOf(v), "1 2");
 }
 
 TEST(Container, EqualityIsThatOfTheValuesInNameOrder)

@@ -51,7 +51,6 @@ TEST(ContainerKeys, ABadPlaceIsRefusedAndChangesNothing)
         {"x:@before", 32, "Invalid location specificator: x:@before"},
         {"x::a", 32, "Invalid location specificator: x::a"},
         {"x:@first:a", 32, "Invalid location specificator: x:@first:a"},
-        {":@first", 32, "Missing item name."},
         {"3", 32, "Container element index 3 is out of range for: Container: 2 elements: a, b.."},
         {"-1", 512, "Cannot convert negative number into an unsigned type: -1"},
         {"1e30", 512, "Number does not fit in the destination data type range: 1e30"},
@@ -65,6 +64,10 @@ TEST(ContainerKeys, ABadPlaceIsRefusedAndChangesNothing)
         EXPECT_FALSE(c->IsOrdered());
         EXPECT_EQ(Listed(c), "a=0 b=1");
     }
+    auto const c = Cnt("b", 1, "a", 0);
+    EXPECT_RAISES(c->Insert(":@first", 9), 32, "Missing item name.");
+    EXPECT_TRUE(c->IsOrdered()); // that comes first
+    EXPECT_EQ(Listed(c), "a=0 b=1");
 }
 
 TEST(ContainerKeys, AKeyReadsByNameByPositionAndAsksForPlaceAndSpelling)
@@ -97,8 +100,8 @@ TEST(ContainerKeys, KeysOfTheContainerComeFirstThenItemsThenThoseOfEveryObject)
     };
     std::pair<char const*, safestring> const cases[] = {
         {"", "@keys,@length,@isordered," + base("")},
-        {"!", "@keys,@length,@isordered,@b@, @a@, @@class@, @@length@, @@my name@@," + base("!")},
-        {"*", "@b@, @a@, @@class@, @@length@, @@my name@@," + base("*")},
+        {"!", "@keys,@length,@isordered,b, a, @@class@, @@length@, @my name@," + base("!")},
+        {"*", "b, a, @@class@, @@length@, @my name@," + base("*")},
         {"@Length", "5"},
         {"size", "5"},
         {"@isordered", "1"},

@@ -74,6 +74,28 @@ TEST(TableForms, TextHasARowALineWithTabsBetween)
                   "Column type not supported: Vector of 1 elements of type memblock");
 }
 
+TEST(TableForms, AVisitorThatDescendsIntoScalarsWritesTheCellsOfObjectsInOneLine)
+{
+    struct Cells : SerializeVisitor {
+        bool DescendIntoScalars() const override { return true; }
+        void Descend(DataItem item, int format, safestring const& path, Formatter const& words,
+                     safestring& output) override
+        {
+            EXPECT_TRUE(words.HasOption(Formatter::opt_shortmemblockdescr));
+            EXPECT_TRUE(words.GetFlag("single_line_per_elem", false));
+            output += Text("%s %d\n%s\n", path, format, item);
+        }
+    };
+    auto const t = Table::Create("n", Ints({1, 2}), "o", Items({DataItem(7), Ints({5})}));
+    Cells visitor;
+    Formatter formatter;
+    safestring text;
+    t->Serialize(Formatter::ser_ascii, visitor, "t", formatter, text);
+    EXPECT_STREQ(text.c_str(),
+                 "1\tt.o[0] 2 7 (integer)\n2\tt.o[1] 2 Vector of 1 elements of type signed int\n");
+    EXPECT_FALSE(formatter.GetFlag("single_line_per_elem", false)) << "those of the caller stay";
+}
+
 TEST(TableForms, HtmlIsWrittenByteByByteAndReadByAnotherParser)
 {
     auto const t = Sample();

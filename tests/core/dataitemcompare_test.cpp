@@ -20,6 +20,10 @@ TEST(DataItemCompare, NumbersInTextActAsNumbers)
 {
     auto const three = TestBlock::Create();
     three->scalar = 3;
+    class FiveInWords : public TestSharable {
+        safestring GetDescription() const override { return "5"; }
+    };
+    DataItem const five(ThreadSharablePointer<ThreadSharable>(new FiveInWords));
     std::tuple<DataItem, DataItem, int> const cases[] = {
         {"10", 9, 1},
         {"10", "9", 1},
@@ -37,6 +41,9 @@ TEST(DataItemCompare, NumbersInTextActAsNumbers)
         {"a long text that lies on the heap", "A LONG TEXT THAT LIES ON THE HEAP", 0},
         {3, three, 0},
         {"4", three, 1},
+        {"5", five, -2}, // a number in words, with no value
+        {5, five, -2},
+        {"x", five, 1},
         {three, 4, -1},
         {1, 1.0, 0},
         {1, 1.5, -1},

@@ -161,6 +161,14 @@ TEST(ContentHash, ElementsThatWaitAreOnlyInitializedWhereAsked)
         return std::string(Md5ToText(digest).c_str());
     };
     EXPECT_EQ(hash(false), Digest(Head(block) + "\1\1\1\1"));
+    auto const parent = Described::Create("parent"); // its hashes reach the vector as a child
+    parent->items = {{"v", DataItem(vector)}};
+    std::string const head = std::string("parent") + '\0' + Head(block);
+    auto const cached = [&](int key) {
+        return std::string(parent->SecondaryItem(key, throw_always).GetString().c_str());
+    };
+    EXPECT_EQ(cached(MemBlock::key_md5_plain), Digest(head + "\1\1\1\1"));
     EXPECT_TRUE(vector->Chunk().HasDelayed());
+    EXPECT_EQ(cached(MemBlock::key_md5), Digest(head + "\7\7\7\7"));
     EXPECT_EQ(hash(true), Digest(Head(block) + "\7\7\7\7"));
 }

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstring>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -116,10 +117,13 @@ TEST(MemChunk, UnsharedBufferLeavesAsItIsAndASharedOneAsACopy)
 {
     Lent lent;
     MemChunk chunk = lent.Chunk();
+    chunk.SetReadOnly(true);
     MemChunk other(chunk);
     Carrier const copy = chunk.TransferToCarrier();
     EXPECT_STREQ(static_cast<char*>(copy.data), "01234567");
     EXPECT_TRUE(copy.copied);
+    EXPECT_FALSE(copy.read_only);
+    EXPECT_FALSE(chunk.IsReadOnly());
     EXPECT_EQ(copy.release, mb_free);
     EXPECT_EQ(chunk.Data(), nullptr);
     EXPECT_EQ(chunk.CloneCount(), 1);
@@ -131,8 +135,23 @@ TEST(MemChunk, UnsharedBufferLeavesAsItIsAndASharedOneAsACopy)
     EXPECT_EQ(whole.size, 8U);
     EXPECT_EQ(whole.user_data, &lent);
     EXPECT_FALSE(whole.copied);
+    EXPECT_TRUE(whole.read_only);
+    EXPECT_FALSE(other.IsReadOnly());
     EXPECT_EQ(other.Data(), nullptr);
     EXPECT_EQ(lent.released, 0);
+}
+
+TEST(MemChunk, ANulFollowsACopyAlsoInABlockThatWasUsedBefore)
+{
+    std::string text(40, 'a');
+    MemChunk chunk(text.data(), MemChunk::release_t(nullptr), text.size());
+    MemChunk const other(chunk);
+    void* const used = mb_malloc(text.size() + 1);
+    std::memset(used, 'x', text.size() + 1);
+    mb_free(used);
+    Carrier const copy = chunk.TransferToCarrier();
+    EXPECT_STREQ(static_cast<char*>(copy.data), text.c_str());
+    mb_free(copy.data);
 }
 
 TEST(MemChunk, ResizeOfALentBufferMovesItIntoMemoryOfOurOwn)

@@ -195,10 +195,37 @@ TEST(SubItem, FormerKeysFindTheirSystemKeyAndAreLogged)
     EXPECT_RAISES(block->GetSubItem("other", throw_always), err_state, "Subkey not found: other");
     EXPECT_RAISES(block->GetSubItem("columns", throw_always), err_state,
                   "Subkey not found: columns");
-    Probe strict(false, true);
-    EXPECT_TRUE(block->GetSubItem("size", strict).IsUndefined());
-    EXPECT_EQ(strict.calls, 1);
     EXPECT_TRUE(sink.lines.empty());
+
+    class Modern : public TestBlock { // takes keys with their '@' only
+    protected:
+        bool DoSetSubItem(safestring const& key, SafeValue const& value, safestring const& path,
+                          ThrowHandlerFunc handler) override
+        {
+            if (key[0] != '@')
+                return MemBlock::DoSetSubItem(key, value, path, handler);
+            items[key] = value;
+            return true;
+        }
+    };
+    DerivedPointer<Modern> const modern(new Modern);
+    for (safestring const name :
+         {"__address__", "attrcount", "class", "columncount", "columns", "count", "imageheight",
+          "imagewidth", "keys", "length", "md5", "refcount", "rowcount", "self", "size", "subkeys",
+          "subobjects", "type"}) {
+        SCOPED_TRACE(name.c_str());
+        sink.lines.clear();
+        EXPECT_TRUE(modern->SetSubItem(name, 7, throw_always));
+        EXPECT_EQ(modern->items["@" + name].GetInt(), 7);
+        EXPECT_EQ(modern->GetSubItem(name, throw_always).GetInt(), 7);
+        EXPECT_EQ(sink.lines.size(), 2u);
+        Probe strict(false, true);
+        EXPECT_TRUE(modern->GetSubItem(name, strict).IsUndefined());
+        EXPECT_FALSE(modern->SetSubItem(name, 8, strict));
+        EXPECT_EQ(strict.calls, 2);
+    }
+    EXPECT_RAISES(modern->SetSubItem("other", 7, throw_always), err_kind,
+                  "Cannot set item \"other\" (7 (integer)) in a testblock object.");
     Logger::SetLogging("backcompatibility", 0);
 }
 
@@ -294,7 +321,11 @@ TEST(SubItem, VectorsAreFoundAlsoInsideAttributesAndBehindAKey)
     EXPECT_FALSE(root->GetSubItemVector("none", probe, nullptr, ""));
     EXPECT_TRUE(probe.text.ends_with("|Not a vector: none|")) << probe.text.c_str();
 
+    auto const picture = TestBlock::Create();
+    attribute->items["image"] = PMemBlock(picture);
     EXPECT_EQ(ResolveAttribute1(PMemBlock(attribute), throw_always), numbers);
+    attribute->items.erase("vector");
+    EXPECT_EQ(ResolveAttribute1(PMemBlock(attribute), throw_always), picture);
     EXPECT_EQ(ResolveAttribute1(PMemBlock(root), throw_always), root);
     EXPECT_FALSE(ResolveAttribute1(PMemBlock(), throw_always));
     attribute->items.clear();

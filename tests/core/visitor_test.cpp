@@ -6,6 +6,7 @@
 
 #include "support/raises.h"
 #include "support/testblock.h"
+#include "support/vectors.h"
 
 #include <boost/thread/thread.hpp>
 #include <gtest/gtest.h>
@@ -59,9 +60,9 @@ Lines Visits(PMemBlock const& block, MemBlock::entertainmode_t mode)
     return visitor.paths;
 }
 
-typedef std::map<safestring, DataItem> Items;
+typedef std::map<safestring, DataItem> Named;
 
-DerivedPointer<TestBlock> Block(Items const& items = {})
+DerivedPointer<TestBlock> Block(Named const& items = {})
 {
     return TestBlock::Create(items);
 }
@@ -141,15 +142,15 @@ TEST(Entertain, LeavesAnObjectWithoutOwnersAlive)
 TEST(Traverse, GivesStartAndEndOfEachNode)
 {
     auto const block = Block({{"a", DataItem(Block())}, {"c", DataItem(5)}});
-    block->SetSecondaryItem(10500, DataItem(Block()));
+    block->SetSecondaryItem(MemBlock::key_sticky, DataItem(Block()));
     block->SetSecondaryItem(MemBlock::key_transient, DataItem(Block()));
     EventVisitor visitor;
     block->Traverse(visitor, TraverseNode("top"));
     EXPECT_EQ(
         visitor.events,
         (Lines{"block top", "block top.a", "/block top.a", "item top.c", "/item top.c",
-               "item top.@sticky:10500", "block top.@sticky:10500.memblock",
-               "/block top.@sticky:10500.memblock", "/item top.@sticky:10500", "/block top"}));
+               "item top.@sticky:10003", "block top.@sticky:10003.memblock",
+               "/block top.@sticky:10003.memblock", "/item top.@sticky:10003", "/block top"}));
 }
 
 TEST(Traverse, ShowsALogicalTypeThatIsNotTheDefault)
@@ -197,6 +198,13 @@ TEST(CalcMemUsage, CountsSharedObjectsOnceAndLongTexts)
     EXPECT_EQ(block->RefCount(), 1);
     EXPECT_EQ(DataItem(5).CalcMemUsage(), 0);
     EXPECT_EQ(DataItem(safestring(21, 'x')).CalcMemUsage(), 22);
+
+    auto const texts = Texts({safestring(15, 'x'), safestring(16, 'x')}); // 15 lie in their element
+    constexpr long long vector = sizeof(Vector), texts_only = 2 * sizeof(safestring) + 17;
+    EXPECT_EQ(texts->CalcMemUsage(), vector + texts_only);
+    constexpr long long pointers = 2 * sizeof(PMemBlock);
+    EXPECT_EQ(Objects({PMemBlock(texts), PMemBlock(texts)})->CalcMemUsage(),
+              2 * vector + pointers + texts_only);
 }
 
 TEST(CalcMemUsage, EndsOnCycles)
@@ -208,62 +216,6 @@ TEST(CalcMemUsage, EndsOnCycles)
     EXPECT_EQ(block->CalcMemUsage(), 10);
     block->SetSecondaryItem(10500, DataItem());
     block->items.clear();
-}
-
-TEST(MakeDeepCopy, LeavesAloneWhatOnlyTheTreeHolds)
-{
-    auto const block = Block({{"a", DataItem(Block())}});
-    block->items["b"] = block->items["a"];
-    MemBlock* const child = Child(block, "a").Pointer();
-    safestring report;
-    block->MakeDeepCopy(report);
-    EXPECT_EQ(report, "");
-    EXPECT_EQ(Child(block, "a").Pointer(), child);
-    EXPECT_EQ(Child(block, "b").Pointer(), child);
-}
-
-TEST(MakeDeepCopy, ReplacesWhatOutsidersHoldByOneCopy)
-{
-    auto const outside = Block({{"x", DataItem(Block())}});
-    auto const block = Block({{"a", DataItem(outside)},
-                              {"b", DataItem(outside)},
-                              {"c", DataItem(Block({{"d", DataItem(outside)}}))}});
-    MemBlock* const kept = Child(block, "c").Pointer();
-    safestring report;
-    block->MakeDeepCopy(report);
-    EXPECT_EQ(report, "a");
-    auto const copy = Child(block, "a");
-    EXPECT_NE(copy.Pointer(), outside.Pointer());
-    EXPECT_EQ(Child(block, "b"), copy);
-    EXPECT_EQ(Child(Child(block, "c"), "d"), copy);
-    EXPECT_EQ(Child(block, "c").Pointer(), kept);
-    EXPECT_NE(Child(copy, "x"), Child(outside, "x")) << "what hangs below is copied with it";
-    EXPECT_EQ(outside->RefCount(), 1);
-}
-
-TEST(MakeDeepCopy, ReplacesWhatIsReachedThroughAHeldObject)
-{
-    // `inner` has no outside owner of its own, but whoever holds `outer` can change it.
-    auto const outer = Block({{"inner", DataItem(Block())}});
-    auto const block = Block({{"a", outer->items["inner"]}, {"b", DataItem(outer)}});
-    safestring report;
-    block->MakeDeepCopy(report);
-    EXPECT_EQ(report, "b");
-    EXPECT_NE(Child(block, "a"), Child(outer, "inner"));
-    EXPECT_EQ(Child(block, "a"), Child(Child(block, "b"), "inner")) << "still shared inside";
-    EXPECT_EQ(Child(outer, "inner")->RefCount(), 2) << "outer and the pointer of this test";
-}
-
-TEST(MakeDeepCopy, ReachesAttributes)
-{
-    auto const attributes = Block();
-    auto const block = Block();
-    block->SetSecondaryItem(MemBlock::key_sticky, DataItem(attributes));
-    safestring report;
-    block->MakeDeepCopy(report);
-    EXPECT_EQ(report, "@sticky");
-    EXPECT_NE(block->SecondaryMemBlock(MemBlock::key_sticky, throw_always), PMemBlock(attributes));
-    EXPECT_EQ(attributes->RefCount(), 1);
 }
 
 TEST(MakeDeepCopy, ShowsNoHalfMadeCopyWhenACloneFails)

@@ -1,5 +1,6 @@
 #include "images.h"
 
+#include <memblock/collections/container.h>
 #include <memblock/imaging/datacube.h>
 
 using namespace NKelmic;
@@ -147,7 +148,7 @@ TEST(DataCube, ListsElementsOfOneValue)
     auto const floats = Stack(1, Vector::Float);
     floats->SetElem(0, 0.5);
     EXPECT_EQ(list(floats, 0.5), "0");
-    EXPECT_RAISES(Stack(1, Vector::Triple)->GetMaskVector(1.0), 128, "Element type not supported.");
+    EXPECT_EQ(list(Stack(1, Vector::Triple), 1.4), "1");
 }
 
 TEST(DataCube, AnswersKeysOfOneTwoAndThreeNumbers)
@@ -166,7 +167,13 @@ TEST(DataCube, AnswersKeysOfOneTwoAndThreeNumbers)
     for (char const* key :
          {"3", "9,9", "0,0,9", "1,2,3,4", "0 0,0,0", "4294967296,0,0", "0,0,18446744073709551615"})
         EXPECT_FALSE(cube->SetSubItem(key, DataItem(1), throw_never)) << key;
-    EXPECT_FALSE(cube->SetSubItem("0", DataItem(Ints({1, 2})), throw_never));
+    auto const two = Ints({1, 2});
+    EXPECT_RAISES(cube->SetSubItem("0", DataItem(two), throw_always), 128,
+                  "Not an image: " + two->GetDescription());
+    EXPECT_RAISES(cube->SetSubItem("0", DataItem(5), throw_always), 128,
+                  "Not an image: 5 (integer)");
+    EXPECT_RAISES(cube->SetSubItem("0,0", DataItem(PMemBlock(Container::Create())), throw_always),
+                  128, "Not a vector: " + Container::Create()->GetDescription());
     EXPECT_RAISES(cube->SetSubItem("-5", DataItem(Picture<char>(2, 1, {3, 4})), throw_always), 128,
                   "No such plane in data cube: -5");
     auto const flat = DataCube::Create(4, 3, 0, Vector::Int, 1.0);

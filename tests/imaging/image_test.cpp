@@ -2,9 +2,12 @@
 
 #include <memblock/core/keytable.h>
 #include <memblock/imaging/datacube.h>
+#include <memblock/imaging/intervalvector.h>
 #include <memblock/imaging/numrange.h>
 #include <memblock/imaging/point.h>
 #include <memblock/vector/convert.h>
+
+#include <functional>
 
 using namespace NKelmic;
 
@@ -26,6 +29,32 @@ TEST(Image, ShapesThatNoVectorHoldsAreRefused)
         }
     EXPECT_EQ(Faults(*Image::Create(0, 7, Vector::Byte, 1.0)), "");
     EXPECT_ANY_THROW(Image::Create(1, 1, Vector::NoType, 1.0));
+}
+
+TEST(Image, MemoryThatIsNotThereIsRefused)
+{
+    static int released = 0;
+    released = 0;
+    auto const release = [](void*) { ++released; };
+    auto const release_too = [](void*, void*) { ++released; };
+    TypedChunk const nothing(6, Vector::Int, MemChunk(nullptr, MemChunk::release_t(), 24), 0);
+    std::function<void()> const over_null[] = {
+        [&] { Vector::Create(6, Vector::Int, nullptr, release, 0, 1.0); },
+        [&] { Vector::Create(6, Vector::String, nullptr, release, 0, 1.0); },
+        [&] { Vector::Create(6, Vector::Byte, nullptr, release_too, nullptr, 2, 1.0); },
+        [&] { Image::Create(nullptr, release, 2, 3, Vector::Triple, 1.0); },
+        [&] { DataCube::Create(3, 2, 1, Vector::Byte, 1.0, nullptr, release); },
+        [&] { IndexVector::Create(6, nullptr, 1, release, 4, 4); },
+        [&] { IntervalVector::Create(5, 0, nullptr, release, IndexVector::Create()); },
+        [&] { Ints({1})->SetTypedChunk(nothing); },
+        [&] { Vector::Create(nothing, 1.0); },
+        [&] { Image::Create(nothing, 2, 3, 1.0); }};
+    for (auto const& make : over_null)
+        EXPECT_RAISES(make(), 128, "A null buffer cannot hold 6 elements.");
+    EXPECT_EQ(released, 0);
+    EXPECT_EQ(Vector::Create(0, Vector::Int, nullptr, release, 0, 1.0)->Length(), 0u);
+    EXPECT_EQ(Image::Create(nullptr, release, 0, 3, Vector::Byte, 1.0)->Length(), 0u);
+    EXPECT_EQ(IndexVector::Create(0, nullptr, 0, release, 0, 0)->Length(), 0u);
 }
 
 TEST(Image, LengthAndSizesFollowEachOther)
@@ -56,13 +85,13 @@ TEST(Image, LengthAndSizesFollowEachOther)
 
 TEST(Image, AFactorThatColoursCannotTakeLeavesTheImageAsItWas)
 {
-    auto image = Picture<int>(2, 1, {1, 255}, 100.0);
+    auto image = Picture<int>(2, 1, {1, 255}, 100000.0);
     image->SetEdgeWidth(1);
     safestring const before = image->GetDescription();
     EXPECT_THROW(image->SetElemType(Vector::Triple, true, true), Exception);
     EXPECT_EQ(image->GetDescription(), before);
     EXPECT_EQ(TextOf(image), "1 255");
-    image->EnsureFactor(1.0);
+    image->SetFactor(100.0);
     image->SetElemType(Vector::Triple, true, true);
     EXPECT_EQ(image->GetDescription(), "Visual color image 2x1");
     EXPECT_EQ(image->GetEdgeWidth(), 1);
@@ -290,7 +319,10 @@ TEST(Image, PixelsAreWrittenByTheirPlace)
                   "Pixel out of image borders: [0, -1]");
     for (char const* key : {"9e99,0", "0,4294967296", "1,2", "x,1"})
         EXPECT_FALSE(image->SetSubItem(key, DataItem(7), throw_never)) << key;
-    EXPECT_FALSE(image->SetSubItem("0,0", DataItem(40000), throw_never));
+    for (long long const value : {40000LL, 1LL << 40})
+        EXPECT_RAISES(
+            image->SetSubItem("0,0", DataItem(value), throw_always), 128,
+            Text("Vector::SetElem(): Value (%d) out of range for data item: %s", value, image));
     auto const wide = Picture<long long>(1, 1, {0});
     EXPECT_TRUE(wide->SetSubItem("0,0", DataItem((1LL << 60) + 1), throw_always));
     EXPECT_EQ(*cref(wide).TypedPointer<long long>(), (1LL << 60) + 1);
@@ -490,6 +522,26 @@ TEST(Image, ComesFromVectorsByConversion)
     EXPECT_EQ(cref(line).Pointer(), cref(numbers).Pointer()); // the same buffer
     auto const grey = convert(*Bytes({7}), "24bpp,replicate", "image");
     EXPECT_EQ(*cref(grey).TriplePointer(), 0x070707u);
+    // Grey shows as grey: by its cooked values where these are bytes, otherwise by what a byte
+    // keeps.
+    std::tuple<DerivedPointer<Image>, char const*> const greys[] = {
+        {Picture<unsigned short>(3, 1, {0, 300, 600}), "0 100 200"},
+        {Picture<unsigned short>(2, 1, {300, 600}, 0.1), "30 60"},
+        {Picture<unsigned char>(2, 1, {7, 100}, 2.0), "14 200"},
+        {Picture<unsigned char>(2, 1, {7, 200}, 2.0), "7 200"},
+        {Picture<double>(2, 1, {50.0, 100.0}), "50 100"},
+        {Image::Create(0, 4, Vector::UnsignedShort, 2.0), ""}};
+    for (auto const& [image, text] : greys) {
+        auto const colours = convert(*image, "24bpp,replicate", "image");
+        EXPECT_EQ(colours->GetDescription(),
+                  Text("Visual color image %dx%d", image->width(), image->height()));
+        std::string channel;
+        for (triple const pixel : ElementsOf<triple>(colours)) {
+            channel += (channel.empty() ? "" : " ") + std::to_string(pixel.b[0]);
+            EXPECT_TRUE(pixel.b[0] == pixel.b[1] && pixel.b[0] == pixel.b[2]);
+        }
+        EXPECT_EQ(channel, text) << image->GetDescription().c_str();
+    }
     auto const full = Picture<short>(3, 3, std::vector<short>(9, 4));
     auto const cleared = convert(*full, "clearedborders", "image");
     EXPECT_EQ(TextOf(cleared), "0 0 0 0 4 0 0 0 0");
@@ -517,4 +569,163 @@ TEST(Image, StaysWhatItIsInArithmetic)
     labels->SetType(Image::stencil);
     auto const inverse = labels->op('!', Bytes({0}), {});
     EXPECT_TRUE(inverse->Conforms("mask"));
+}
+
+TEST(Image, TriplesHaveTheRangeOfTheirElements)
+{
+    auto const image = Picture<triple>(2, 1, {7u, 300u}, 2.0);
+    EXPECT_EQ(TextOf(DerivedPointer<Vector>(image->ConvertElemsToType(Vector::Short, true, true))),
+              "7 300");
+    EXPECT_EQ(cref(image->ConvertElemsToType(Vector::UnsignedShort, true, false)).Factor(), 2.0);
+    auto const cooked = EnsureNoRawFactor(image);
+    EXPECT_EQ(cooked->ElemType(), Vector::UnsignedShort);
+    EXPECT_EQ(TextOf(cooked), "14 600");
+    image->EnsureFactor(1.0);
+    EXPECT_EQ(TextOf(image), "14 600");
+    EXPECT_RAISES(image->EnsureFactor(1e-5), 512,
+                  "Data overflow: either 6e+07 or 1.4e+06 does not fit into destination data type "
+                  "of 3 byte, " +
+                      image->GetDescription() + ".");
+    EXPECT_EQ(TextOf(image), "14 600");
+}
+
+namespace {
+
+/// A way to other pixels; null for one that changes the image itself.
+struct Road {
+    char const* name;
+    std::function<PMemBlock(Image&, DerivedPointer<Vector> const&)> go;
+};
+
+Road const roads[] = {
+    {"Append",
+     [](Image& image, auto const& v) {
+         image.Append(v);
+         return PMemBlock();
+     }},
+    {"SetTypedChunk",
+     [](Image& image, auto const& v) {
+         image.SetTypedChunk(cref(v).Chunk());
+         return PMemBlock();
+     }},
+    {"SetElemType",
+     [](Image& image, auto const& v) {
+         image.SetElemType(v->ElemType(), true, false);
+         return PMemBlock();
+     }},
+    {"SetElemType, bytes",
+     [](Image& image, auto const& v) {
+         image.SetElemType(v->ElemType(), false, false);
+         return PMemBlock();
+     }},
+    {"ConvertElemsToType",
+     [](Image& image, auto const& v) {
+         return PMemBlock(image.ConvertElemsToType(v->ElemType(), true, true));
+     }},
+    {"ConvertElemsToType, open",
+     [](Image& image, auto const& v) {
+         auto const open = image.ConvertElemsToType(v->ElemType(), false, false);
+         open->Clear();
+         return PMemBlock(open);
+     }},
+    {"Convert",
+     [](Image& image, auto const& v) {
+         auto const words = Text("elemtype=%d", static_cast<int>(v->ElemType()));
+         return image.Convert(safestringlist(words, ','), "image", throw_always);
+     }},
+    {"UseMemoryOf",
+     [](Image& image, auto const& v) {
+         image.UseMemoryOf(v);
+         return PMemBlock();
+     }},
+    {"TransferOwnerShip",
+     [](Image& image, auto const& v) {
+         auto const copy = VectorOf(v->Clone(true));
+         copy->TransferOwnerShip(DerivedPointer<Vector>(&image));
+         return PMemBlock();
+     }},
+    {"op", [](Image& image, auto const& v) { return image.op('+', v, {}); }},
+    {"op, typed",
+     [](Image& image, auto const& v) {
+         op_options options;
+         options.SetValue("fixed_result_type", static_cast<int>(v->ElemType()));
+         return image.op('|', v, options);
+     }},
+    {"Depth8",
+     [](Image& image, auto const&) {
+         image.Depth8();
+         return PMemBlock();
+     }},
+};
+
+/// An image of each class, with two labels of five objects, and an edge.
+DerivedPointer<Image> OfClass(Image::logic_class_t type, DataType pixels)
+{
+    auto const image = Image::Create(4, 16, pixels, 1.0);
+    image->SetElem(5, 1);
+    image->SetElem(6, type == Image::mask ? 1 : 3);
+    image->SetType(type);
+    if (type == Image::stencil)
+        image->SetStencilCount(5);
+    image->SetEdgeWidth(1);
+    return image;
+}
+
+bool IsFit(Image const& image)
+{
+    DataType const type = image.ElemType();
+    return image.Type() == Image::mask ? type == Vector::Byte
+           : image.Type() == Image::stencil
+               ? type == Vector::UnsignedShort || type == Vector::UnsignedInt
+               : image.Type() == Image::data || image.Type() == Image::visual;
+}
+
+} // namespace
+
+TEST(Image, KeepsToItsClassOnEveryRoadToOtherPixels)
+{
+    std::pair<Image::logic_class_t, DataType> const images[] = {
+        {Image::data, Vector::Byte},
+        {Image::data, Vector::Float},
+        {Image::visual, Vector::UnsignedShort},
+        {Image::visual, Vector::Triple},
+        {Image::mask, Vector::Byte},
+        {Image::stencil, Vector::UnsignedShort},
+        {Image::stencil, Vector::UnsignedInt}};
+    WarningLog log;
+    int changes = 0;
+    for (auto const& [type, pixels] : images)
+        for (int to = Vector::Int; to <= Vector::UnsignedInt64; ++to)
+            for (Road const& road : roads) {
+                auto const target = static_cast<DataType>(to);
+                if (!IsInSet<AllTypes>(target) || target == Vector::VoidStar)
+                    continue;
+                auto const image = OfClass(type, pixels);
+                auto const before = image->Clone(false);
+                SCOPED_TRACE(
+                    Text("%s, %s to %s", *image, road.name, Vector::TypeToString(target)).c_str());
+                auto const other = Vector::Create(64, target, true, 0, 1.0);
+                if (!Vector::IsObject(target))
+                    other->SetElem(9, 12); // a label above the count
+                PMemBlock result;
+                try {
+                    result = road.go(*image, other);
+                } catch (Exception const&) {
+                    EXPECT_TRUE(*image == *before) << "a refusal leaves the image as it was";
+                    EXPECT_EQ(image->GetDescription(), before->GetDescription());
+                    continue;
+                }
+                Image const* const now = result ? MemCast<Image>(result) : image.Pointer();
+                if (!now)
+                    continue; // a vector of texts
+                changes += now->ElemType() != pixels;
+                EXPECT_EQ(Faults(*now), "");
+                EXPECT_TRUE(IsFit(*now)) << now->GetDescription().c_str();
+                EXPECT_EQ(now->GetEdgeWidth(), 1);
+                DataItem count;
+                bool const counted = now->ExistsSecondaryItem(Image::key_stencil_count, count);
+                EXPECT_EQ(counted, now->Type() == Image::stencil);
+                EXPECT_GE(counted ? count.GetInt() : 5, 5);
+            }
+    EXPECT_GT(changes, 300);
 }

@@ -130,7 +130,8 @@ TEST(IndexVector, IsSetUpByKeys)
     auto const region = Region({1, 7}, 5, 4);
     EXPECT_EQ(region->GetSubItem("area", throw_always).GetInt(), 2);
     EXPECT_EQ(region->GetSubItem("imageheight", throw_always).GetInt(), 4);
-    EXPECT_TRUE(region->SetSubItem("factor", DataItem(2.0), throw_always));
+    for (char const* key : {"factor", "@Factor"})
+        EXPECT_TRUE(region->SetSubItem(key, DataItem(2.0), throw_always));
     EXPECT_EQ(region->Factor(), 1.0);
     EXPECT_TRUE(region->SetSubItem("target_descr", DataItem("here"), throw_always));
     EXPECT_TRUE(region->SetSubItem("target_rank", DataItem(3), throw_always));

@@ -297,6 +297,7 @@ TEST_F(LoggerTest, StatusTellsLevelsRulesFileSinksAndCustomTopics)
     KeepingSink sink;
     Logger::Log("A&B", "s", 3, "seen");
     Logger::Log("never seen", "s", 8, "above its level");
+    Logger::Log("gui", "s", 5, "of a topic that needs no list");
     safestring const expected =
         Text("<MorvaneLoggerStatus ver=\"1\"><Topic name=\"gui\" level=\"5\"/>\n"
              "<Topic name=\"all\" level=\"2\"/>\n"
@@ -311,6 +312,7 @@ TEST_F(LoggerTest, StatusTellsLevelsRulesFileSinksAndCustomTopics)
     EXPECT_EQ(status.substr(0, known), expected.c_str());
     EXPECT_NE(status.find("<KnownTopic name=\"A&amp;B\"/>\n", known), std::string::npos);
     EXPECT_EQ(status.find("never seen"), std::string::npos);
+    EXPECT_EQ(status.find("gui", known), std::string::npos);
     EXPECT_TRUE(status.ends_with("/>\n</MorvaneLoggerStatus>"));
 }
 

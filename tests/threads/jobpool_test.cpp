@@ -160,6 +160,92 @@ TEST_P(JobPoolOf, AHandlerMayAddJobsAndWaitAgain)
     EXPECT_EQ(pool.codes[jp_notify_succeeded], 31);
 }
 
+TEST_P(JobPoolOf, AnAnswerMayWaitForAllJobsButThoseThatAsk)
+{
+    Pool pool;
+    pool.on_consult = [&](DataItem& question) {
+        pool.Wait(1);
+        return question;
+    };
+    for (int i = 0; i < 10; ++i)
+        pool.Add(i % 2 ? Task::Work(Ask) : [](Task&) { return DataItem(1); });
+    pool.Wait();
+    for (auto const& result : pool.GetResults())
+        EXPECT_EQ(result.GetInt(), 1);
+}
+
+namespace {
+
+std::function<void()> const throwers[] = {[] { Raise(err_state, "by a handler"); },
+                                          [] { throw std::runtime_error("by a handler"); },
+                                          [] { throw 5; }};
+
+/// Which of these `Wait` throws for; -1: it throws nothing.
+int ThrownBy(JobPool& pool)
+{
+    try {
+        pool.Wait();
+        return -1;
+    } catch (Exception const& e) {
+        return e.Code() == unsigned(err_state) ? 0 : -2;
+    } catch (std::runtime_error const&) {
+        return 1;
+    } catch (int) {
+        return 2;
+    }
+}
+
+} // namespace
+
+TEST_P(JobPoolOf, WhatHandlersThrowLeavesTheWaitAndTheJobsGoOn)
+{
+    constexpr int note = 7, question = 0, all = -1; // beside the pool's own codes
+    for (bool go_on : {false, true})
+        for (int at : {int(jp_notify_started), note, question, int(jp_notify_succeeded),
+                       int(jp_notify_failed), all})
+            for (int kind : {0, 1, 2}) {
+                SCOPED_TRACE(Text("at %d, kind %d, %d", at, kind, int(go_on)).c_str());
+                bool const fails = at == jp_notify_failed;
+                Pool pool(go_on);
+                pool.on_notify = [&](int code) {
+                    if (at == code || at == all)
+                        throwers[kind]();
+                };
+                pool.on_consult = [&](DataItem& value) {
+                    pool.on_notify(question);
+                    return value;
+                };
+                pool.Add([&](Task& t) {
+                    DataItem text("half way"), asked(1000);
+                    t.Notify(note, text);
+                    DataItem const answer = t.Consult(20, asked);
+                    return fails ? throw "boom" : answer;
+                });
+                EXPECT_EQ(ThrownBy(pool), kind);
+                EXPECT_EQ(pool.GetJobStatus(0), fails ? 4 : at == jp_notify_succeeded ? 3 : 1);
+                for (int more = at == all ? 3 : 0; more > 0; --more)
+                    EXPECT_EQ(ThrownBy(pool), kind);
+                if (fails && !go_on) {
+                    EXPECT_RAISES(pool.Wait(), err_notify, "Parallel job index 0: boom");
+                    continue;
+                }
+                EXPECT_EQ(ThrownBy(pool), -1);
+                EXPECT_EQ(pool.GetJobStatus(0), fails ? 4 : 3);
+                DataItem const expected = fails                         ? DataItem("boom")
+                                          : at == question || at == all ? DataItem()
+                                                                        : DataItem(1000);
+                EXPECT_EQ(Text("%s", pool.GetResults()[0]), Text("%s", expected));
+                int const end = fails ? jp_notify_failed : jp_notify_succeeded;
+                ASSERT_EQ(pool.notes.size(), 3u);
+                for (int i = 0; int code : {int(jp_notify_started), note, end})
+                    EXPECT_EQ(pool.notes[i++].find(Text("0:%d:", code).c_str()), 0u);
+                pool.on_notify = nullptr;
+                pool.Add([](Task&) { return DataItem(1); });
+                EXPECT_EQ(ThrownBy(pool), -1) << "later jobs are none the worse";
+                EXPECT_EQ(pool.GetResults()[1].GetInt(), 1);
+            }
+}
+
 TEST_P(JobPoolOf, ValuesOfAThreadLastForItsJobsOfThisPoolOnly)
 {
     Pool first, second;
@@ -200,18 +286,31 @@ TEST_P(JobPoolOf, APoolInsideAJobRunsOnTheThreadOfThatJob)
 
 TEST(JobPool, KeepsFewJobsQueuedAndHandsOutNoMoreThanItsThreads)
 {
+    static std::atomic<int> posted;
+    struct Posted : Task {
+        using Task::Task;
+        void OnPosted() override { ++posted; }
+    };
     Threads const threads(2);
     std::atomic<int> running{0}, most{0};
+    std::atomic<bool> open{false};
     Pool pool;
+    pool.on_notify = [&](int) {
+        if (open || pool.codes[jp_notify_started] < 2)
+            return;
+        EXPECT_EQ(posted, 2 + 2 * 2) << "what runs, and twice as many in the queue";
+        open = true;
+    };
     for (int i = 0; i < 200; ++i)
-        pool.Add([&](Task&) {
+        pool.AddNewJob(new Posted([&](Task&) {
             int const now = ++running;
             for (int seen = most; now > seen && !most.compare_exchange_weak(seen, now);) {
             }
+            WaitUntil([&] { return open.load(); });
             boost::this_thread::yield();
             --running;
             return DataItem(now);
-        });
+        }));
     pool.Wait();
     EXPECT_LE(most, 2);
 }
@@ -283,15 +382,29 @@ TEST(JobPool, AbortFromAnotherThreadEndsTheWaitAndEveryQuestion)
     EXPECT_TRUE(NoneLeft());
 }
 
-TEST(JobPool, AThrowingHandlerEndsTheWaitAndAnswersWhoAsked)
+TEST(JobPool, TheJobsOfAnAbortedPoolAreDroppedByItsCreator)
 {
-    Threads const threads(2);
-    Pool pool;
-    pool.Add(Ask);
-    pool.on_consult = [](DataItem&) -> DataItem { throw std::runtime_error("no answer"); };
-    EXPECT_THROW(pool.Wait(), std::runtime_error);
-    pool.Wait();
-    EXPECT_TRUE(pool.GetResults()[0].IsUndefined());
+    ASSERT_TRUE(NoneLeft());
+    Threads const threads(1);
+    std::atomic<bool> open{false};
+    {
+        Pool pool;
+        for (int i = 0; i < 20; ++i)
+            pool.Add([&](Task&) {
+                WaitUntil([&] { return open.load(); });
+                return DataItem();
+            });
+        boost::thread([&] {
+            pool.Abort("stopped");
+            pool.Abort(""); // leaves the message
+            EXPECT_RAISES(pool.GetResults(), err_notify, "stopped");
+        }).join();
+        EXPECT_EQ(Task::alive, 20);
+        EXPECT_RAISES(pool.GetResults(), err_notify, "stopped");
+        EXPECT_LE(Task::alive, 1 + 2) << "those that were handed out";
+        open = true;
+    }
+    EXPECT_TRUE(NoneLeft());
 }
 
 TEST(JobPool, APoolThatGoesReleasesThoseWhoAskIt)

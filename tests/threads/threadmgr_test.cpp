@@ -23,6 +23,11 @@ struct ThreadMgrProbe {
         boost::mutex::scoped_lock const lock(Manager().main_mutex_);
         return Manager().actual_;
     }
+    static int Blocked()
+    {
+        boost::mutex::scoped_lock const lock(Manager().main_mutex_);
+        return Manager().blocked_;
+    }
     static void InterruptOne()
     {
         boost::mutex::scoped_lock const lock(Manager().main_mutex_);
@@ -98,8 +103,20 @@ TEST(ThreadMgr, ABlockedWorkerIsReplacedAndTheSurplusEndsAfterAQuietTime)
     });
     other.Wait();
     pool.Wait();
-    EXPECT_GE(ThreadMgrProbe::Actual(), 3);
+    int const actual = ThreadMgrProbe::Actual();
+    EXPECT_GE(actual, 3);
+    for (int i = 0; i < 20; ++i, Nap()) { // who is woken in a quiet time stays
+        ThreadMgr::Instance().ChangeBlockedThreadCount(0);
+        ThreadMgr::Instance().ProcessMessages();
+    }
+    EXPECT_EQ(ThreadMgrProbe::Actual(), actual);
     ShrinkTo(2);
+    {
+        JobPool::BlockingOperation const by_no_worker;
+        EXPECT_EQ(ThreadMgrProbe::Blocked(), 0);
+        EXPECT_EQ(ThreadMgrProbe::Actual(), 2);
+    }
+    EXPECT_EQ(ThreadMgrProbe::Blocked(), 0);
 }
 
 TEST(ThreadMgr, PoolsShareTheWorkersInTurn)

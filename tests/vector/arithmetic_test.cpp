@@ -2,6 +2,7 @@
 #include <memblock/vector/vector.h>
 
 #include "support/raises.h"
+#include "support/vectors.h"
 
 #include <gtest/gtest.h>
 
@@ -173,6 +174,12 @@ TEST(VectorOp, LengthsAndMissingOperands)
     EXPECT_EQ(Raw(Op('#', two, three)), std::vector<double>{1});
     EXPECT_RAISES(Op('+', two, three), 512,
                   "Cannot apply operation '+' to vectors of lengths 2 and 3 elements.");
+    char const* const unequal =
+        "Cannot apply operation '=' to vectors of lengths 2 and 3 elements.";
+    EXPECT_RAISES(StringOp('=', two, three), 512, unequal);
+    EXPECT_RAISES((PerformStringOp<false, false>('=', Texts({"a", "b"}), Texts({"", "", ""}))), 512,
+                  unequal);
+    EXPECT_EQ(StringOp('c', Texts({}), Texts({"a"}))->Length(), 0u);
     EXPECT_RAISES(two->op('+', PMemBlock(), op_options()), 512,
                   "Missing second operand for the operation '+'.");
     EXPECT_EQ(DerivedPointer<Vector>(two->op('#', PMemBlock(), op_options()))->GetInt(0), 1);

@@ -212,6 +212,35 @@ TEST(IntegerKernels, ModuloCountsZeroDivisorsInTheOptions)
     EXPECT_EQ(options.GetValue("nancount", -1).GetInt(), 0);
 }
 
+TEST(FloatKernels, GiveZerosTheirSign)
+{
+    double const values[] = {0.0, -0.0, 1.0, -1.0, std::numeric_limits<double>::infinity()};
+    op_options options;
+    options.SetFlag("neg_abs", true);
+    for (double const x : values)
+        for (double const y : values) {
+            // The difference of equal infinities is no number, whatever its sign.
+            std::pair<char, double> const cases[] = {{'^', x != 0 && y == 0   ? x
+                                                           : x == 0 && y != 0 ? y
+                                                                              : 0.0},
+                                                     {'&', x != 0 && y != 0 ? x : 0.0},
+                                                     {'|', x != 0 ? x : y},
+                                                     {'-', x == y  ? x - x
+                                                           : x > y ? x - y
+                                                                   : y - x}};
+            for (auto const& [op, expected] : cases)
+                for (auto const& [xlen, ylen] : {std::pair{2U, 2U}, {1U, 2U}, {2U, 1U}}) {
+                    double const xs[] = {x, x}, ys[] = {y, y};
+                    double out[2];
+                    ApplyOpSimple(op, xs, xlen, ys, ylen, out, 2, options);
+                    EXPECT_TRUE(std::isnan(expected) ? std::isnan(out[0]) : out[0] == expected);
+                    EXPECT_EQ(std::isnan(expected) || std::signbit(out[0]),
+                              std::isnan(expected) || std::signbit(expected))
+                        << x << op << y;
+                }
+        }
+}
+
 TEST(FloatKernels, FollowIeee)
 {
     double const nan = std::numeric_limits<double>::quiet_NaN();

@@ -64,6 +64,7 @@ TEST(VectorFailure, AFailingAllocationLeavesTheVectorAsItWasAndLeaksNothing)
     int const order[] = {5, 3, 1};
     std::tuple<char const*, Types, Work> const works[] = {
         {"resize up", each, [](auto const& v) { v->ResizeVector(50, true, true); }},
+        {"resize down", each, [](auto const& v) { v->ResizeVector(2, true, true); }},
         {"erase", each, [](auto const& v) { v->Erase(1, 2); }},
         {"shift up", each, [](auto const& v) { v->ShiftVector(3); }},
         {"shift down", each, [](auto const& v) { v->ShiftVector(-3); }},

@@ -369,3 +369,32 @@ TEST(VectorWalk, DataAndElementsAreOffered)
     EXPECT_EQ(exchange.paths, "x;x[1];");
     EXPECT_EQ(items->GetDataItem(1).GetMemory(), exchange.instead);
 }
+
+TEST(VectorKeys, ANameInManyQuotesIsTheNameWithoutThem)
+{
+    auto const v = Doubles({1.5, 2.5});
+    for (std::size_t const n : {1UL, 2UL, 7UL, 8UL, 9UL, 20UL, 200000UL}) {
+        safestring const quotes(n, '@');
+        EXPECT_EQ(v->GetSubItem(quotes + "mean" + quotes, throw_always).GetDouble(), 2.0);
+        EXPECT_RAISES(v->GetSubItem(quotes + "x" + quotes, throw_always), err_state,
+                      "Subkey not found: x");
+    }
+    EXPECT_EQ(v->GetSubItem(safestring(200000, '@'), throw_always).GetString(),
+              v->GetSubItem("!", throw_always).GetString());
+    EXPECT_RAISES(v->GetSubItem(safestring(200001, '@'), throw_always), err_state,
+                  "Subkey not found: @");
+}
+
+TEST(VectorKeys, TheBytesAreGivenOnceWhereMemoryIsShort)
+{
+    long const blocks = memtest::LiveBlocks();
+    memtest::FailEach([&](auto const& attempt) {
+        {
+            auto const v = Ints({1, 2});
+            DataItem bytes;
+            attempt([&] { bytes = v->GetSubItem("buffer", throw_always); });
+            EXPECT_EQ(TextOf(v), "1 2");
+        }
+        EXPECT_EQ(memtest::LiveBlocks(), blocks);
+    });
+}

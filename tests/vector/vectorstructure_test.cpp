@@ -411,6 +411,10 @@ TEST(VectorAppend, TheTypeCoversBothSides)
         {Ints({2}, 0.5), Doubles({3.0}), Vector::Double, "2 6"},
         {Ints({2}, 0.5), Ints({3}), Vector::Double, "2 6"},
         {Doubles({2}, 0.5), Ints({3}), Vector::Double, "2 6"},
+        {Floats({1.5}), Ints({2}, 2.0), Vector::Float, "1.5 4"},
+        {Floats({1.5}), Doubles({2}, 2.0), Vector::Double, "1.5 4"},
+        {Ints({3}), Floats({1.5}, 2.0), Vector::Float, "3 3"},
+        {Bytes({3}), Bytes({2}, 2.0), Vector::Double, "3 4"},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.v->GetDescription().c_str());

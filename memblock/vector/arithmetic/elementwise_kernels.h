@@ -31,11 +31,14 @@ struct Subtract {
     }
 };
 
-/// "neg_abs": the larger minus the smaller, so that nothing overflows on the way.
+/// "neg_abs": the larger minus the smaller, so that nothing overflows on the way. Of floating zeros
+/// neither is the larger, and the sign of their difference has to go.
 struct AbsoluteDifference {
     template <class C>
     C operator()(C x, C y) const
     {
+        if constexpr (std::is_floating_point_v<C>)
+            return std::fabs(x - y);
         return x >= y ? Subtract()(x, y) : Subtract()(y, x);
     }
 };
@@ -86,7 +89,8 @@ struct LogicalXor {
     C operator()(C x, C y) const
     {
         C const only_x = y != C(0) ? C(0) : x;
-        return x != C(0) ? only_x : y;
+        C const only_y = y != C(0) ? y : C(0); // a zero of either sign gives 0
+        return x != C(0) ? only_x : only_y;
     }
 };
 

@@ -37,12 +37,12 @@ MEMBLOCK_API bool OpImplementedForStrings(char op);
 
 /// Combine two vectors as texts: 'c' joins them element by element into a `String` vector, the
 /// comparisons (without regard to case) give a `Byte` vector of 0 and 1. A vector of one element
-/// is spread over the other.
+/// is spread over the other. Throws: 512 "Cannot apply operation '%c' to vectors of lengths %d and
+/// %d elements."; 4096 "Vector::op(): operation not implemented for string vectors: '%c'".
 MEMBLOCK_API DerivedPointer<Vector> StringOp(char op, DerivedPointer<Vector> const& x,
                                              DerivedPointer<Vector> const& y);
 
 /// The form of `StringOp` for one shape of operands that are `String` vectors already.
-/// Throws: 4096 "Vector::op(): operation not implemented for string vectors: '%c'".
 template <bool xscalar, bool yscalar>
 MEMBLOCK_API DerivedPointer<Vector> PerformStringOp(char op, DerivedPointer<Vector> const& x,
                                                     DerivedPointer<Vector> const& y);

@@ -8,8 +8,9 @@ namespace NKelmic::ops {
 OpRequest::OpRequest(char op_name, op_options const& from)
     : name(op_name), op(Find(op_name)), options(from), no_factor(from.GetFlag("no_factor", false))
 {
-    static safestring const fixed_name(
-        "fixed_result_type"); // too long to be made without allocation
+    // Made once: it is too long for a string without allocation. Never destroyed, as jobs may
+    // outlive all statics.
+    static auto const& fixed_name = *new safestring("fixed_result_type");
     fixed = options.GetFlag(fixed_name, false);
     if (fixed) {
         route = static_cast<DataType>(options.GetValue("result_type", route).GetInt());

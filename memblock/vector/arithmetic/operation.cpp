@@ -2,6 +2,7 @@
 
 #include <memblock/imaging/elemtypechange_internal.h>
 #include <memblock/imaging/indexvector.h>
+#include <memblock/imaging/packedlimits_internal.h>
 #include <memblock/vector/arithmetic/dispatch_internal.h>
 #include <memblock/vector/arithmetic/resulttype_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
@@ -47,8 +48,9 @@ Result MakeResult(OperandPair const& operands, DataType type)
         return {Vector::Create(OpenChunk(array.Length(), type), 1.0), true};
     Result result{DerivedPointer<Vector>(array.Clone(true))};
     result.from_stencil = array.LgType() == lg_stencil && array.Conforms("image");
-    if (result.vector->ElemType() == type)
-        result.vector->SetTypedChunk(OpenChunk(array.Length(), type));
+    if (result.vector->ElemType() == type) // a stencil looks at the pixels that it gets
+        result.vector->SetTypedChunk(result.from_stencil ? NewChunk(array.Length(), type)
+                                                         : OpenChunk(array.Length(), type));
     else
         VectorOperation::Retype(*result.vector, type);
     result.vector->SetFactor(1.0);
@@ -221,6 +223,7 @@ PMemBlock Finished(Result result, OperandPair const& operands, OpRequest const& 
     if (request.op.kind == OpKind::negation && result.from_stencil &&
         result.vector->Conforms("image"))
         result.vector->SetLgType("mask");
+    CountObjects(*result.vector);
     return result.bare ? result.vector : PlainUnlessOwnType(result.vector);
 }
 
@@ -289,6 +292,8 @@ PMemBlock Vector::op(char operation, PMemBlock other, op_options const& options)
     // it.
     DerivedPointer<Vector> y(vector);
     other = PMemBlock();
+    if (auto const limits = PackedLimits(cref(y)))
+        y = limits;
     return ops::Run({ops::Operand(*this), ops::Operand(std::move(y))},
                     ops::OpRequest(operation, options));
 }

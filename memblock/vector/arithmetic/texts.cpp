@@ -9,9 +9,14 @@ namespace {
 
 /// Combine element by element; a scalar is read again and again.
 template <bool xscalar, bool yscalar, class R, class Combine>
-DerivedPointer<Vector> EachPair(Vector const& x, Vector const& y, Combine combine)
+DerivedPointer<Vector> EachPair(char op, Vector const& x, Vector const& y, Combine combine)
 {
     unsigned const n = xscalar ? y.Length() : x.Length();
+    bool const xfits = xscalar ? x.Length() > 0 : x.Length() == n;
+    bool const yfits = yscalar ? y.Length() > 0 : y.Length() == n;
+    if (!xfits || !yfits)
+        Raise(err_value, "Cannot apply operation '%c' to vectors of lengths %d and %d elements.",
+              op, x.Length(), y.Length());
     auto result = Vector::Create(n, type_of<R>::value, true, 0, 1.0);
     safestring const* const a = x.StringPointer(0);
     safestring const* const b = y.StringPointer(0);
@@ -34,13 +39,13 @@ DerivedPointer<Vector> PerformStringOp(char op, DerivedPointer<Vector> const& x,
 {
     auto const compare = [&](auto test) {
         return EachPair<xscalar, yscalar, unsigned char>(
-            cref(x), cref(y),
+            op, cref(x), cref(y),
             [test](safestring const& a, safestring const& b) { return test(a.compare(b)); });
     };
     switch (op) {
     case 'c':
         return EachPair<xscalar, yscalar, safestring>(
-            cref(x), cref(y), [](safestring const& a, safestring const& b) { return a + b; });
+            op, cref(x), cref(y), [](safestring const& a, safestring const& b) { return a + b; });
     case '=':
         return compare([](int order) { return order == 0; });
     case '#':

@@ -1,0 +1,361 @@
+#include "container_fixture.h"
+
+#include <memblock/collections/table.h>
+#include <memblock/core/keytable.h>
+#include <memblock/imaging/datacube.h>
+#include <memblock/imaging/image.h>
+#include <memblock/imaging/intervalvector.h>
+#include <memblock/imaging/mask.h>
+#include <memblock/imaging/numrange.h>
+#include <memblock/imaging/point.h>
+#include <memblock/imaging/stencil.h>
+#include <memblock/serial/factory.h>
+#include <memblock/serial/warning.h>
+#include <support/raises.h>
+#include <support/testblock.h>
+#include <support/vectors.h>
+#include <support/warnings.h>
+
+#include <cmath>
+#include <fstream>
+#include <functional>
+#include <gtest/gtest.h>
+#include <limits>
+#include <set>
+
+using namespace NKelmic;
+
+namespace {
+
+// ---- objects of all kinds
+
+DerivedPointer<IndexVector> Pixels(std::vector<unsigned int> const& dims)
+{
+    return IndexVector::Create(UInts({1, 3, 2}),
+                               IndexVector::TargetData(static_cast<int>(dims.size()), dims.data()));
+}
+
+DerivedPointer<IntervalVector> Over(DerivedPointer<Vector> const& target)
+{
+    auto const v = IntervalVector::Create(2, target);
+    unsigned int const limits[] = {0, 1, 2};
+    std::copy_n(limits, 3, v->Start(0));
+    return v;
+}
+
+DerivedPointer<Vector> OfType(DataType type, unsigned long n)
+{
+    auto const v = Vector::Create(n, type, true, 0, 1.0);
+    for (unsigned int i = 0; i < n && type != Vector::VoidStar; ++i)
+        v->SetElem(i, static_cast<int>(i + 1));
+    return v;
+}
+
+/// At least one object of each class, element type, logical class and form.
+std::vector<PMemBlock> EveryKind()
+{
+    std::vector<PMemBlock> all;
+    for (DataType const type : {
+#define MEMBLOCK_TYPE(NAME, NUMBER, T, TEXT) Vector::NAME,
+             MEMBLOCK_ELEM_TYPES(MEMBLOCK_TYPE)
+#undef MEMBLOCK_TYPE
+         }) {
+        all.push_back(OfType(type, 3));
+        if (type == Vector::Byte || Vector::IsObject(type)) {
+            all.push_back(OfType(type, 0));
+            all.push_back(OfType(type, 1));
+        }
+    }
+    all.push_back(Doubles({1.5, -2.0}, 2.0));
+    std::pair<DataType, int> const images[] = {{Vector::Byte, Image::data},
+                                               {Vector::Triple, Image::visual},
+                                               {Vector::Float, Image::data},
+                                               {Vector::Byte, Image::mask},
+                                               {Vector::UnsignedShort, Image::stencil},
+                                               {Vector::UnsignedInt, Image::stencil}};
+    for (auto const& [type, logic] : images) {
+        auto const image = Image::Create(4, 3, type, 1.0);
+        image->SetElem(5, 2);
+        image->DoSetLgType(logic);
+        all.push_back(image);
+    }
+    for (DataType const type : {Vector::Byte, Vector::Double})
+        all.push_back(DataCube::Create(2, 2, 2, type, 1.0));
+    for (auto const& dims : {std::vector{5u, 4u}, std::vector{3u, 2u, 2u}, std::vector{9u}})
+        all.push_back(Pixels(dims));
+    for (auto const& target : std::initializer_list<DerivedPointer<Vector>>{
+             Pixels({5, 4}), Over(Pixels({5, 4})), Doubles({1, 2, 3}), Pixels({3, 2, 2}),
+             Pixels({9})}) {
+        all.push_back(Over(target));
+        auto const separate = Over(target);
+        separate->AddEndArray();
+        all.push_back(separate);
+    }
+    all.push_back(Point::Create(1, 2));
+    all.push_back(NumRange::Create(1, 4));
+    all.push_back(Mask::Create(DerivedPointer<Vector>(Pixels({5, 4}))));
+    all.push_back(Mask::Create(DerivedPointer<Vector>(Image::Create(4, 3, Vector::Byte, 1.0))));
+    all.push_back(Stencil::Create(DerivedPointer<Vector>(Over(Pixels({5, 4})))));
+    all.push_back(
+        Stencil::Create(DerivedPointer<Vector>(Image::Create(4, 3, Vector::UnsignedShort, 1.0))));
+    for (bool const ordered : {false, true}) {
+        auto const c = Cnt("a", 1, "b", "text", "c", Cnt("d", Ints({1, 2})));
+        c->SetOrdered(ordered);
+        all.push_back(c);
+    }
+    all.push_back(Table::Create("a", Ints({1, 2}), "q r", Texts({"t", "u"})));
+    safestringlist const classes(ListClasses(','), ',');
+    for (unsigned long i = 0; i < classes.size(); ++i)
+        all.push_back(MemBlock::Factory().GetInstance(classes[i]));
+    return all;
+}
+
+// ---- keys
+
+/// Those of all tables, which the page of keys lists, and some of each form that no table holds.
+std::vector<safestring> EveryKey()
+{
+    std::vector<safestring> keys{"",
+                                 "!",
+                                 "*",
+                                 " ",
+                                 "0",
+                                 "_0",
+                                 "-1",
+                                 "7",
+                                 "99999999999",
+                                 "1x",
+                                 "0..1",
+                                 "2..0",
+                                 "0,0",
+                                 "9,9",
+                                 "-1,0",
+                                 "0,0,0",
+                                 "1,1,9",
+                                 ",",
+                                 "@",
+                                 "@@",
+                                 "@@mean@@",
+                                 "@mean@",
+                                 "@factor",
+                                 "@length",
+                                 "@elemtype",
+                                 "@slice:0:1",
+                                 "@slice:2:1",
+                                 "@slice:x",
+                                 "@insert:0",
+                                 "@insert:9",
+                                 "@insert:",
+                                 "target_descr",
+                                 "target_rank",
+                                 "target_dimsize0",
+                                 "target_dimsize9",
+                                 "target_data",
+                                 "a",
+                                 "q r",
+                                 "@q r@",
+                                 "x:@first",
+                                 "x:@before",
+                                 "new.sub",
+                                 "new.sub.@nothing",
+                                 "a.@nothing",
+                                 "c.d.0",
+                                 "c.d.9",
+                                 "c.@nothing",
+                                 "c.new.@nothing",
+                                 "0.x",
+                                 "target.0",
+                                 "@sticky.x",
+                                 "@transient.@nothing",
+                                 "rawtarget.length",
+                                 "no such key"};
+    std::ifstream page(MEMBLOCK_SOURCE_ROOT "/docs/keys.md");
+    for (std::string line; std::getline(page, line);)
+        if (line.starts_with("| `"))
+            keys.emplace_back(line.substr(3, line.find('`', 3) - 3).c_str());
+    return keys;
+}
+
+// ---- values
+
+std::vector<DataItem> OddValues()
+{
+    double const inf = std::numeric_limits<double>::infinity();
+    std::vector<DataItem> values{{},
+                                 0,
+                                 -1,
+                                 2,
+                                 5000000000LL,
+                                 std::numeric_limits<long long>::min(),
+                                 1e300,
+                                 -0.5,
+                                 std::nan(""),
+                                 inf,
+                                 -inf,
+                                 "",
+                                 "5",
+                                 "-7",
+                                 "1,2",
+                                 "no word of any list",
+                                 safestring(3000, 'x'),
+                                 "unsigned,short",
+                                 static_cast<void*>(nullptr),
+                                 DataItem(PMemBlock()),
+                                 DataItem(ThreadSharablePointer<ThreadSharable>(new TestSharable))};
+    for (int const logic : {Image::data, Image::visual, Image::mask, Image::stencil})
+        values.push_back(Image::Create(1, 1, Vector::Byte, 1.0)->LgType2String(logic));
+    for (int const logic : {IntervalVector::subobj, IntervalVector::subnum,
+                            IntervalVector::datacubestencil, IntervalVector::vectorstencil})
+        values.push_back(IntervalVector::Create()->LgType2String(logic));
+    for (PMemBlock const& object :
+         std::initializer_list<PMemBlock>{Bytes({}),
+                                          Bytes({3, 1}),
+                                          Doubles({-1, std::nan("")}, 0.5),
+                                          UInts({4000000000u}),
+                                          Texts({"a", "b", "c"}),
+                                          Objects({Ints({1})}),
+                                          Items({1, "t"}),
+                                          Image::Create(4, 3, Vector::Byte, 1.0),
+                                          Image::Create(2, 2, Vector::Float, 2.0),
+                                          DataCube::Create(1, 1, 1, Vector::Byte, 1.0),
+                                          Point::Create(1, 2),
+                                          Pixels({5, 4}),
+                                          Pixels({1}),
+                                          Over(Pixels({5, 4})),
+                                          Over(Doubles({1, 2})),
+                                          Over(Over(Pixels({5, 4}))),
+                                          Mask::Create(),
+                                          Container::Create(),
+                                          Cnt("a", Ints({7}), "z", 1),
+                                          Table::Create("a", Ints({1, 2})),
+                                          TestBlock::Create()})
+        values.push_back(object);
+    return values;
+}
+
+// ---- handlers
+
+#define EXPECT_RAISES_TEXT(statement, text)                                                        \
+    do {                                                                                           \
+        try {                                                                                      \
+            statement;                                                                             \
+            ADD_FAILURE() << "nothing raised: " << (text);                                         \
+        } catch (Exception const& raised_) {                                                       \
+            EXPECT_EQ(raised_.what(), text);                                                       \
+        }                                                                                          \
+    } while (false)
+
+/// Throws its own words for what it is told.
+struct Answers : Reports {
+    unsigned int operator()(Exception const& e) override
+    {
+        Reports::operator()(e);
+        throw Exception(e.Code(), "answer: " + safestring(e.what()));
+    }
+};
+
+/// Run with each kind of handler. It has to fail or succeed with all alike, to throw with none that
+/// does not throw, and to say the same. Returns what it said, empty for a success.
+std::string RunWithEachHandler(std::function<bool(ThrowHandlerFunc)> const& run)
+{
+    Reports reports;
+    bool done = false;
+    EXPECT_NO_THROW(done = run(reports));
+    if (done)
+        return {};
+    std::string const text = reports.texts.empty() ? "nothing at all" : reports.texts[0];
+    EXPECT_FALSE(reports.texts.empty()) << "it fails in silence";
+    EXPECT_NO_THROW(EXPECT_FALSE(run(throw_never)));
+    EXPECT_RAISES_TEXT(run(throw_always), text);
+    Answers answers;
+    EXPECT_RAISES_TEXT(run(answers), "answer: " + text);
+    EXPECT_EQ(answers.texts.size(), 1u);
+    return text;
+}
+
+/// All that can be seen of an object, and a copy to compare it with.
+struct State {
+    explicit State(PMemBlock const& object) : copy(object->Clone(true))
+    {
+        safestring consistency;
+        object->Consistent(consistency, true);
+        PMemBlock const fresh = object->Clone(true); // it has no hash yet
+        text = Text("%s|%s|%s|%d|%s", object->GetDescription(), consistency,
+                    object->GetSubItem("@type", throw_never).GetString(), object->Flags(),
+                    fresh->SecondaryItem(MemBlock::key_md5, throw_never).GetString())
+                   .c_str();
+    }
+    PMemBlock copy;
+    std::string text;
+};
+
+/// Let go what an object holds, which may be itself.
+void Unloop(PMemBlock const& object)
+{
+    object->ResetPimpl();
+    if (auto* const container = MemCast<Container>(object.Pointer()))
+        container->clear();
+    if (auto* const vector = MemCast<Vector>(object.Pointer());
+        vector && Vector::IsObject(vector->ElemType()) && vector->Length() > 0)
+        vector->SetSubItem("0", 0, throw_never);
+}
+
+/// Whether a key is there, though what it gives may be undefined: a null element.
+bool Succeeds(PMemBlock const& object, safestring const& key)
+{
+    bool ok = true;
+    CheckOk check(ok);
+    object->GetSubItem(key, check);
+    return ok;
+}
+
+void ReadAll(PMemBlock const& object, std::vector<safestring> const& keys)
+{
+    for (safestring const& key : keys) {
+        SCOPED_TRACE(key.c_str());
+        bool const is_element = !key.empty() && (key[0] == '_' || (key[0] >= '0' && key[0] <= '9'));
+        RunWithEachHandler([&](ThrowHandlerFunc handler) {
+            return object->GetSubItem(key, handler).IsDefined() ||
+                   (is_element && Succeeds(object, key));
+        });
+        EXPECT_NO_THROW(object->ResolveSubItem(key, throw_never));
+    }
+}
+
+} // namespace
+
+TEST(Keys, WhatFailsGoesToTheHandlerAndChangesNothing)
+{
+    WarningLog const warnings;
+    auto const keys = EveryKey();
+    ASSERT_GT(keys.size(), 150u) << "the page of keys is there";
+    auto const values = OddValues();
+    for (PMemBlock const& sample : EveryKind()) {
+        SCOPED_TRACE(sample.GetDescription().c_str());
+        ReadAll(sample->Clone(false), keys);
+        std::set<std::string> seen;
+        PMemBlock object = sample->Clone(false);
+        bool const comparable = *object == *sample; // vectors of objects are not
+        for (safestring const& key : keys)
+            for (std::size_t i = 0; i <= values.size(); ++i) {
+                DataItem const value = i < values.size() ? values[i] : DataItem(object);
+                SCOPED_TRACE(Text("\"%s\" = %s", key, value.GetDescription()).c_str());
+                State const before(object);
+                auto const text = RunWithEachHandler([&](ThrowHandlerFunc handler) {
+                    return object->SetSubItem(key, value, handler);
+                });
+                if (!text.empty()) {
+                    EXPECT_EQ(State(object).text, before.text);
+                    EXPECT_TRUE(!comparable || *object == *before.copy);
+                    if (i == 1 && (text.starts_with("Cannot set item") ||
+                                   text.starts_with("Subkey not found")))
+                        break; // whatever the value
+                    continue;
+                }
+                if (i < values.size() && seen.size() < 8 && seen.insert(State(object).text).second)
+                    ReadAll(object, keys);
+                Unloop(object);
+                object = sample->Clone(false);
+            }
+    }
+}
