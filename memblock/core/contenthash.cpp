@@ -2,7 +2,7 @@
 
 #include <memblock/base/raise.h>
 #include <memblock/collections/container.h>
-#include <memblock/imaging/packedlimits_internal.h>
+#include <memblock/vector/packedlimits_internal.h>
 
 #include <algorithm>
 #include <limits>

@@ -1,4 +1,4 @@
-#include <memblock/imaging/elemtypechange_internal.h>
+#include <memblock/vector/elemtypechange_internal.h>
 
 #include <memblock/core/memblockimpl.h>
 #include <memblock/imaging/image.h>

@@ -1,7 +1,7 @@
 #include <memblock/imaging/image.h>
 
 #include <memblock/core/subitem_internal.h>
-#include <memblock/imaging/elemtypechange_internal.h>
+#include <memblock/vector/elemtypechange_internal.h>
 #include <memblock/imaging/pixel_kernels.h>
 #include <memblock/serial/warning.h>
 #include <memblock/vector/vectorchunk_internal.h>

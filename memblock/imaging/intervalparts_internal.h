@@ -2,7 +2,7 @@
 #define MEMBLOCK_IMAGING_INTERVALPARTS_INTERNAL_H
 
 #include <memblock/base/multiversion.h>
-#include <memblock/imaging/packedlimits_internal.h>
+#include <memblock/vector/packedlimits_internal.h>
 
 #include <algorithm>
 

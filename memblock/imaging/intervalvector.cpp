@@ -316,6 +316,14 @@ PMemBlock IntervalParts::Ends(IntervalVector const& v, unsigned int from, unsign
     return Vector::Create(TypedChunk(count, cells.Type(), cells.Chunk(), sizeof *out), 1.0);
 }
 
+static_assert(first_interval_class == IntervalVector::stencil);
+
+bool HasSeparateEnds(Vector const& v)
+{
+    auto const* const intervals = dynamic_cast<IntervalVector const*>(&v);
+    return intervals && intervals->HasEndArray();
+}
+
 DerivedPointer<Vector> PackedLimits(Vector const& v)
 {
     if (!HoldsStartsOnly(v))

@@ -1,6 +1,6 @@
 #include <memblock/vector/convert_internal.h>
 
-#include <memblock/imaging/packedlimits_internal.h>
+#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/serial/warning.h>
 
 #include <algorithm>

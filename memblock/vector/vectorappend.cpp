@@ -1,7 +1,7 @@
 #include <memblock/vector/vector.h>
 
-#include <memblock/imaging/elemtypechange_internal.h>
-#include <memblock/imaging/packedlimits_internal.h>
+#include <memblock/vector/elemtypechange_internal.h>
+#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/vector/convert.h>
 #include <memblock/vector/convert_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>

@@ -1,6 +1,6 @@
 #include <memblock/core/memblockimpl.h>
 
-#include <memblock/imaging/packedlimits_internal.h>
+#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/vector/summary.h>
 #include <memblock/vector/vector.h>
 

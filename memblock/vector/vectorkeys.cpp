@@ -6,7 +6,7 @@
 #include <memblock/core/attempt_internal.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/imaging/numrange.h>
-#include <memblock/imaging/packedlimits_internal.h>
+#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/serial/warning.h>
 #include <memblock/vector/summary.h>
 #include <memblock/vector/vectorforms_internal.h>

@@ -1,7 +1,7 @@
 #include <memblock/vector/vector.h>
 
 #include <memblock/base/number.h>
-#include <memblock/imaging/packedlimits_internal.h>
+#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/vector/elemnumber_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 

@@ -2,8 +2,8 @@
 
 #include <memblock/base/raise.h>
 #include <memblock/core/memblock_internal.h>
-#include <memblock/imaging/elemtypechange_internal.h>
-#include <memblock/imaging/packedlimits_internal.h>
+#include <memblock/vector/elemtypechange_internal.h>
+#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
 #include <algorithm>

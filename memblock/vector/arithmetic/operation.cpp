@@ -1,8 +1,8 @@
 #include <memblock/vector/arithmetic/op.h>
 
-#include <memblock/imaging/elemtypechange_internal.h>
+#include <memblock/vector/elemtypechange_internal.h>
 #include <memblock/imaging/indexvector.h>
-#include <memblock/imaging/packedlimits_internal.h>
+#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/vector/arithmetic/dispatch_internal.h>
 #include <memblock/vector/arithmetic/resulttype_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>

@@ -1,21 +1,24 @@
-#ifndef MEMBLOCK_IMAGING_PACKEDLIMITS_INTERNAL_H
-#define MEMBLOCK_IMAGING_PACKEDLIMITS_INTERNAL_H
+#ifndef MEMBLOCK_VECTOR_PACKEDLIMITS_INTERNAL_H
+#define MEMBLOCK_VECTOR_PACKEDLIMITS_INTERNAL_H
 
-#include <memblock/imaging/intervalvector.h>
+#include <memblock/vector/vector.h>
 
 namespace NKelmic {
 
-// The elements of an interval vector with separate ends are half of its limits. Whatever works on
+// What `IntervalVector` wants done differently where vectors work on their elements; it implements
+// these hooks. The elements of an interval vector with separate ends are half of its limits. Whatever works on
 // the elements of any vector, from `Vector::Erase` to the key "max", works there on the limits of
 // the contiguous form. An edit ends in that form; a reader leaves the object as it is.
+
+/// The lowest logical class of interval vectors.
+constexpr int first_interval_class = 23;
+
+bool HasSeparateEnds(Vector const& v); ///< false for all but interval vectors
 
 /// Whether this is an interval vector with separate ends. Costs one comparison for all others.
 inline bool HoldsStartsOnly(Vector const& v)
 {
-    if (v.LgType() < IntervalVector::stencil)
-        return false;
-    auto const* const intervals = dynamic_cast<IntervalVector const*>(&v);
-    return intervals && intervals->HasEndArray();
+    return v.LgType() >= first_interval_class && HasSeparateEnds(v);
 }
 
 /// The number of elements that scripts see: of limits, not of starts.
@@ -46,4 +49,4 @@ bool EditPacked(Vector& v, Edit&& edit)
 
 } // namespace NKelmic
 
-#endif // MEMBLOCK_IMAGING_PACKEDLIMITS_INTERNAL_H
+#endif // MEMBLOCK_VECTOR_PACKEDLIMITS_INTERNAL_H

@@ -1,10 +1,13 @@
-#ifndef MEMBLOCK_IMAGING_ELEMTYPECHANGE_INTERNAL_H
-#define MEMBLOCK_IMAGING_ELEMTYPECHANGE_INTERNAL_H
+#ifndef MEMBLOCK_VECTOR_ELEMTYPECHANGE_INTERNAL_H
+#define MEMBLOCK_VECTOR_ELEMTYPECHANGE_INTERNAL_H
 
 #include <memblock/core/dataitem.h>
 #include <memblock/vector/vector.h>
 
 namespace NKelmic {
+
+// What classes of the upper folders want done differently where vectors change their type or
+// length; imaging implements these hooks.
 
 class Image;
 
@@ -38,4 +41,4 @@ void CheckLengthIsFree(Vector const& v);
 
 } // namespace NKelmic
 
-#endif // MEMBLOCK_IMAGING_ELEMTYPECHANGE_INTERNAL_H
+#endif // MEMBLOCK_VECTOR_ELEMTYPECHANGE_INTERNAL_H
