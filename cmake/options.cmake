@@ -16,9 +16,6 @@ endforeach()
 if(MEMBLOCK_WERROR)
     target_compile_options(memblock_options INTERFACE -Werror)
 endif()
-if(MEMBLOCK_PCH AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    target_compile_options(memblock_options INTERFACE -fpch-preprocess) # for the compiler cache
-endif()
 if(MEMBLOCK_SANITIZE)
     # -fno-sanitize=null: a description may be asked of a null object, see memblock/CMakeLists.txt.
     set(sanitize -fsanitize=${MEMBLOCK_SANITIZE} -fno-sanitize=null -fno-sanitize-recover=all)
