@@ -2,6 +2,7 @@
 #define MEMBLOCK_IMAGING_INTERVALPARTS_INTERNAL_H
 
 #include <memblock/base/multiversion.h>
+#include <memblock/imaging/intervalvector.h>
 #include <memblock/vector/packedlimits_internal.h>
 
 #include <algorithm>
