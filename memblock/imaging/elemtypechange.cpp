@@ -5,6 +5,7 @@
 #include <memblock/imaging/indexvector.h>
 #include <memblock/imaging/numrange.h>
 #include <memblock/imaging/point.h>
+#include <memblock/vector/summary.h>
 
 namespace NKelmic {
 
@@ -47,7 +48,13 @@ void CountObjects(Vector const& v)
 DerivedPointer<Vector> ImageAsBytes(Vector const& v)
 {
     auto const* image = dynamic_cast<Image const*>(&v);
-    if (!image || !IsInSet<IntegerTypes>(v.ElemType()))
+    if (!image)
+        return nullptr;
+    // Floating pixels are scaled by a factor elsewhere, which a visual image cannot have.
+    bool const visual_floats = IsInSet<FloatTypes>(v.ElemType()) &&
+                               image->Type() == Image::visual && v.Length() > 0 &&
+                               v.SecondaryDouble(key_min, throw_always) >= 0;
+    if (!visual_floats && !IsInSet<IntegerTypes>(v.ElemType()))
         return nullptr;
     DerivedPointer<Image> bytes(image->Clone(true));
     bytes->Depth8();

@@ -3,8 +3,8 @@
 #include <memblock/base/number.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/core/subitem_internal.h>
-#include <memblock/vector/elemtypechange_internal.h>
 #include <memblock/imaging/shape_internal.h>
+#include <memblock/vector/elemtypechange_internal.h>
 #include <memblock/vector/summary.h>
 #include <memblock/vector/vectorchunk_internal.h>
 

@@ -1,9 +1,9 @@
 #include <memblock/imaging/image.h>
 
 #include <memblock/core/subitem_internal.h>
-#include <memblock/vector/elemtypechange_internal.h>
 #include <memblock/imaging/pixel_kernels.h>
 #include <memblock/serial/warning.h>
+#include <memblock/vector/elemtypechange_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
 #include <utility>
@@ -149,6 +149,11 @@ void Image::SetElemType(DataType type, bool contents, bool keep_factor)
         // Made aside: colours have no factor, and to be rid of it may be refused.
         auto const colours = std::as_const(*this).ConvertElemsToType(type, true, keep_factor);
         return InstallConverted(cref(colours).Chunk(), 1.0);
+    }
+    if (type == Triple && Factor() != 1.0) { // the same on a clone, which may be refused
+        DerivedPointer<Image> const trial(Clone(true));
+        trial->Vector::SetElemType(type, contents, keep_factor);
+        ElemTypeChange(*trial).Finish();
     }
     Vector::SetElemType(type, contents, keep_factor);
     ElemTypeChange(*this).Finish(); // bytes that are read as colours, too

@@ -307,7 +307,26 @@ bool IntervalVector::Entertain(MemBlockVisitor& v, safestring const& path, enter
     }
     if (Target_ && !EntertainChild(Target_, v, TraverseNode(node, "target").Path(), mode))
         return false;
-    return !EndArray_ || EntertainChild(EndArray_, v, TraverseNode(node, "endarray").Path(), mode);
+    return !EndArray_ ||
+           IntervalParts::EntertainEnds(*this, v, TraverseNode(node, "endarray").Path(), mode);
+}
+
+bool IntervalParts::EntertainEnds(IntervalVector& v, MemBlockVisitor& visitor,
+                                  safestring const& path, MemBlock::entertainmode_t mode)
+{
+    auto const fits = [&v](PMemBlock const& object) {
+        Vector const* const ends = MemCast<Vector>(object);
+        return ends && ends->ElemType() == Vector::UnsignedInt &&
+               ends->Length() == v.IntervalCount_;
+    };
+    PMemBlock const before = v.EndArray_->Clone(true); // shares the array until it is written
+    bool const go_on = v.EntertainChild(v.EndArray_, visitor, path, mode);
+    // A visitor may leave anything in this place, which is taken only if it can be an array of
+    // ends; or nothing, where it has packed the limits.
+    bool const still_apart = v.Length() == v.IntervalCount_;
+    if (still_apart && !fits(v.EndArray_) && fits(before))
+        v.EndArray_ = before;
+    return go_on;
 }
 
 // ---- Verbs

@@ -131,6 +131,9 @@ private:
 /// The inner tools that the sources of `IntervalVector` share.
 struct IntervalParts {
     static PMemBlock& Target(IntervalVector& v) { return v.Target_; }
+    /// Offer the array of ends as a child.
+    static bool EntertainEnds(IntervalVector& v, MemBlockVisitor& visitor, safestring const& path,
+                              MemBlock::entertainmode_t mode);
     /// The target, as an object that nobody else sees: writers leave the others theirs.
     static DerivedPointer<Vector> OwnTarget(IntervalVector& v);
     /// The same for the innermost layer; null if that is no index vector.

@@ -193,10 +193,11 @@ DataItem RegionBase::ResolveSubItem(safestring const& key, ThrowHandlerFunc hand
 PMemBlock RegionBase::DoClone(int mode) const
 {
     auto const copy = New();
+    // The forms are children: the higher modes leave them to a walk over the copy.
     if (image_)
-        copy->image_ = image_->Clone(mode > 0);
+        copy->image_ = mode > 1 ? image_ : image_->Clone(mode > 0);
     if (vector_)
-        copy->vector_ = vector_->Clone(mode > 0);
+        copy->vector_ = mode > 1 ? vector_ : vector_->Clone(mode > 0);
     return copy;
 }
 

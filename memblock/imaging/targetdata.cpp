@@ -3,9 +3,9 @@
 #include <memblock/base/number.h>
 #include <memblock/core/keytable.h>
 #include <memblock/core/visitor.h>
-#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/imaging/shape_internal.h>
 #include <memblock/vector/convert.h>
+#include <memblock/vector/packedlimits_internal.h>
 
 namespace NKelmic {
 

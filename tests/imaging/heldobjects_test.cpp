@@ -259,3 +259,41 @@ TEST(HeldObjects, OfARegionHaveTheirPathsAndMayBeExchanged)
                       "No representation stored: Mask for 0x0 images, in image representation");
     EXPECT_EQ(Faults(*mask), "No representation stored.\n");
 }
+
+TEST(HeldObjects, OfACopiedRegionStaySharedWithTheRestOfTheTree)
+{
+    auto const pixels = IndexVector::Create(UInts({6, 7}), 5, 4);
+    PMemBlock const mask = Mask::Create(DerivedPointer<Vector>(pixels));
+    auto const root = Cnt("m", mask, "v", PMemBlock(pixels));
+    root->MakeDeepCopy();
+    PMemBlock const copy = root->Get("m").GetMemory();
+    EXPECT_NE(copy.Pointer(), mask.Pointer());
+    EXPECT_EQ(MemCast<Mask>(copy)->GetVectorRepr().Pointer(),
+              root->Get("v").GetMemory().Pointer());
+    EXPECT_NE(root->Get("v").GetMemory().Pointer(), pixels.Pointer());
+}
+
+TEST(HeldObjects, WhatCannotBeEndsIsNotTakenForThem)
+{
+    struct Spoiler : MemBlockVisitor {
+        explicit Spoiler(PMemBlock with) : with_(std::move(with)) {}
+        using MemBlockVisitor::Visit;
+        int Visit(safestring const& path, PMemBlock& block) override
+        {
+            if (path.ends_with("endarray"))
+                block = with_;
+            return go_on;
+        }
+        PMemBlock with_;
+    };
+    for (PMemBlock const& with : {PMemBlock(), PMemBlock(Cnt("a", 1)), PMemBlock(UInts({1}))}) {
+        auto const v = IntervalVector::Create(2, IndexVector::Create(UInts({6, 7}), 5, 4));
+        v->AddEndArray();
+        auto const before = v->Clone(false);
+        Spoiler spoiler(with);
+        v->Entertain(spoiler, "", MemBlock::em_all);
+        safestring message;
+        EXPECT_TRUE(v->Consistent(message, true)) << message.c_str();
+        EXPECT_TRUE(*v == *before);
+    }
+}
