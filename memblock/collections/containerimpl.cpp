@@ -45,9 +45,11 @@ ContainerIterator ContainerImpl::FindByKey(safestring const& key)
     item = Find(name);
     if (item != map_.end() || !IsQuotedName(name))
         return item;
-    while (IsQuotedName(name)) // see KeyOfItem
-        UnquoteName(name);
-    return Find(name);
+    std::size_t pairs = 0; // all of them go, see KeyOfItem
+    while (2 * pairs + 2 <= name.size() && name[pairs] == '@' &&
+           name[name.size() - 1 - pairs] == '@')
+        ++pairs;
+    return Find(name.substr(pairs, name.size() - 2 * pairs));
 }
 
 unsigned int ContainerImpl::GetPos(ContainerConstIterator item) const

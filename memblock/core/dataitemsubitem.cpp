@@ -50,12 +50,16 @@ DataItem DataItem::ResolveSubItem(safestring const& key, ThrowHandlerFunc handle
         return *this;
     if (key == "@creator")
         return GetCreator();
+    auto const expression = [&] {
+        return AttemptAtDoor(handler,
+                             [&](ThrowHandlerFunc) -> DataItem { return GetExpression(); });
+    };
     if (key == "@expression")
-        return GetExpression();
+        return expression();
     if (bits_.type == it_memblock && Block())
         return Block()->GetSubItem(key, handler);
     if (key == "expression")
-        return GetExpression();
+        return expression();
     if (IsText()) {
         if (IsLengthKey(key))
             return BytePosToCharPos(static_cast<int>(AsText().size()));

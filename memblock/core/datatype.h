@@ -110,11 +110,11 @@ struct TypeUnion {
 
 #define MEMBLOCK_LISTED(NAME, ID, T, TEXT) , T
 template <class None, class First, class... T>
-using Listed = TypeSet<First, T...>; // a list begins with a comma, hence the unused parameter
-using SignedTypes = Listed<void MEMBLOCK_SIGNED_ELEM_TYPES(MEMBLOCK_LISTED)>;
-using UnsignedTypes = Listed<void MEMBLOCK_UNSIGNED_ELEM_TYPES(MEMBLOCK_LISTED)>;
-using FloatTypes = Listed<void MEMBLOCK_FLOAT_ELEM_TYPES(MEMBLOCK_LISTED)>;
-using ObjectTypes = Listed<void MEMBLOCK_OBJECT_ELEM_TYPES(MEMBLOCK_LISTED)>;
+using ListedTypes = TypeSet<First, T...>; // a list begins with a comma, hence the unused parameter
+using SignedTypes = ListedTypes<void MEMBLOCK_SIGNED_ELEM_TYPES(MEMBLOCK_LISTED)>;
+using UnsignedTypes = ListedTypes<void MEMBLOCK_UNSIGNED_ELEM_TYPES(MEMBLOCK_LISTED)>;
+using FloatTypes = ListedTypes<void MEMBLOCK_FLOAT_ELEM_TYPES(MEMBLOCK_LISTED)>;
+using ObjectTypes = ListedTypes<void MEMBLOCK_OBJECT_ELEM_TYPES(MEMBLOCK_LISTED)>;
 #undef MEMBLOCK_LISTED
 using IntegerTypes = TypeUnion<SignedTypes, UnsignedTypes>;
 using NumericTypes = TypeUnion<IntegerTypes, FloatTypes>;

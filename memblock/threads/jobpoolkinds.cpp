@@ -237,11 +237,10 @@ void JobPoolImpl_MT::HandlePosted(PoolMsg& message)
     Handle(message);
 }
 
-/// A job that no worker will take: the program is ending, or all workers wait for answers of this
-/// thread, which waits for the jobs. Null if there is none.
+/// A job that no worker will take any more, as the program is ending; null if there is none.
 Job* JobPoolImpl_MT::TakeJobLeftBehind()
 {
-    if (!ThreadMgr::Instance().HasEnded() && HeldJob::Count(*this) < threads_)
+    if (!ThreadMgr::Instance().HasEnded())
         return nullptr;
     Job* job = nullptr;
     {

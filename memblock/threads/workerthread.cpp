@@ -20,8 +20,8 @@ void WorkerThread::Run(Job& job, JobPoolImpl& pool, bool here)
             PoolMsg started(PoolMsg::started, job.index_);
             pool.PostPoolMessage(started);
             message.value = job.Run();
-            if (!here)
-                MakeIndependent(message.value); // a failure of it is the job's
+            if (!here || !pool.IsCreatorThread()) // the results are read there
+                MakeIndependent(message.value);   // a failure of it is the job's
             message.type = PoolMsg::succeeded;
         } catch (...) {
             message.value = ReportFailure(job);

@@ -1,4 +1,5 @@
 #include <memblock/core/safevalue.h>
+#include <memblock/core/subitem.h>
 
 #include <support/failing_alloc.h>
 #include <support/raises.h>
@@ -95,4 +96,14 @@ TEST(DataItemSubItem, FetchWithADefaultNeverThrows)
     safestring text;
     EXPECT_FALSE(DataItem().Fetch("x", text, "none"));
     EXPECT_EQ(text, "none");
+}
+
+TEST(DataItemSubItem, AnItemWithoutExpressionReportsIt)
+{
+    for (char const* key : {"expression", "@expression"}) {
+        CollectThrowMessage collect(false);
+        EXPECT_TRUE(DataItem().ResolveSubItem(key, collect).IsUndefined());
+        EXPECT_EQ(collect.Messages(), "Data item has no expression: {Undefined}; ");
+        EXPECT_TRUE(DataItem().ResolveSubItem(key, throw_never).IsUndefined());
+    }
 }

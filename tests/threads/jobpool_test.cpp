@@ -167,8 +167,9 @@ TEST_P(JobPoolOf, AnAnswerMayWaitForAllJobsButThoseThatAsk)
         pool.Wait(1);
         return question;
     };
-    for (int i = 0; i < 10; ++i)
-        pool.Add(i % 2 ? Task::Work(Ask) : [](Task&) { return DataItem(1); });
+    int const asking = std::max(GetParam(), 1); // each keeps a worker until it is answered
+    for (int i = -5; i < asking; ++i)
+        pool.Add(i >= 0 ? Task::Work(Ask) : [](Task&) { return DataItem(1); });
     pool.Wait();
     for (auto const& result : pool.GetResults())
         EXPECT_EQ(result.GetInt(), 1);
