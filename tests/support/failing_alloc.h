@@ -68,7 +68,9 @@ template <class Fail>
 void FailEach(auto const& round)
 {
     bool failed = true;
-    for (unsigned long n = 1; failed; ++n)
+    unsigned long n = 0;
+    while (failed) {
+        ++n;
         round([&](auto const& work) {
             Fail const fail(n);
             bool done = false;
@@ -80,6 +82,7 @@ void FailEach(auto const& round)
             failed = fail.Failed();
             return done;
         });
+    }
 }
 void FailEach(auto const& round) // of both kinds
 {
