@@ -124,7 +124,8 @@ MEMBLOCK_INLINE_LOOP void DivideShapes(Operands<T> const& in, Computed<T>* out,
 
 /// Rounded, guarded integer division: (x * spread + (y >> 1)) / y in 32-bit arithmetic.
 ///
-/// A float tells a quotient n / y from the integer above it where |n| + |y| stays below 2^24.
+/// A float distinguishes a quotient n / y from the integer above it where |n| + |y| stays below
+/// 2^24.
 template <class T>
 MEMBLOCK_MULTIVERSION void DivideKernel(Operands<T> const& in, Computed<T>* out,
                                         DivisionGuard& guard)
