@@ -1,0 +1,76 @@
+#include <memblock/measure/foreground_kernels.h>
+#include <memblock/measure/measurerstate_internal.h>
+
+namespace NKelmic::measuring {
+namespace {
+
+/// Room for the changes of one more row, of which a run has two.
+std::uint32_t* Room(CutStrip& strip, std::size_t used, std::uint32_t width)
+{
+    std::size_t const needed = used + width + pixels::block;
+    if (strip.columns.size() < needed)
+        strip.columns.resize(std::max(needed, 2 * strip.columns.size()));
+    return strip.columns.data() + used;
+}
+
+template <class T>
+void CutByRange(T const* pixels, std::uint32_t width, ValueRange<T> range, CutStrip& strip)
+{
+    std::vector<unsigned char> flags(width + pixels::block);
+    std::size_t used = 0;
+    for (std::int64_t r = 0; r < strip.rows; ++r, pixels += width) {
+        std::uint32_t* const out = Room(strip, used, width);
+        used += static_cast<std::size_t>(CutRow(pixels, width, range, flags.data(), out) - out);
+        strip.row_nodes.push_back(static_cast<std::uint32_t>(used / 2));
+    }
+    strip.columns.resize(used);
+}
+
+template <class T>
+std::uint64_t LabelOf(T pixel, std::uint32_t column, std::int64_t row)
+{
+    if constexpr (std::numeric_limits<T>::is_signed)
+        if (pixel < 0)
+            Raise(err_value,
+                  "Labels must be whole numbers from 0 on: found %d at column %d, row %d.",
+                  static_cast<long long>(pixel), column, row);
+    return static_cast<std::uint64_t>(pixel);
+}
+
+template <class T>
+void CutByLabels(T const* pixels, std::uint32_t width, CutStrip& strip)
+{
+    for (std::int64_t r = 0; r < strip.rows; ++r, pixels += width) {
+        for (std::uint32_t x = 0; x < width;) {
+            std::uint32_t const from = x;
+            while (++x < width && pixels[x] == pixels[from]) {
+            }
+            if (pixels[from] == T(0))
+                continue;
+            strip.labels.push_back(LabelOf(pixels[from], from, strip.first_row + r));
+            strip.columns.insert(strip.columns.end(), {from, x});
+        }
+        strip.row_nodes.push_back(static_cast<std::uint32_t>(strip.labels.size()));
+    }
+}
+
+} // namespace
+
+void Cut(Plan const& plan, void const* pixels, CutStrip& strip)
+{
+    strip.row_nodes.assign(1, 0);
+    strip.labels.clear();
+    if (plan.ByLabels())
+        strip.columns.clear();
+    Segmentation const& by = plan.setup.segmentation;
+    std::uint32_t const width = plan.setup.width;
+    WithElemType<NumericTypes>(plan.setup.type, "%s", [&]<class T>(Elem<T>) {
+        T const* const p = static_cast<T const*>(pixels);
+        if (!plan.ByLabels())
+            CutByRange(p, width, RangeOf<T>(by.threshold, by.kind == Segmentation::up_to), strip);
+        else if constexpr (std::numeric_limits<T>::is_integer)
+            CutByLabels(p, width, strip);
+    });
+}
+
+} // namespace NKelmic::measuring
