@@ -56,17 +56,17 @@ void CutByLabels(T const* pixels, std::uint32_t width, CutStrip& strip)
 
 } // namespace
 
-void Cut(Plan const& plan, void const* pixels, CutStrip& strip)
+void Cut(DataType type, Segmentation const& by, std::uint32_t width, void const* pixels,
+         CutStrip& strip)
 {
+    bool const by_labels = by.kind == Segmentation::labels;
     strip.row_nodes.assign(1, 0);
     strip.labels.clear();
-    if (plan.ByLabels())
+    if (by_labels)
         strip.columns.clear();
-    Segmentation const& by = plan.setup.segmentation;
-    std::uint32_t const width = plan.setup.width;
-    WithElemType<NumericTypes>(plan.setup.type, "%s", [&]<class T>(Elem<T>) {
+    WithElemType<NumericTypes>(type, "%s", [&]<class T>(Elem<T>) {
         T const* const p = static_cast<T const*>(pixels);
-        if (!plan.ByLabels())
+        if (!by_labels)
             CutByRange(p, width, RangeOf<T>(by.threshold, by.kind == Segmentation::up_to), strip);
         else if constexpr (std::numeric_limits<T>::is_integer)
             CutByLabels(p, width, strip);

@@ -3,7 +3,6 @@
 #include <memblock/measure/measurerstate_internal.h>
 
 #include <algorithm>
-#include <numeric>
 
 namespace NKelmic {
 
@@ -11,104 +10,27 @@ using namespace measuring;
 
 namespace {
 
-bool SameSetup(MeasureSetup const& a, MeasureSetup const& b);
+bool SamePlane(PlaneFormat const& a, PlaneFormat const& b)
+{
+    return a.name == b.name && a.type == b.type && a.factor == b.factor;
+}
 
-/// The rows sorted by their keys, and gaps of labels filled with rows of no pixels.
-class TableMaker {
-public:
-    TableMaker(Plan const& plan, ResultRows const& rows) : plan_(plan), rows_(rows)
-    {
-        order_.resize(rows.keys.size());
-        std::iota(order_.begin(), order_.end(), std::size_t{0});
-        std::ranges::sort(order_, {}, [&](std::size_t i) { return rows.keys[i]; });
-        if (plan.ByLabels() && plan.setup.options.keep_gaps)
-            FillGaps();
-    }
+bool SameOptions(MeasureOptions const& a, MeasureOptions const& b)
+{
+    return a.properties == b.properties && a.pixel_size.x == b.pixel_size.x &&
+           a.pixel_size.y == b.pixel_size.y && a.pixel_size.z == b.pixel_size.z &&
+           a.pixel_size.unit == b.pixel_size.unit && a.nan == b.nan && a.inf == b.inf &&
+           a.min_pixels == b.min_pixels && a.max_pixels == b.max_pixels &&
+           a.drop_at_edge == b.drop_at_edge && a.keep_gaps == b.keep_gaps;
+}
 
-    DerivedPointer<Table> Make() const
-    {
-        auto const table = Table::Create();
-        table->SetColumn("label", Labels());
-        for (std::size_t c = 0; c < plan_.columns.size(); ++c)
-            table->SetColumn(NameOf(plan_.columns[c]), Column(c));
-        return table;
-    }
-
-private:
-    static constexpr std::size_t gap = SIZE_MAX;
-
-    void FillGaps()
-    {
-        if (order_.empty())
-            return;
-        std::uint64_t const greatest = static_cast<std::uint64_t>(rows_.keys[order_.back()]);
-        // So many rows are no table of a picture, but one of labels that are no numbers of objects.
-        std::uint64_t const most =
-            (1U << 24) + 16 * static_cast<std::uint64_t>(plan_.frame.Rows()) * plan_.frame.width;
-        if (greatest > most || greatest > INT32_MAX)
-            Raise(err_value,
-                  "Label %u would make as many rows; leave out the gaps between labels to have a "
-                  "row for each label that occurs.",
-                  static_cast<unsigned long long>(greatest));
-        std::vector<std::size_t> filled(greatest, gap);
-        for (std::size_t const i : order_)
-            filled[static_cast<std::size_t>(rows_.keys[i]) - 1] = i;
-        order_ = std::move(filled);
-        MakeEmptyRow();
-    }
-    void MakeEmptyRow()
-    {
-        RunList nobody;
-        nobody.EndObject();
-        std::vector<Plane> planes;
-        for (PlaneFormat const& plane : plan_.setup.planes)
-            planes.push_back({plane.type, nullptr});
-        Plan all = plan_;
-        all.setup.options.min_pixels = 0;
-        RowMaker().Make(all, nobody, planes, {}, empty_);
-    }
-
-    DerivedPointer<Vector> Labels() const
-    {
-        auto const column = Vector::Create(order_.size(), DataTypeBase::Int64, true, 0, 1.0);
-        long long* const out = column->TypedPointer<long long>();
-        for (std::size_t k = 0; k < order_.size(); ++k)
-            out[k] = plan_.ByLabels() && order_[k] != gap ? rows_.keys[order_[k]]
-                                                          : static_cast<long long>(k) + 1;
-        return column;
-    }
-    DerivedPointer<Vector> Column(std::size_t c) const
-    {
-        bool const whole = plan_.columns[c].row->IsWhole(plan_.source);
-        auto const column = Vector::Create(
-            order_.size(), whole ? DataTypeBase::Int64 : DataTypeBase::Double, true, 0, 1.0);
-        if (whole)
-            CopyCells(c, column->TypedPointer<long long>());
-        else
-            CopyCells(c, column->DoublePointer());
-        return column;
-    }
-    template <class T>
-    void CopyCells(std::size_t c, T* out) const
-    {
-        std::size_t const width = plan_.columns.size();
-        for (std::size_t const i : order_)
-            *out++ = std::bit_cast<T>(i == gap ? empty_.cells[c] : rows_.cells[i * width + c]);
-    }
-    safestring NameOf(ColumnPlan const& column) const
-    {
-        safestring const name = column.row->property.name;
-        if (column.plane < 0)
-            return name;
-        safestring const& prefix = plan_.setup.planes[column.plane].name;
-        return prefix == "" ? name : prefix + "_" + name;
-    }
-
-    Plan const& plan_;
-    ResultRows const& rows_;
-    std::vector<std::size_t> order_; // of the rows, or `gap`
-    ResultRows empty_;
-};
+bool SameSetup(MeasureSetup const& a, MeasureSetup const& b)
+{
+    Segmentation const &x = a.segmentation, &y = b.segmentation;
+    return a.width == b.width && a.height == b.height && a.type == b.type && x.kind == y.kind &&
+           x.threshold == y.threshold && x.neighbours == y.neighbours &&
+           std::ranges::equal(a.planes, b.planes, SamePlane) && SameOptions(a.options, b.options);
+}
 
 } // namespace
 
@@ -118,11 +40,6 @@ measuring::MeasurerState::MeasurerState(MeasureSetup setup, std::int64_t first)
     if (first < 0 || first > plan.frame.height || plan.frame.height < 0)
         Raise(err_value, "A picture of %d x %d pixels cannot be measured from row %d on.",
               plan.setup.width, plan.setup.height, first);
-}
-
-DerivedPointer<Table> measuring::MeasurerState::MakeTable() const
-{
-    return TableMaker(plan, rows).Make();
 }
 
 Measurer::Measurer(MeasureSetup setup, std::int64_t first_row)
@@ -192,7 +109,7 @@ std::size_t Measurer::CompleteObjects() const
 
 DerivedPointer<Table> Measurer::Complete() const
 {
-    return state_->MakeTable();
+    return TableOf(state_->plan, state_->rows);
 }
 
 DerivedPointer<Table> Measurer::Finish()
@@ -204,33 +121,7 @@ DerivedPointer<Table> Measurer::Finish()
     if (state_->end_row < height)
         Raise(err_state, "Rows %d to %d of the picture were not measured.", state_->end_row,
               height - 1);
-    return state_->MakeTable();
+    return TableOf(state_->plan, state_->rows);
 }
-
-namespace {
-
-bool SamePlane(PlaneFormat const& a, PlaneFormat const& b)
-{
-    return a.name == b.name && a.type == b.type && a.factor == b.factor;
-}
-
-bool SameOptions(MeasureOptions const& a, MeasureOptions const& b)
-{
-    return a.properties == b.properties && a.pixel_size.x == b.pixel_size.x &&
-           a.pixel_size.y == b.pixel_size.y && a.pixel_size.z == b.pixel_size.z &&
-           a.pixel_size.unit == b.pixel_size.unit && a.nan == b.nan && a.inf == b.inf &&
-           a.min_pixels == b.min_pixels && a.max_pixels == b.max_pixels &&
-           a.drop_at_edge == b.drop_at_edge && a.keep_gaps == b.keep_gaps;
-}
-
-bool SameSetup(MeasureSetup const& a, MeasureSetup const& b)
-{
-    Segmentation const &x = a.segmentation, &y = b.segmentation;
-    return a.width == b.width && a.height == b.height && a.type == b.type && x.kind == y.kind &&
-           x.threshold == y.threshold && x.neighbours == y.neighbours &&
-           std::ranges::equal(a.planes, b.planes, SamePlane) && SameOptions(a.options, b.options);
-}
-
-} // namespace
 
 } // namespace NKelmic

@@ -45,7 +45,7 @@ struct ColumnPlan {
 
 /// The setup, checked and made ready for use.
 struct Plan {
-    explicit Plan(MeasureSetup setup);
+    explicit Plan(MeasureSetup setup, std::int64_t depth = 1);
 
     MeasureSetup setup;
     Frame frame;
@@ -106,7 +106,23 @@ struct CutStrip {
 };
 
 /// Cut the rows of a strip. Throws as `Measurer::Feed` does for labels.
-void Cut(Plan const& plan, void const* pixels, CutStrip& strip);
+void Cut(DataType type, Segmentation const& by, std::uint32_t width, void const* pixels,
+         CutStrip& strip);
+
+/// More labels than this are no numbers of objects, whose rows would fill the memory.
+inline std::uint64_t MostLabels(std::uint64_t pixels)
+{
+    return std::min<std::uint64_t>(INT32_MAX, (1U << 24) + 16 * pixels);
+}
+
+/// The same rows in ascending order of their keys.
+ResultRows Sorted(ResultRows const& rows, std::size_t width);
+
+/// The table of complete objects.
+DerivedPointer<Table> TableOf(Plan const& plan, ResultRows const& rows);
+/// Put the columns of the rows behind those of a table that has the same rows.
+void AppendColumns(Plan const& plan, ResultRows const& rows, safestring const& prefix,
+                   Table& table);
 
 /// What a `Measurer` holds.
 struct MeasurerState {
@@ -128,7 +144,6 @@ struct MeasurerState {
     void DropClosed();
     /// Whether nothing can follow below a row of the part.
     bool IsLast(std::int64_t row) const { return row + 1 == plan.frame.height; }
-    DerivedPointer<Table> MakeTable() const;
 
     /// Measure the open objects to which nothing can be added any more.
     void CompleteEnded();

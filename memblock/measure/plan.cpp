@@ -62,12 +62,12 @@ void Check(MeasureSetup const& setup)
 
 } // namespace
 
-Plan::Plan(MeasureSetup s) : setup(std::move(s))
+Plan::Plan(MeasureSetup s, std::int64_t depth) : setup(std::move(s))
 {
     Check(setup);
-    frame = {setup.width, setup.height, 1};
+    frame = {setup.width, setup.height, depth};
     PixelSize const& size = setup.options.pixel_size;
-    source = {{size.x, size.y, size.z}, size.unit != "", false, 1};
+    source = {{size.x, size.y, size.z}, size.unit != "", frame.IsCube(), 1};
     nan = PolicyOf(setup.options.nan);
     inf = PolicyOf(setup.options.inf);
     columns = ColumnsOf(setup, frame.IsCube());

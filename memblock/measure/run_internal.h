@@ -11,6 +11,7 @@ namespace NKelmic::measuring {
 /// Sums and products of coordinates and values are exact, so that neither the order of the runs nor
 /// the place of an object changes a bit of what is made of them.
 __extension__ using Exact = __int128;
+__extension__ using UnsignedExact = unsigned __int128;
 
 /// Pixels of an object side by side in one row: the columns x0 up to, not including, x1.
 struct Run {

@@ -43,7 +43,7 @@ public:
     {
         strip_.first_row = state_.end_row;
         strip_.rows = rows;
-        Cut(plan_, objects, strip_);
+        Cut(plan_.setup.type, plan_.setup.segmentation, plan_.setup.width, objects, strip_);
         if (plan_.ByLabels())
             GroupLabels();
         else
