@@ -1,11 +1,12 @@
 #ifndef MEMBLOCK_MEASURE_CONNECT_INTERNAL_H
 #define MEMBLOCK_MEASURE_CONNECT_INTERNAL_H
 
+#include <memblock/measure/buffer_internal.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <numeric>
 #include <span>
-#include <vector>
 
 /// Connected components of runs.
 namespace NKelmic::measuring {
@@ -41,10 +42,10 @@ public:
         return count;
     }
     /// After `Number`.
-    std::span<std::uint32_t const> Components() const { return parent_; }
+    std::span<std::uint32_t const> Components() const { return {parent_.data(), parent_.size()}; }
 
 private:
-    std::vector<std::uint32_t> parent_;
+    Buffer<std::uint32_t> parent_;
 };
 
 /// The runs of a row: columns of entry and exit in turn, the nodes of which follow one another.

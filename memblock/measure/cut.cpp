@@ -4,26 +4,16 @@
 namespace NKelmic::measuring {
 namespace {
 
-/// Room for the changes of one more row, of which a run has two.
-std::uint32_t* Room(CutStrip& strip, std::size_t used, std::uint32_t width)
-{
-    std::size_t const needed = used + width + pixels::block;
-    if (strip.columns.size() < needed)
-        strip.columns.resize(std::max(needed, 2 * strip.columns.size()));
-    return strip.columns.data() + used;
-}
-
 template <class T>
-void CutByRange(T const* pixels, std::uint32_t width, ValueRange<T> range, CutStrip& strip)
+void CutByRange(T const* row, std::uint32_t width, ValueRange<T> range, CutStrip& strip)
 {
     std::vector<unsigned char> flags(width + pixels::block);
-    std::size_t used = 0;
-    for (std::int64_t r = 0; r < strip.rows; ++r, pixels += width) {
-        std::uint32_t* const out = Room(strip, used, width);
-        used += static_cast<std::size_t>(CutRow(pixels, width, range, flags.data(), out) - out);
-        strip.row_nodes.push_back(static_cast<std::uint32_t>(used / 2));
+    for (std::int64_t r = 0; r < strip.rows; ++r, row += width) {
+        std::size_t const used = strip.columns.size();
+        std::uint32_t* const out = strip.columns.Extend(width + pixels::block);
+        strip.columns.resize(used + (CutRow(row, width, range, flags.data(), out) - out));
+        strip.row_nodes.push_back(static_cast<std::uint32_t>(strip.columns.size() / 2));
     }
-    strip.columns.resize(used);
 }
 
 template <class T>
@@ -48,7 +38,8 @@ void CutByLabels(T const* pixels, std::uint32_t width, CutStrip& strip)
             if (pixels[from] == T(0))
                 continue;
             strip.labels.push_back(LabelOf(pixels[from], from, strip.first_row + r));
-            strip.columns.insert(strip.columns.end(), {from, x});
+            strip.columns.push_back(from);
+            strip.columns.push_back(x);
         }
         strip.row_nodes.push_back(static_cast<std::uint32_t>(strip.labels.size()));
     }
@@ -60,10 +51,9 @@ void Cut(DataType type, Segmentation const& by, std::uint32_t width, void const*
          CutStrip& strip)
 {
     bool const by_labels = by.kind == Segmentation::labels;
+    strip.columns.clear();
     strip.row_nodes.assign(1, 0);
     strip.labels.clear();
-    if (by_labels)
-        strip.columns.clear();
     WithElemType<NumericTypes>(type, "%s", [&]<class T>(Elem<T>) {
         T const* const p = static_cast<T const*>(pixels);
         if (!by_labels)

@@ -8,7 +8,7 @@ namespace {
 
 double Quotient(Exact sum, Exact count)
 {
-    return static_cast<double>(sum) / static_cast<double>(count);
+    return ToDouble(sum) / ToDouble(count);
 }
 
 /// 0 + 1 + ... + (n - 1)
@@ -105,7 +105,7 @@ double Covariance(std::int64_t n, Exact ab, Exact a, Exact b)
     constexpr Exact fits = Exact(1) << 95;
     double const count = static_cast<double>(n);
     if (n < (std::int64_t{1} << 31) && ab < fits)
-        return static_cast<double>(n * ab - a * b) / (count * count);
+        return ToDouble(n * ab - a * b) / (count * count);
     auto const wide = [n](Exact sum) { return static_cast<long double>(sum) / n; };
     return static_cast<double>(wide(ab) - wide(a) * wide(b));
 }

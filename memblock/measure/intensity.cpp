@@ -75,7 +75,7 @@ double Deviation(std::int64_t n, Exact sum, Exact squares)
     double const count = static_cast<double>(n);
     constexpr Exact fits = Exact(1) << 95;
     if (n < (std::int64_t{1} << 31) && squares < fits)
-        return std::sqrt(static_cast<double>(n * squares - sum * sum) / (count * (count - 1)));
+        return std::sqrt(ToDouble(n * squares - sum * sum) / (count * (count - 1)));
     long double const mean = static_cast<long double>(sum) / n;
     long double const rest = static_cast<long double>(squares) - mean * sum;
     return static_cast<double>(std::sqrt(std::max(0.0L, rest) / (n - 1)));
@@ -129,10 +129,9 @@ MEMBLOCK_INLINE_LOOP Intensity OfIntegers(std::span<Run const> runs, Geometry co
     result.count = g.area;
     result.minimum = static_cast<double>(least);
     result.maximum = static_cast<double>(greatest);
-    result.sum = static_cast<double>(sum);
+    result.sum = ToDouble(sum);
     result.deviation = Deviation(g.area, sum, squares);
-    SetCentroid(result, g, result.sum, static_cast<double>(x), static_cast<double>(y),
-                static_cast<double>(z));
+    SetCentroid(result, g, result.sum, ToDouble(x), ToDouble(y), ToDouble(z));
     return result;
 }
 

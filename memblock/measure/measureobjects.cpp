@@ -22,7 +22,7 @@ Frame FrameOf(IndexVector::TargetData const& target, PMemBlock const& objects)
 }
 
 /// Append the runs of a list of pixel numbers; one that is listed twice counts once.
-void AppendRuns(std::span<unsigned int const> pixels, std::uint32_t width, std::vector<Run>& runs)
+void AppendRuns(std::span<unsigned int const> pixels, std::uint32_t width, Buffer<Run>& runs)
 {
     std::vector<unsigned int> sorted;
     if (!std::ranges::is_sorted(pixels, std::ranges::less_equal())) {
@@ -66,7 +66,7 @@ public:
         return most;
     }
     /// The runs of a whole object.
-    void AppendObject(unsigned int k, std::uint32_t width, std::vector<Run>& runs) const
+    void AppendObject(unsigned int k, std::uint32_t width, Buffer<Run>& runs) const
     {
         if (!zones_)
             return AppendList(*objects_, k, width, runs);
@@ -78,8 +78,7 @@ public:
         AppendRuns(all, width, runs);
     }
     /// The runs of one of its zones, from 0; none if it has fewer.
-    void AppendZone(unsigned int k, unsigned int zone, std::uint32_t width,
-                    std::vector<Run>& runs) const
+    void AppendZone(unsigned int k, unsigned int zone, std::uint32_t width, Buffer<Run>& runs) const
     {
         unsigned int const z = Begin(*objects_, k) + zone;
         if (z < End(*objects_, k))
@@ -107,7 +106,7 @@ private:
         return {all + Begin(v, k), all + End(v, k)};
     }
     void AppendList(IntervalVector const& v, unsigned int k, std::uint32_t width,
-                    std::vector<Run>& runs) const
+                    Buffer<Run>& runs) const
     {
         AppendRuns(List(v, k), width, runs);
     }

@@ -65,7 +65,7 @@ void Measurer::Feed(std::int64_t rows, void const* objects, std::vector<void con
     for (std::size_t p = 0; p < planes.size(); ++p)
         formats.push_back({plan.setup.planes[p].type, planes[p]});
     // Node numbers have 32 bits, and strips that fit into a cache are the fastest.
-    constexpr std::int64_t pixels_at_once = std::int64_t{1} << 24;
+    constexpr std::int64_t pixels_at_once = std::int64_t{1} << 21;
     std::int64_t const most =
         std::max<std::int64_t>(1, pixels_at_once / std::max(1U, plan.setup.width));
     auto const* from = static_cast<char const*>(objects);

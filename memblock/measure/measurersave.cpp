@@ -38,7 +38,7 @@ public:
         PutBytes(text.data(), text.size());
     }
     template <class T>
-    void PutAll(std::vector<T> const& values)
+    void PutAll(Buffer<T> const& values)
     {
         PutBytes(values.data(), values.size() * sizeof(T));
     }
@@ -82,11 +82,12 @@ public:
         return static_cast<std::size_t>(count);
     }
     template <class T>
-    std::vector<T> GetAll(std::size_t count)
+    Buffer<T> GetAll(std::size_t count)
     {
         if (count > left_ / sizeof(T))
             Damaged("it ends too early.");
-        std::vector<T> values(count);
+        Buffer<T> values;
+        values.resize(count);
         if (count > 0)
             std::memcpy(values.data(), Skip(count * sizeof(T)), count * sizeof(T));
         return values;
@@ -227,14 +228,12 @@ OpenObject GetObject(Reader& in, MeasurerState const& state)
 /// The values of a gathered piece in the order of its runs, as they are read back.
 void OrderValues(Plan const& plan, Piece& piece)
 {
-    std::vector<unsigned char> ordered;
-    ordered.reserve(piece.values.size());
+    Buffer<unsigned char> ordered;
     unsigned char const* plane = piece.values.data();
     for (std::size_t p = 0; p < plan.setup.planes.size(); ++p) {
         std::size_t const size = plan.PlaneSize(p);
         for (Run const& run : piece.runs)
-            ordered.insert(ordered.end(), plane + run.at * size,
-                           plane + (run.at + run.Length()) * size);
+            ordered.Append(plane + run.at * size, run.Length() * size);
         plane += piece.pixels * size;
     }
     piece.values = std::move(ordered);

@@ -1,6 +1,7 @@
 #ifndef MEMBLOCK_MEASURE_MEASURERSTATE_INTERNAL_H
 #define MEMBLOCK_MEASURE_MEASURERSTATE_INTERNAL_H
 
+#include <memblock/measure/buffer_internal.h>
 #include <memblock/measure/connect_internal.h>
 #include <memblock/measure/measurer.h>
 #include <memblock/measure/request_internal.h>
@@ -13,8 +14,8 @@ constexpr std::uint32_t none = UINT32_MAX;
 
 /// The part of an object that came with one strip, with a copy of its intensities.
 struct Piece {
-    std::vector<Run> runs;             ///< ascending; `at` counts the pixels of the piece
-    std::vector<unsigned char> values; ///< those of each plane, plane after plane
+    Buffer<Run> runs;             ///< ascending; `at` counts the pixels of the piece
+    Buffer<unsigned char> values; ///< those of each plane, plane after plane
     std::size_t pixels = 0;
 };
 
@@ -27,13 +28,13 @@ struct OpenObject {
 
 /// The rows of complete objects: a key each, by which they will be sorted, and equally many cells.
 struct ResultRows {
-    std::vector<std::int64_t> keys;
-    std::vector<Cell> cells;
+    Buffer<std::int64_t> keys;
+    Buffer<Cell> cells;
 
     void Append(ResultRows const& other)
     {
-        keys.insert(keys.end(), other.keys.begin(), other.keys.end());
-        cells.insert(cells.end(), other.cells.begin(), other.cells.end());
+        keys.Append(other.keys.data(), other.keys.size());
+        cells.Append(other.cells.data(), other.cells.size());
     }
 };
 
@@ -93,9 +94,9 @@ private:
 /// Strips of rows cut into runs, which are the nodes of `Forest`.
 struct CutStrip {
     std::int64_t first_row = 0, rows = 0;
-    std::vector<std::uint32_t> columns;   ///< entry and exit of each run
-    std::vector<std::uint32_t> row_nodes; ///< where the nodes of each row begin, and the end
-    std::vector<std::uint64_t> labels;    ///< of each run of a picture of labels
+    Buffer<std::uint32_t> columns;   ///< entry and exit of each run
+    Buffer<std::uint32_t> row_nodes; ///< where the nodes of each row begin, and the end
+    Buffer<std::uint64_t> labels;    ///< of each run of a picture of labels
 
     std::uint32_t Nodes() const { return row_nodes.back(); }
     NodeRow Row(std::int64_t r, std::uint32_t offset) const

@@ -122,8 +122,7 @@ void RowMaker::Make(Plan const& plan, RunList const& objects, std::span<Plane co
             (options.drop_at_edge && g.at_edge))
             continue;
         result.keys.push_back(labels.empty() ? g.first : static_cast<std::int64_t>(labels[k]));
-        auto const cells = cells_.begin() + static_cast<std::ptrdiff_t>(k * width);
-        result.cells.insert(result.cells.end(), cells, cells + static_cast<std::ptrdiff_t>(width));
+        result.cells.Append(cells_.data() + k * width, width);
     }
 }
 

@@ -1,6 +1,8 @@
 #ifndef MEMBLOCK_MEASURE_RUN_INTERNAL_H
 #define MEMBLOCK_MEASURE_RUN_INTERNAL_H
 
+#include <memblock/measure/buffer_internal.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -12,6 +14,13 @@ namespace NKelmic::measuring {
 /// the place of an object changes a bit of what is made of them.
 __extension__ using Exact = __int128;
 __extension__ using UnsignedExact = unsigned __int128;
+
+/// Rounded once. Most sums fit 64 bits, whose conversion is one instruction.
+inline double ToDouble(Exact v)
+{
+    std::int64_t const low = static_cast<std::int64_t>(v);
+    return low == v ? static_cast<double>(low) : static_cast<double>(v);
+}
 
 /// Pixels of an object side by side in one row: the columns x0 up to, not including, x1.
 struct Run {
@@ -30,7 +39,7 @@ inline bool IsBefore(Run const& a, Run const& b)
 /// A batch of objects: the runs of object k, in ascending order, are those from limits[k] up to,
 /// not including, limits[k + 1].
 struct RunList {
-    std::vector<Run> runs;
+    Buffer<Run> runs;
     std::vector<std::size_t> limits{0};
 
     std::size_t Count() const { return limits.size() - 1; }

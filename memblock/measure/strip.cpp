@@ -10,9 +10,9 @@ constexpr std::size_t batch = 256; // objects that are measured together: their 
 
 /// Components with all their runs, in the order of their numbers.
 struct Grouping {
-    std::vector<std::uint32_t> component; ///< of each node of the strip
-    std::vector<std::uint32_t> limits;    ///< of the nodes of each component in `nodes`
-    std::vector<std::uint32_t> nodes;
+    Buffer<std::uint32_t> component; ///< of each node of the strip
+    Buffer<std::uint32_t> limits;    ///< of the nodes of each component in `nodes`
+    Buffer<std::uint32_t> nodes;
 
     std::uint32_t Count() const { return static_cast<std::uint32_t>(limits.size()) - 1; }
 
@@ -27,7 +27,7 @@ struct Grouping {
         nodes.resize(component.size());
         for (std::uint32_t i = 0; i < component.size(); ++i)
             nodes[limits[component[i] + 1UL]++] = i;
-        limits.pop_back();
+        limits.resize(count + 1UL);
     }
 };
 
@@ -79,7 +79,8 @@ private:
         }
         std::uint32_t const count = forest.Number();
         auto const components = forest.Components();
-        group_.component.assign(components.begin() + offset, components.end());
+        group_.component.clear();
+        group_.component.Append(components.data() + offset, components.size() - offset);
         group_.Sort(count);
         open_of_.assign(count, none);
         for (std::uint32_t i = 0; i < offset; ++i)
@@ -136,7 +137,7 @@ private:
         from_above_.assign(group_.Count(), false);
         if (plan_.ByLabels())
             return;
-        auto const mark = [&](std::int64_t r, std::vector<char>& marks) {
+        auto const mark = [&](std::int64_t r, Buffer<char>& marks) {
             for (std::uint32_t i = strip_.row_nodes[r]; i < strip_.row_nodes[r + 1]; ++i)
                 marks[group_.component[i]] = true;
         };
@@ -182,7 +183,7 @@ private:
             std::fill(row_of_.begin() + strip_.row_nodes[r],
                       row_of_.begin() + strip_.row_nodes[r + 1], static_cast<std::uint32_t>(r));
     }
-    void AppendRuns(std::uint32_t c, std::vector<Run>& runs) const
+    void AppendRuns(std::uint32_t c, Buffer<Run>& runs) const
     {
         for (std::uint32_t i = group_.limits[c]; i < group_.limits[c + 1]; ++i) {
             std::uint32_t const node = group_.nodes[i], x0 = strip_.columns[2UL * node];
@@ -258,10 +259,10 @@ private:
     std::span<Plane const> planes_;
     CutStrip strip_;
     Grouping group_;
-    std::vector<std::uint64_t> labels_;  // of each component of a picture of labels
-    std::vector<std::uint32_t> open_of_; // the open object that each component goes on with
-    std::vector<char> to_below_, from_above_;
-    std::vector<std::uint32_t> row_of_; // of each node, from the strip's first
+    std::vector<std::uint64_t> labels_; // of each component of a picture of labels
+    Buffer<std::uint32_t> open_of_;     // the open object that each component goes on with
+    Buffer<char> to_below_, from_above_;
+    Buffer<std::uint32_t> row_of_; // of each node, from the strip's first
 };
 
 } // namespace
@@ -299,15 +300,10 @@ Piece MeasurerState::Gather(OpenObject const& object) const
         }
         whole.pixels += piece.pixels;
     }
-    whole.values.reserve(whole.pixels * plan.BytesOfPixel());
     for (std::size_t p = 0, ahead = 0; p < plan.setup.planes.size(); ++p) {
         std::size_t const size = plan.PlaneSize(p);
-        for (Piece const& piece : object.pieces) {
-            auto const from =
-                piece.values.begin() + static_cast<std::ptrdiff_t>(ahead * piece.pixels);
-            whole.values.insert(whole.values.end(), from,
-                                from + static_cast<std::ptrdiff_t>(size * piece.pixels));
-        }
+        for (Piece const& piece : object.pieces)
+            whole.values.Append(piece.values.data() + ahead * piece.pixels, size * piece.pixels);
         ahead += size;
     }
     // Parts of an object that met only now were kept one behind the other.

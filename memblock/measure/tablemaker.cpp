@@ -9,7 +9,7 @@ namespace {
 ///
 /// Nearly all rows come in order; the few objects that lay across a cut come late. They are put
 /// aside, sorted, and merged in.
-std::vector<std::size_t> OrderOf(std::vector<std::int64_t> const& keys)
+std::vector<std::size_t> OrderOf(Buffer<std::int64_t> const& keys)
 {
     std::vector<std::size_t> order, late;
     order.reserve(keys.size());
@@ -41,8 +41,16 @@ public:
     }
     void AppendTo(Table& table, safestring const& prefix) const
     {
-        for (std::size_t c = 0; c < plan_.columns.size(); ++c)
-            table.SetColumn(prefix + NameOf(plan_.columns[c]), Column(c));
+        std::vector<DerivedPointer<Vector>> columns;
+        std::vector<Cell*> out;
+        for (ColumnPlan const& column : plan_.columns) {
+            bool const whole = column.row->IsWhole(plan_.source);
+            columns.push_back(NewColumn(whole ? DataTypeBase::Int64 : DataTypeBase::Double));
+            out.push_back(static_cast<Cell*>(columns.back()->Pointer()));
+        }
+        CopyCells(out);
+        for (std::size_t c = 0; c < columns.size(); ++c)
+            table.SetColumn(prefix + NameOf(plan_.columns[c]), columns[c]);
     }
 
 private:
@@ -79,30 +87,31 @@ private:
 
     DerivedPointer<Vector> Labels() const
     {
-        auto const column = Vector::Create(order_.size(), DataTypeBase::Int64, true, 0, 1.0);
+        auto const column = NewColumn(DataTypeBase::Int64);
         long long* const out = column->TypedPointer<long long>();
         for (std::size_t k = 0; k < order_.size(); ++k)
             out[k] = plan_.ByLabels() && order_[k] != gap ? rows_.keys[order_[k]]
                                                           : static_cast<long long>(k) + 1;
         return column;
     }
-    DerivedPointer<Vector> Column(std::size_t c) const
+    DerivedPointer<Vector> NewColumn(DataType type) const
     {
-        bool const whole = plan_.columns[c].row->IsWhole(plan_.source);
-        auto const column = Vector::Create(
-            order_.size(), whole ? DataTypeBase::Int64 : DataTypeBase::Double, true, 0, 1.0);
-        if (whole)
-            CopyCells(c, column->TypedPointer<long long>());
-        else
-            CopyCells(c, column->DoublePointer());
-        return column;
+        return Vector::Create(order_.size(), type, true, 0, 1.0);
     }
-    template <class T>
-    void CopyCells(std::size_t c, T* out) const
+    /// From rows to columns, by stretches of rows that stay in the cache. Cells are the bits of
+    /// the elements.
+    void CopyCells(std::span<Cell* const> out) const
     {
-        std::size_t const width = plan_.columns.size();
-        for (std::size_t const i : order_)
-            *out++ = std::bit_cast<T>(i == gap ? empty_.cells[c] : rows_.cells[i * width + c]);
+        constexpr std::size_t stretch = 64;
+        std::size_t const width = out.size();
+        for (std::size_t from = 0; from < order_.size(); from += stretch) {
+            std::size_t const to = std::min(from + stretch, order_.size());
+            for (std::size_t c = 0; c < width; ++c)
+                for (std::size_t k = from; k < to; ++k) {
+                    std::size_t const i = order_[k];
+                    out[c][k] = i == gap ? empty_.cells[c] : rows_.cells[i * width + c];
+                }
+        }
     }
     safestring NameOf(ColumnPlan const& column) const
     {
@@ -126,8 +135,7 @@ ResultRows Sorted(ResultRows const& rows, std::size_t width)
     ResultRows sorted;
     for (std::size_t const i : OrderOf(rows.keys)) {
         sorted.keys.push_back(rows.keys[i]);
-        auto const cells = rows.cells.begin() + static_cast<std::ptrdiff_t>(i * width);
-        sorted.cells.insert(sorted.cells.end(), cells, cells + static_cast<std::ptrdiff_t>(width));
+        sorted.cells.Append(rows.cells.data() + i * width, width);
     }
     return sorted;
 }
