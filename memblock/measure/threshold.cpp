@@ -11,6 +11,7 @@
 namespace NKelmic {
 
 using measuring::Comparable;
+using measuring::Exact;
 using measuring::UnsignedExact;
 
 namespace {
@@ -74,16 +75,19 @@ public:
 private:
     using Wide = boost::multiprecision::int512_t;
 
+    /// Fits as long as pixels times pixels times bins do: pictures of 2^50 pixels.
+    Exact Distance(Split const& s) const
+    {
+        return static_cast<Exact>(s.lower_sum * pixels_) - static_cast<Exact>(sum_ * s.lower);
+    }
     long double Variance(Split const& s) const
     {
-        long double const n = pixels_, lower = s.lower, sum = s.lower_sum;
-        long double const mean = static_cast<long double>(sum_) / n;
-        long double const distance = sum / lower - mean;
-        return distance * distance * lower / (n - lower);
+        long double const distance = static_cast<long double>(Distance(s));
+        return distance * distance / s.lower / (pixels_ - s.lower);
     }
     Wide Numerator(Split const& s) const
     {
-        Wide const distance = Wide(s.lower_sum) * pixels_ - Wide(sum_) * s.lower;
+        Wide const distance = Distance(s);
         return distance * distance;
     }
     Wide Divisor(Split const& s) const { return Wide(s.lower) * (pixels_ - s.lower); }
