@@ -4,6 +4,7 @@
 #include <memblock/vector/select_kernels.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <type_traits>
 
@@ -206,17 +207,22 @@ private:
     {
         keys_.clear();
         done_ = 0;
-        for (Run const& run : runs)
+        counted_ = false;
+        for (Run const& run : runs) {
+            T const* const from = values + run.at;
+            K* out = keys_.Extend(run.Length());
             for (std::uint32_t i = 0; i < run.Length(); ++i) {
-                T v = values[run.at + i];
+                T v = from[i];
                 if constexpr (std::is_floating_point_v<T>) {
                     double wide = v;
                     if (!filter.Admit(wide))
                         continue;
                     v = static_cast<T>(wide);
                 }
-                keys_.push_back(Key::Of(v));
+                *out++ = Key::Of(v);
             }
+            keys_.resize(static_cast<std::size_t>(out - keys_.data()));
+        }
     }
     /// The rank of a quantile: values that occur are given, none between.
     std::size_t Rank(double q) const
@@ -227,20 +233,40 @@ private:
     /// The key of a rank, which is not below that of the call before.
     K Select(std::size_t rank)
     {
+        if constexpr (sizeof(K) == 1)
+            if (keys_.size() >= many_bytes)
+                return SelectCounted(rank);
         if (keys_.size() >= select::few)
             return select::select_key<K>(keys_.data(), keys_.size(), rank, Key::bits,
                                          std::identity());
-        auto const at = [this](std::size_t i) {
-            return keys_.begin() + static_cast<std::ptrdiff_t>(i);
-        };
-        std::nth_element(at(done_), at(rank), keys_.end());
+        std::nth_element(keys_.begin() + done_, keys_.begin() + rank, keys_.end());
         done_ = rank;
         return keys_[rank];
     }
+    /// Bytes are counted, and the counts added up as far as the rank.
+    K SelectCounted(std::size_t rank)
+    {
+        if (!counted_) {
+            std::ranges::fill(counts_, 0U);
+            for (K const key : keys_)
+                ++counts_[key];
+            bin_ = 0;
+            below_ = 0;
+            counted_ = true;
+        }
+        for (; rank >= below_ + counts_[bin_]; ++bin_)
+            below_ += counts_[bin_];
+        return static_cast<K>(bin_);
+    }
     static double Value(K key) { return static_cast<double>(Key::Back(key)); }
 
-    std::vector<K> keys_;
-    std::size_t done_ = 0;
+    static constexpr std::size_t many_bytes = 64; // below it clearing the counts costs more
+
+    Buffer<K> keys_;
+    std::size_t done_ = 0; // what is ahead of it is not greater
+    bool counted_ = false;
+    std::array<std::uint32_t, sizeof(K) == 1 ? 256 : 0> counts_;
+    std::size_t bin_ = 0, below_ = 0; // keys below the bin
 };
 
 template <class T>
