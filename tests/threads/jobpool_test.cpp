@@ -400,9 +400,10 @@ TEST(JobPool, TheJobsOfAnAbortedPoolAreDroppedByItsCreator)
             pool.Abort(""); // leaves the message
             EXPECT_RAISES(pool.GetResults(), err_notify, "stopped");
         }).join();
-        EXPECT_EQ(Task::alive, 20);
+        int const handed_out = 1 + 2; // these end by themselves, unless they run already
+        EXPECT_GE(Task::alive, 20 - handed_out);
         EXPECT_RAISES(pool.GetResults(), err_notify, "stopped");
-        EXPECT_LE(Task::alive, 1 + 2) << "those that were handed out";
+        EXPECT_LE(Task::alive, handed_out);
         open = true;
     }
     EXPECT_TRUE(NoneLeft());
