@@ -93,9 +93,19 @@ bool SetCount(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc handle
     return true;
 }
 
+/// Settled: by key, numbers that are there become the innermost layer of zones, where `SetLgType`
+/// puts pixels in their place. The layers of a file come in any order, and the word "subobj"
+/// between the numbers and the limits of the zones must not drop the numbers.
 bool SetType(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc)
 {
-    v.SetLgType(value.GetString());
+    safestring const word = value.GetString();
+    if (word == IntervalVector::logic2string(IntervalVector::subobj) && v.Target() &&
+        SameName(v.Target()->Class(), "vector")) {
+        unsigned int const zones =
+            std::max(ItemCount(v.Target().Pointer()), IntervalParts::LastEnd(v));
+        v.SetTarget(IntervalVector::Create(zones, DerivedPointer<Vector>(v.Target())));
+    }
+    v.SetLgType(word);
     return true;
 }
 
@@ -251,6 +261,7 @@ constexpr KeyTable interval_keys{std::to_array<Key<IntervalVector>>({
     {"target", FlatTarget, SetTargetKey},
     {"interval_count", nullptr, SetCount},
     {"type", nullptr, SetType},
+    {"@type", nullptr, SetType},
     {"inner_index_array", nullptr, SetInnerIndexArray},
     {"inner_vector", nullptr, SetInnerVector},
     {"outer_index_array", nullptr, SetOuterIndexArray},
