@@ -1,6 +1,7 @@
 #include <memblock/core/subitem.h>
 
 #include <memblock/core/attempt_internal.h>
+#include <memblock/core/childwalk_internal.h>
 #include <memblock/core/memblock_internal.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/core/subitem_internal.h>
@@ -95,6 +96,7 @@ private:
     };
 
     MemBlock& Target() const { return *levels_.back().object; }
+    MemBlock& Parent() const { return *levels_[levels_.size() - 2].object; }
 
     bool StepInto(safestring const& step, safestring::size_type rest)
     {
@@ -110,6 +112,8 @@ private:
                 ReportNoSubKeyOfScalar(found, path_.substr(rest), handler_);
                 return false;
             }
+            if (child.Pointer() == &Target()) // no parent of itself: the one above is to agree
+                return true;
         } // the item's own count must be gone before counts are tested
         if (!child)
             child = MakeMissing(step);
@@ -153,8 +157,7 @@ private:
         bool const from_system_key = path_[0] == '@';
         SafeValue arguments[] = {levels_.back().step, key_, static_cast<int>(from_system_key),
                                  value};
-        MemBlock& parent = *levels_[levels_.size() - 2].object;
-        DataItem const answer = parent.DoVerb("chldchng", 4, arguments);
+        DataItem const answer = Parent().DoVerb("chldchng", 4, arguments);
         return answer.IsUndefined() || answer.GetInt() != 0;
     }
 
@@ -164,17 +167,32 @@ private:
         if (levels_.size() < 2)
             return true;
         Level& level = levels_.back();
-        MemBlock& parent = *levels_[levels_.size() - 2].object;
-        if (level.object->RefCount() <= 2 || level.object.Pointer() == &parent ||
-            level.object.Conforms("xmlnode"))
+        if (level.object->RefCount() <= 2 || level.object.Conforms("xmlnode"))
             return true;
         PMemBlock const clone = level.object->Clone(true);
-        auto const store = [&] { return set_step_(parent, level.step, clone, path_, handler_); };
-        // The clone is equal to what it replaces: no change that a transient container ends with.
-        if (!(IsAttribute(level.step) ? store() : KeepingTransient(parent, store)))
+        if (!Store(clone))
             return false;
         level.object = clone;
         return true;
+    }
+
+    // Put a clone in the place of the last level's object. A key that can be read need not be one
+    // that sets the same: in a table "_0" reads a column by its index and writes one of that name,
+    // and what is written to a mask goes to its form. There the object itself is looked for first;
+    // elsewhere last, since there may be many to look at.
+    bool Store(PMemBlock const& clone)
+    {
+        Level const& level = levels_.back();
+        MemBlock& parent = Parent();
+        auto const replace = [&] { return ReplaceChild(parent, *level.object, clone, level.step); };
+        if ((IsAttribute(level.step) || parent.Conforms("table")) && replace())
+            return true;
+        auto const store = [&](ThrowHandlerFunc handler) {
+            auto const step = [&] { return set_step_(parent, level.step, clone, path_, handler); };
+            // The clone is equal to what it replaces: no change that ends a transient container.
+            return IsAttribute(level.step) ? step() : KeepingTransient(parent, step);
+        };
+        return store(throw_never) || replace() || store(handler_);
     }
 
     // Hashes and other derived values of all that holds the changed object are out of date. An
