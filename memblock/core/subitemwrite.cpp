@@ -76,14 +76,22 @@ public:
 
     bool Write(SafeValue const& value)
     {
+        PMemBlock present; // where the write is made aside
         if (levels_.size() > 1) {
-            if (!ParentAgrees(value) || !MakeExclusive())
+            int const answer = AskParent(value);
+            if (answer == 0 || !MakeExclusive())
                 return false;
+            if (answer == write_aside) {
+                present = levels_.back().object;
+                levels_.back().object = present->Clone(true);
+            }
             Target().SetConst(false);
         }
         MemBlockImpl const* const cache = Target().PimplIfAny();
         unsigned int const flushes = cache ? cache->Flushes() : 0;
         if (!set_step_(Target(), key_, value, path_, handler_) || !StoreMissing())
+            return false;
+        if (present && !PutInPlaceOf(present))
             return false;
         Notify(cache && cache == Target().PimplIfAny() && cache->Flushes() != flushes);
         return true;
@@ -94,6 +102,9 @@ private:
         PMemBlock object;
         safestring step; // that led here; empty for the root
     };
+
+    // The answer of a parent that has to see the changed child before it can agree.
+    static constexpr int write_aside = 2;
 
     MemBlock& Target() const { return *levels_.back().object; }
     MemBlock& Parent() const { return *levels_[levels_.size() - 2].object; }
@@ -152,13 +163,29 @@ private:
         return false;
     }
 
-    bool ParentAgrees(SafeValue const& value) const
+    // 0 cancels the write.
+    int AskParent(SafeValue const& value) const
     {
         bool const from_system_key = path_[0] == '@';
         SafeValue arguments[] = {levels_.back().step, key_, static_cast<int>(from_system_key),
                                  value};
         DataItem const answer = Parent().DoVerb("chldchng", 4, arguments);
-        return answer.IsUndefined() || answer.GetInt() != 0;
+        return answer.IsUndefined() ? 1 : answer.GetInt();
+    }
+
+    // The parent gets the changed copy, and its child back if it does not agree.
+    bool PutInPlaceOf(PMemBlock const& present)
+    {
+        Level const& level = levels_.back();
+        if (!ReplaceChild(Parent(), *present, level.object, level.step))
+            return set_step_(Parent(), level.step, level.object, path_, handler_);
+        try {
+            Parent().DoVerb("chldchng", 0, nullptr);
+        } catch (...) {
+            ReplaceChild(Parent(), *level.object, present, level.step);
+            throw;
+        }
+        return true;
     }
 
     // Two counts are the slot of the object above and this walk.

@@ -226,6 +226,50 @@ TEST(Keys, WhatFailsGoesToTheHandlerAndChangesNothing)
     }
 }
 
+TEST(Keys, BelowAColumnOfATableNeverChangeItsLength)
+{
+    WarningLog const warnings;
+    char const* const ways[] = {"w.", "_0.", "0.", "@w@.", "@self.w.", "w.@self."};
+    int n = 0, refused = 0;
+    for (PMemBlock const& sample : EveryKind()) {
+        if (!MemCast<Vector>(sample.Pointer()))
+            continue;
+        auto const rows = MemCast<Vector>(sample.Pointer())->Length();
+        std::vector<DataItem> values{0, 7, "3,4", "subobj"};
+        for (PMemBlock const& object : std::initializer_list<PMemBlock>{
+                 UInts({}), UInts({0, 1}), Pixels({5, 4}), OfType(Vector::Int, rows),
+                 Over(Ints({})), Cnt("w", 1, "z", Ints({1})), sample})
+            values.push_back(object);
+        for (safestring const& key : EveryKey())
+            for (DataItem const& value : values) {
+                PMemBlock column = sample->Clone(false);
+                auto const t = Table::Create("w", DerivedPointer<Vector>(column), "n",
+                                             OfType(Vector::Byte, rows), "twice",
+                                             DerivedPointer<Vector>(column));
+                safestring const path = ways[++n % std::size(ways)] + key;
+                bool const twice = n / std::size(ways) % 2, shared = n / std::size(ways) % 3 == 0;
+                if (!twice)
+                    t->DeleteColumn("twice");
+                PMemBlock const kept = shared ? column : PMemBlock();
+                column = PMemBlock();
+                SCOPED_TRACE(Text("%s: %s = %s", sample, path, value.GetDescription()).c_str());
+                Reports reports;
+                bool const done = t->SetSubItem(path, value, reports);
+                ASSERT_EQ(t->ColumnCount(), twice ? 3 : 2);
+                for (int i = 0; i < t->ColumnCount(); ++i)
+                    ASSERT_EQ(t->Column(i)->Length(), rows) << i;
+                refused += !reports.texts.empty() &&
+                           reports.texts[0] == "Cannot change the length of columns inside a "
+                                               "table, change table.@rowcount instead!";
+                if (done)
+                    Unloop(t->Column(0));
+                else
+                    EXPECT_EQ(State(t->Column(0)).text, State(sample).text);
+            }
+    }
+    EXPECT_GT(refused, 100);
+}
+
 TEST(Keys, OfABranchWriteAsThoseOfAFullCopyAndLeaveTheOriginal)
 {
     WarningLog const warnings;
