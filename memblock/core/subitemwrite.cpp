@@ -61,6 +61,17 @@ public:
         levels_.push_back({PMemBlock(&root), safestring()});
     }
 
+    // To read an attribute makes it. A write that fails behind it must not leave it: hashes cover
+    // attributes, empty ones too.
+    ~WriteWalk()
+    {
+        for (auto made = attributes_.rbegin(); !done_ && made != attributes_.rend(); ++made) {
+            made->owner->SetSecondaryItem(made->key, {}); // only takes out: nothing can fail
+            if (!made->had_sticky)
+                made->owner->ClearFlags(MemBlock::mem_has_sticky);
+        }
+    }
+
     /// Go down to the object that is asked to set the last step. False after a report.
     bool Descend()
     {
@@ -94,6 +105,7 @@ public:
         if (present && !PutInPlaceOf(present))
             return false;
         Notify(cache && cache == Target().PimplIfAny() && cache->Flushes() != flushes);
+        done_ = true;
         return true;
     }
 
@@ -114,6 +126,7 @@ private:
         if (!MakeExclusive())
             return false;
         DetachObjectElements(Target());
+        NoteNewAttribute(step);
         PMemBlock child;
         {
             DataItem const found = Target().GetSubItem(step, collect_);
@@ -134,6 +147,18 @@ private:
         }
         levels_.push_back({child, step});
         return true;
+    }
+
+    void NoteNewAttribute(safestring const& step)
+    {
+        if (step != "@sticky" && step != "@transient")
+            return;
+        int const key = step == "@sticky" ? MemBlock::key_sticky : MemBlock::key_transient;
+        MemBlock const& owner = Target();
+        DataItem present;
+        if (!owner.PimplIfAny() || !owner.ExistsSecondaryItem(key, present))
+            attributes_.push_back(
+                {levels_.back().object, key, (owner.Flags() & MemBlock::mem_has_sticky) != 0});
     }
 
     // What is missing comes into being by the write: the first of the missing containers waits for
@@ -249,6 +274,13 @@ private:
     SetStep set_step_;
     CollectThrowMessage collect_;
     std::vector<Level> levels_;
+    struct NewAttribute {
+        PMemBlock owner;
+        int key;
+        bool had_sticky; // the flag, before
+    };
+    std::vector<NewAttribute> attributes_;
+    bool done_ = false;
     std::size_t missing_ = 0; // the level of the first container that was made; 0: there is none
     safestring key_;
 };
