@@ -5,7 +5,7 @@
 #include <memblock/base/text.h>
 #include <memblock/core/attempt_internal.h>
 #include <memblock/core/deepstack_internal.h>
-#include <memblock/core/subitem.h>
+#include <memblock/core/subitem_internal.h>
 #include <memblock/vector/vectorforms_internal.h>
 
 #include <algorithm>
@@ -56,7 +56,7 @@ DataItem RowOrNothing(Table const& t, int row)
 
 bool AppendRowOrTable(Table& t, SafeValue const& value, ThrowHandlerFunc)
 {
-    PMemBlock const block = value.GetType() == it_memblock ? value.GetMemory() : PMemBlock();
+    PMemBlock const block = MemoryOrNull(value);
     if (auto const* const row = MemCast<Container>(block.Pointer()))
         t.AppendRow(*row, true, true);
     else if (auto const* const rows = MemCast<Table>(block.Pointer()))
@@ -81,7 +81,7 @@ bool SetOrder(Table& t, SafeValue const& value, ThrowHandlerFunc)
 
 bool SetNames(Table& t, SafeValue const& value, ThrowHandlerFunc)
 {
-    PMemBlock const block = value.GetType() == it_memblock ? value.GetMemory() : PMemBlock();
+    PMemBlock const block = MemoryOrNull(value);
     auto const* const names = MemCast<Vector>(block.Pointer());
     if (!names || names->ElemType() != Vector::String)
         Raise(err_kind, "The \"columns\" subkey requires a string vector, this is: %s", value);
@@ -152,7 +152,7 @@ constexpr KeyTable table_verbs{std::to_array<Verb<Table>>({
 
 bool SetColumnByName(Table& t, safestring const& name, SafeValue const& value)
 {
-    PMemBlock const block = value.GetType() == it_memblock ? value.GetMemory() : PMemBlock();
+    PMemBlock const block = MemoryOrNull(value);
     if (!MemCast<Vector>(block))
         Raise(err_kind, "Cannot set column \"%s\" to a non-vector: %s", name, value);
     t.SetColumn(name, block);

@@ -2,6 +2,7 @@
 #include <memblock/core/attempt_internal.h>
 #include <memblock/core/md5.h>
 #include <memblock/core/memblock_internal.h>
+#include <memblock/core/subitem_internal.h>
 #include <memblock/core/visitor.h>
 #include <memblock/imaging/image.h>
 #include <memblock/imaging/intervalparts_internal.h>
@@ -54,7 +55,7 @@ DataItem Area(IntervalVector const& v, ThrowHandlerFunc)
 DerivedPointer<Vector> VectorIn(SafeValue const& value, char const* refusal,
                                 ThrowHandlerFunc handler)
 {
-    PMemBlock const object = value.GetType() == it_memblock ? value.GetMemory() : PMemBlock();
+    PMemBlock const object = MemoryOrNull(value);
     Vector* const vector = MemCast<Vector>(object);
     if (!vector)
         Report(handler, err_kind, refusal, value.GetDescription());
