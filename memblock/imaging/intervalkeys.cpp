@@ -2,6 +2,7 @@
 #include <memblock/core/attempt_internal.h>
 #include <memblock/core/md5.h>
 #include <memblock/core/memblock_internal.h>
+#include <memblock/core/subitem_internal.h>
 #include <memblock/core/visitor.h>
 #include <memblock/imaging/image.h>
 #include <memblock/imaging/intervalparts_internal.h>
@@ -54,7 +55,7 @@ DataItem Area(IntervalVector const& v, ThrowHandlerFunc)
 DerivedPointer<Vector> VectorIn(SafeValue const& value, char const* refusal,
                                 ThrowHandlerFunc handler)
 {
-    PMemBlock const object = value.GetType() == it_memblock ? value.GetMemory() : PMemBlock();
+    PMemBlock const object = MemoryOrNull(value);
     Vector* const vector = MemCast<Vector>(object);
     if (!vector)
         Report(handler, err_kind, refusal, value.GetDescription());
@@ -93,9 +94,19 @@ bool SetCount(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc handle
     return true;
 }
 
+/// Settled: by key, numbers that are there become the innermost layer of zones, where `SetLgType`
+/// puts pixels in their place. The layers of a file come in any order, and the word "subobj"
+/// between the numbers and the limits of the zones must not drop the numbers.
 bool SetType(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc)
 {
-    v.SetLgType(value.GetString());
+    safestring const word = value.GetString();
+    if (word == IntervalVector::logic2string(IntervalVector::subobj) && v.Target() &&
+        SameName(v.Target()->Class(), "vector")) {
+        unsigned int const zones =
+            std::max(ItemCount(v.Target().Pointer()), IntervalParts::LastEnd(v));
+        v.SetTarget(IntervalVector::Create(zones, DerivedPointer<Vector>(v.Target())));
+    }
+    v.SetLgType(word);
     return true;
 }
 
@@ -251,6 +262,7 @@ constexpr KeyTable interval_keys{std::to_array<Key<IntervalVector>>({
     {"target", FlatTarget, SetTargetKey},
     {"interval_count", nullptr, SetCount},
     {"type", nullptr, SetType},
+    {"@type", nullptr, SetType},
     {"inner_index_array", nullptr, SetInnerIndexArray},
     {"inner_vector", nullptr, SetInnerVector},
     {"outer_index_array", nullptr, SetOuterIndexArray},

@@ -173,7 +173,8 @@ public:
     void UpdateType(); ///< set the logical class to `DetectType`, in all layers
     /// Give the structure the target of another logical class; where the present target can't be
     /// adapted it is replaced by an empty one, or for "subnum" and "subobj" by as many zeros or
-    /// empty zones as the limits ask for.
+    /// empty zones as the limits ask for. Zones hold pixels: numbers go. Only the keys "type" and
+    /// "@type" keep them as the innermost layer, as the layers of a file come in any order.
     /// Throws: "Cannot adapt IntervalVector structure to type %d (%s): %s".
     void RebuildAs(logic_class_t);
     /// 30 words by logical class, null where there is none.

@@ -138,4 +138,8 @@ TEST(KeyLists, AQuotedKeyLeadsToTheNameInItUnlessItIsANameItself)
     EXPECT_EQ(c->Get("@fresh@").GetInt(), 8);
     EXPECT_EQ(c->Get("fresh").GetInt(), 9);
     EXPECT_TRUE(c->Get("@none@").IsUndefined());
+    safestring const quotes(1000000, '@'); // to take them off one by one would last for minutes
+    EXPECT_EQ(c->Get(quotes + "fresh" + quotes).GetInt(), 9);
+    EXPECT_TRUE(c->Get(quotes).IsUndefined());
+    EXPECT_EQ(Bytes({1, 2})->GetSubItem(quotes + "length" + quotes, throw_always).GetInt(), 2);
 }

@@ -88,9 +88,11 @@ TEST(Image, AFactorThatColoursCannotTakeLeavesTheImageAsItWas)
     auto image = Picture<int>(2, 1, {1, 255}, 100000.0);
     image->SetEdgeWidth(1);
     safestring const before = image->GetDescription();
-    EXPECT_THROW(image->SetElemType(Vector::Triple, true, true), Exception);
-    EXPECT_EQ(image->GetDescription(), before);
-    EXPECT_EQ(TextOf(image), "1 255");
+    for (bool const contents : {true, false}) {
+        EXPECT_THROW(image->SetElemType(Vector::Triple, contents, true), Exception);
+        EXPECT_EQ(image->GetDescription(), before);
+        EXPECT_EQ(TextOf(image), "1 255");
+    }
     image->SetFactor(100.0);
     image->SetElemType(Vector::Triple, true, true);
     EXPECT_EQ(image->GetDescription(), "Visual color image 2x1");
@@ -510,6 +512,16 @@ TEST(Image, JoinsColourPlanes)
                   "Cannot convert into image: " + uneven->GetDescription());
 }
 
+namespace {
+
+DerivedPointer<Image> Seen(DerivedPointer<Image> const& image)
+{
+    image->SetType(Image::visual);
+    return image;
+}
+
+} // namespace
+
 TEST(Image, ComesFromVectorsByConversion)
 {
     auto const convert = [](MemBlock const& source, char const* words, char const* classname) {
@@ -530,6 +542,8 @@ TEST(Image, ComesFromVectorsByConversion)
         {Picture<unsigned char>(2, 1, {7, 100}, 2.0), "14 200"},
         {Picture<unsigned char>(2, 1, {7, 200}, 2.0), "7 200"},
         {Picture<double>(2, 1, {50.0, 100.0}), "50 100"},
+        {Seen(Picture<float>(2, 1, {510.0f, 100.0f})), "255 50"}, // it can have no factor
+        {Seen(Picture<double>(2, 1, {255.0, 100.0})), "255 100"},
         {Image::Create(0, 4, Vector::UnsignedShort, 2.0), ""}};
     for (auto const& [image, text] : greys) {
         auto const colours = convert(*image, "24bpp,replicate", "image");
@@ -541,6 +555,9 @@ TEST(Image, ComesFromVectorsByConversion)
             EXPECT_TRUE(pixel.b[0] == pixel.b[1] && pixel.b[0] == pixel.b[2]);
         }
         EXPECT_EQ(channel, text) << image->GetDescription().c_str();
+        if (image->Type() == Image::visual) {
+            EXPECT_EQ(TextOf(convert(*image, "8bpp", "image")), text);
+        }
     }
     auto const full = Picture<short>(3, 3, std::vector<short>(9, 4));
     auto const cleared = convert(*full, "clearedborders", "image");

@@ -8,6 +8,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <random>
+#include <sstream>
 
 namespace {
 
@@ -43,7 +44,7 @@ struct Arguments {
 };
 
 struct Step {
-    char const* name;
+    std::string name;
     std::function<DataItem(Intervals const&, Arguments const&)> run;
 };
 
@@ -191,35 +192,12 @@ std::vector<Step> Readers()
          [](auto& v, auto&) { return DataItem(v->SecondaryDouble(key_sum, throw_always)); }},
         {"expr", [](auto& v, auto&) { return v->DoVerb("expr", 0, nullptr); }},
     };
-    for (char const* const key : {"itemcount",
-                                  "area",
-                                  "mask",
-                                  "x",
-                                  "y",
-                                  "target",
-                                  "image",
-                                  "imagewidth",
-                                  "length",
-                                  "range",
-                                  "min",
-                                  "mean",
-                                  "maxat",
-                                  "dims",
-                                  "expression",
-                                  "vectordata",
-                                  "vector",
-                                  "0",
-                                  "_2",
-                                  "1..2",
-                                  "3",
-                                  "@slice:0:2",
-                                  "@description",
-                                  "@md5",
-                                  "@__sharedbuffer__",
-                                  "!",
-                                  "*"})
+    std::istringstream keys("itemcount area mask x y target image imagewidth length range min mean "
+                            "maxat dims expression vectordata vector 0 _2 1..2 3 @slice:0:2 "
+                            "@description @md5 @__sharedbuffer__ ! *");
+    for (std::string key; keys >> key;)
         readers.push_back(
-            {key, [key](auto& v, auto&) { return v->GetSubItem(key, throw_always); }});
+            {key, [key](auto& v, auto&) { return v->GetSubItem(key.c_str(), throw_always); }});
     return readers;
 }
 
@@ -302,7 +280,7 @@ TEST_F(TwoForms, AreEditedAlike)
             parted->AddEndArray();
             Step const& step = mutators[Draw(mutators.size())];
             Arguments const with = DrawArguments();
-            history += std::string(" ") + step.name + Text("(%d,%d)", with.a, with.b).c_str();
+            history += " " + step.name + Text("(%d,%d)", with.a, with.b).c_str();
             SCOPED_TRACE(history);
             Intervals const before(parted->Clone(false));
             std::string const expected = Outcome([&] { return step.run(whole, with); });

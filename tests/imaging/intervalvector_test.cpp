@@ -251,6 +251,12 @@ TEST(IntervalVector, KeysRebuildAStructureInAnyOrder)
           {"medium_index_array", SafeValue(UInts({0, 1, 2, 4, 5}))},
           {"inner_index_array", SafeValue(pixels(image))}},
          Zones()},
+        {{{"@type", SafeValue("subobj")},
+          {"interval_count", SafeValue(2)},
+          {"outer_index_array", SafeValue(UInts({0, 1, 2}))},
+          {"medium_index_array", SafeValue(UInts({0, 1, 3}))},
+          {"inner_vector", SafeValue(Doubles({0.5, 0.7, 1.2}))}},
+         Over({0, 1, 2}, Over({0, 1, 3}, Doubles({0.5, 0.7, 1.2})))},
     };
     for (auto const& [keys, expected] : structures) {
         std::vector<unsigned int> order(keys.size());
