@@ -2,6 +2,7 @@
 #include <memblock/vector/vector.h>
 
 #include "support/raises.h"
+#include "support/rounds.h"
 #include "support/vectors.h"
 
 #include <gtest/gtest.h>
@@ -288,7 +289,7 @@ TEST(VectorOp, CookedResultsEqualExactArithmetic)
     double const factors[] = {1.0, 0.5, 4.0};
     Random random;
     int checked = 0;
-    for (int round = 0; round < 20000; ++round) {
+    for (int round = 0; round < Rounds(20000); ++round) {
         DataType const xtype = types[random.Below(9)];
         DataType const ytype = types[random.Below(9)];
         bool const small = xtype == V::Float || ytype == V::Float;
@@ -340,7 +341,7 @@ TEST(VectorOp, CookedResultsUnderOptionsEqualExactArithmetic)
                               V::UnsignedInt, V::Int,  V::Float,         V::Double};
     Random random;
     int checked = 0;
-    for (int round = 0; round < 20000; ++round) {
+    for (int round = 0; round < Rounds(20000); ++round) {
         enum { no_factor, wide, neg_abs, neg_zero, spread };
         int const asked = random.Below(5);
         bool const subtracts = asked == neg_abs || asked == neg_zero;

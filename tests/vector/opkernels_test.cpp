@@ -1,6 +1,7 @@
 #include <memblock/vector/arithmetic/apply_kernels.h>
 
 #include "support/raises.h"
+#include "support/rounds.h"
 
 #include <gtest/gtest.h>
 
@@ -101,7 +102,7 @@ void CheckPair()
     SCOPED_TRACE(testing::Message()
                  << TypeToString(type_of<T>::value) << " into " << TypeToString(type_of<R>::value));
     std::mt19937 random(4711);
-    constexpr unsigned n = 211; // no multiple of any vector width
+    unsigned const n = static_cast<unsigned>(Rounds(211)); // no multiple of any vector width
     auto const x = Values<T>(random, n);
     auto const y = Values<T>(random, n);
     std::vector<R> out(n);

@@ -2,6 +2,7 @@
 #include <memblock/vector/vector.h>
 
 #include <support/raises.h>
+#include <support/rounds.h>
 #include <support/vectors.h>
 
 #include <gtest/gtest.h>
@@ -249,8 +250,8 @@ TYPED_TEST_SUITE(VectorModel, AllElementTypes);
 
 TYPED_TEST(VectorModel, StructuralChangesMatchAPlainListAndLeaveClonesAlone)
 {
-    for (unsigned int seed = 1; seed <= 20; ++seed) {
-        Twin<TypeParam> twin(seed);
+    for (int seed = 1; seed <= Rounds(20); ++seed) {
+        Twin<TypeParam> twin(static_cast<unsigned int>(seed));
         for (int step = 0; step < 200; ++step) {
             SCOPED_TRACE(testing::Message() << "seed " << seed << ", step " << step);
             twin.Step();
