@@ -1,7 +1,7 @@
 #include <memblock/vector/convert_internal.h>
 
-#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/serial/warning.h>
+#include <memblock/vector/packedlimits_internal.h>
 
 #include <algorithm>
 #include <cmath>
@@ -76,12 +76,10 @@ private:
 
 /// Greatest and lowest element as doubles; the vector is not empty.
 template <class T>
-ElemRange<double> DoubleRangeOf(Vector const& v)
+MinMax<double> DoubleRangeOf(Vector const& v)
 {
-    if (SummaryIsOfBytes(v)) {
-        auto const range = ScannedRangeOf<T>(v);
-        return {static_cast<double>(range.min), static_cast<double>(range.max)};
-    }
+    if (SummaryIsOfBytes(v))
+        return MinMaxOf<false>(v.TypedPointer<T>(), v.Length()).template As<double>();
     return {v.SecondaryDouble(key_min, throw_always), v.SecondaryDouble(key_max, throw_always)};
 }
 
@@ -98,7 +96,7 @@ DataType TypeOfCooked(Vector const& x)
     return WithElemType<IntegerTypes>(
         x.ElemType(), "Vector::EnsureFactor() not supported for vector type: %s",
         [&]<class T>(Elem<T>) {
-            ElemRange<double> const range = DoubleRangeOf<T>(x);
+            MinMax<double> const range = DoubleRangeOf<T>(x);
             double const a = range.min * x.Factor();
             double const b = range.max * x.Factor();
             return Vector::MinMax2Type(std::min(a, b), std::max(a, b));
@@ -110,7 +108,7 @@ DataType TypeOfCooked(Vector const& x)
 template <class T>
 void ensure_factor_integral_tmpl(Vector* vector, T* data, double ratio)
 {
-    ElemRange<double> const range = DoubleRangeOf<T>(*vector);
+    MinMax<double> const range = DoubleRangeOf<T>(*vector);
     double const max = range.max * ratio;
     double const min = range.min * ratio;
     if (!FitsElem<T>(RoundHalfAway(max)) || !FitsElem<T>(RoundHalfAway(min)))

@@ -11,50 +11,6 @@ namespace {
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr unsigned int block_size = 1024; // small enough to stay in the first cache
 
-/// What scaling depends on; of no finite element: lowest above greatest.
-struct FiniteRange {
-    double min = infinity;
-    double max = -infinity;
-};
-
-template <class S>
-FiniteRange RangeOfFinite(S const* src, unsigned int n)
-{
-    FiniteRange range;
-    for (unsigned int i = 0; i < n; ++i) {
-        if (!std::isfinite(src[i]))
-            continue;
-        range.min = std::min<double>(range.min, src[i]);
-        range.max = std::max<double>(range.max, src[i]);
-    }
-    return range;
-}
-
-/// The same in lanes, for the common case that nothing is infinite; NaN fails each comparison.
-template <class S>
-FiniteRange RangeOfNumbers(S const* src, unsigned int n)
-{
-    constexpr unsigned int lanes = 64 / sizeof(S);
-    S low[lanes];
-    S high[lanes];
-    std::fill(low, low + lanes, std::numeric_limits<S>::infinity());
-    std::fill(high, high + lanes, -std::numeric_limits<S>::infinity());
-    unsigned int i = 0;
-    for (; i + lanes <= n; i += lanes) {
-        for (unsigned int k = 0; k < lanes; ++k) {
-            low[k] = src[i + k] < low[k] ? src[i + k] : low[k];
-            high[k] = src[i + k] > high[k] ? src[i + k] : high[k];
-        }
-    }
-    FiniteRange range{*std::min_element(low, low + lanes), *std::max_element(high, high + lanes)};
-    for (; i < n; ++i) {
-        range.min = src[i] < range.min ? src[i] : range.min;
-        range.max = src[i] > range.max ? src[i] : range.max;
-    }
-    bool const some_infinite = range.min == -infinity || range.max == infinity;
-    return some_infinite ? RangeOfFinite(src, n) : range;
-}
-
 /// Whether all finite elements are whole; ends in the first block with a fraction.
 template <class S>
 bool AllWhole(S const* src, unsigned int n)
@@ -74,7 +30,7 @@ constexpr double positive_room = sizeof(D) < 4 ? static_cast<double>(elem_greate
                                                : static_cast<double>(elem_greatest<D>) / 4;
 
 template <class D>
-double ScaleFor(FiniteRange range)
+double ScaleFor(MinMax<double> range)
 {
     double scale = infinity;
     if (range.max > 0)
@@ -126,11 +82,11 @@ template <class D>
 template <class S, class D>
 double CopyToFromDouble(D* __restrict dst, S const* __restrict src, unsigned int n)
 {
-    FiniteRange const range = RangeOfNumbers(src, n);
+    auto const range = FiniteMinMaxOf(src, n, MinMaxOf<false>(src, n)).template As<double>();
     if (!std::is_signed_v<wide_t<D>> && range.min < 0)
         Raise(err_kind, "Cannot represent negative value %s in the destination type (%s)",
               str(range.min, 6), TypeToString(type_of<D>::value));
-    bool const none = range.min > range.max;
+    bool const none = range.IsEmpty();
     bool const fits = none || (FitsElem<D>(range.min) && FitsElem<D>(range.max));
     double const scale = none || (fits && AllWhole(src, n)) ? 1.0 : ScaleFor<D>(range);
     for (unsigned int i = 0; i < n; ++i)

@@ -17,7 +17,7 @@ constexpr bool always_fits = InRange<D>(elem_lowest<S>) && InRange<D>(elem_great
 
 /// How far the range must move down to fit.
 template <class D, class W>
-int ShiftFor(ElemRange<W> range)
+int ShiftFor(MinMax<W> range)
 {
     int shift = 0;
     while (!InRange<D>(static_cast<W>(range.min >> shift)) ||

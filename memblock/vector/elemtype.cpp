@@ -11,17 +11,13 @@ namespace NKelmic {
 
 namespace {
 
-struct RealRange {
-    double min, max;
-};
-
-RealRange LimitsOf(DataType type)
+MinMax<double> LimitsOf(DataType type)
 {
     return WithElemType<NumericTypes>(
         type, "Function return std::numeric_limits not implemented for data type '%s'",
         []<class T>(Elem<T>) {
-            return RealRange{static_cast<double>(elem_lowest<T>),
-                             static_cast<double>(elem_greatest<T>)};
+            return MinMax<double>{static_cast<double>(elem_lowest<T>),
+                                  static_cast<double>(elem_greatest<T>)};
         },
         err_request);
 }
@@ -188,9 +184,9 @@ DataType ChooseCoverType(DataType a, DataType b)
         return b;
     if (IsInSet<UnsignedTypes>(a) == IsInSet<UnsignedTypes>(b))
         return Vector::SizeOf(a) > Vector::SizeOf(b) ? a : b;
-    RealRange const of_a = LimitsOf(a);
-    RealRange const of_b = LimitsOf(b);
-    return Vector::MinMax2Type(std::min(of_a.min, of_b.min), std::max(of_a.max, of_b.max));
+    MinMax<double> both = LimitsOf(a);
+    both.Merge(LimitsOf(b));
+    return Vector::MinMax2Type(both.min, both.max);
 }
 
 DataType Vector::String2Type(safestring const& text, ThrowHandlerFunc handler)

@@ -25,20 +25,6 @@ int Count(std::size_t n)
     return static_cast<int>(n);
 }
 
-/// The extremes among finite elements: those of all, unless an infinity took part.
-template <class T>
-void FindFiniteExtremes(T const* data, unsigned int n, stat_minmax<T>& found)
-{
-    Number<T> const low = found.min;
-    Number<T> const high = found.max;
-    Extremes<Number<T>> finite{low, high};
-    if (!IsFinite(low) || !IsFinite(high))
-        finite = BlockExtremes<true>(data, n);
-    bool const any = finite.min <= finite.max;
-    found.finitemin = any ? static_cast<double>(finite.min) : 0;
-    found.finitemax = any ? static_cast<double>(finite.max) : 0;
-}
-
 template <class T>
 DataItem ItemOf(T value)
 {
@@ -169,7 +155,7 @@ stat_minmax<T> CalcMinMax(T const* data, unsigned int n, MemBlockImpl* impl)
 {
     auto const extremes = FindExtremes(data, n);
     stat_minmax<T> found{};
-    found.any = extremes.min <= extremes.max;
+    found.any = !extremes.IsEmpty();
     if (found.any) {
         // The first of equal values is the one told, also where zeros differ by their sign.
         std::size_t const minat = FirstAt(data, extremes.min_block, n, extremes.min);
@@ -178,7 +164,11 @@ stat_minmax<T> CalcMinMax(T const* data, unsigned int n, MemBlockImpl* impl)
         found.maxat = Count(maxat);
         found.min = data[minat];
         found.max = data[maxat];
-        FindFiniteExtremes(data, n, found);
+        MinMax<wide_t<T>> const all{found.min, found.max}; // with the signs of the zeros found
+        if (auto const finite = FiniteMinMaxOf(data, n, all); !finite.IsEmpty()) {
+            found.finitemin = static_cast<double>(finite.min);
+            found.finitemax = static_cast<double>(finite.max);
+        }
     } else if constexpr (std::is_floating_point_v<T>) {
         found.min = found.max = std::numeric_limits<T>::quiet_NaN();
         found.minat = found.maxat = -1;
@@ -255,7 +245,7 @@ DataItem CSINV(T const* data, unsigned int n, int key, MemBlockImpl* impl, bool&
         return Histogram(impl, handler);
     case key_variance:
         if constexpr (is_small_integer<T>)
-            if (n > ordered)
+            if (n > longest_sequential_sum)
                 return DataItem(SmallVariance(data, n, impl));
         return DataItem(
             Variance(data, n, OtherKey(data, n, key_mean, impl, handler).GetFloating(handler)));

@@ -72,18 +72,6 @@ Range PixelRange(Range, Range, op_options const&)
 
 namespace {
 
-template <class T>
-Range RangeOf(T const* data, unsigned int n)
-{
-    T low = data[0];
-    T high = data[0];
-    for (unsigned int i = 1; i < n; ++i) {
-        low = data[i] < low ? data[i] : low;
-        high = data[i] > high ? data[i] : high;
-    }
-    return {static_cast<double>(low), static_cast<double>(high)};
-}
-
 /// The unsigned, and the signed, type of the same width; the type itself where there is none.
 DataType UnsignedTwin(DataType type)
 {
@@ -144,7 +132,9 @@ Range RawRange(Vector const& v)
         (IsPlain(v) || !v.Conforms("image")))
         return WithElemType<IntegerTypes>(
             v.ElemType(), "Vector::op(): data type not supported: %s",
-            [&]<class T>(Elem<T>) { return RangeOf(v.TypedPointer<T>(), v.Length()); },
+            [&]<class T>(Elem<T>) {
+                return MinMaxOfShort<false>(v.TypedPointer<T>(), v.Length()).template As<double>();
+            },
             err_request);
     return {v.SecondaryDouble(101, throw_always), v.SecondaryDouble(100, throw_always)};
 }
