@@ -5,9 +5,9 @@
 #include <memblock/core/childwalk_internal.h>
 #include <memblock/core/md5.h>
 #include <memblock/core/safevalue.h>
+#include <memblock/core/summarykeys.h>
 #include <memblock/logging/logger.h>
 #include <memblock/threads/mutex.h>
-#include <memblock/vector/vector.h>
 
 namespace NKelmic {
 namespace {
@@ -69,7 +69,8 @@ struct KeyName {
 
 safestring TextArg(KeyName const& name)
 {
-    return Vector::Key2string(name.key);
+    char const* const known = SummaryKeyName(name.key);
+    return known ? safestring(known) : str(name.key);
 }
 
 void ReportNoNumber(int key, ThrowHandlerFunc handler)
@@ -292,7 +293,7 @@ void PimplFlushSecondary(MemBlockImpl* pimpl)
 safestring MemKey2String(int key)
 {
     switch (key) {
-    case 108: // the key of the histogram in vectors and images
+    case key_histogram:
         return "histogram";
     case MemBlock::key_sticky:
         return "@sticky";

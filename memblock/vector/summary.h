@@ -2,27 +2,9 @@
 #define MEMBLOCK_VECTOR_SUMMARY_H
 
 #include <memblock/core/memblockimpl.h>
+#include <memblock/core/summarykeys.h>
 
 namespace NKelmic {
-
-/// Keys of the summary values of a vector in its cache. All are raw.
-enum summary_key : int {
-    key_max = 100,
-    key_min = 101,
-    key_mean = 102,
-    key_median = 103,
-    key_rough_max = 104, ///< a value at or above the maximum, as an int
-    key_sum = 105,
-    key_width = 106, ///< a name only: images answer it
-    key_stddev = 107,
-    key_histogram = 108,
-    key_variance = 109,
-    key_fmedian = 110, ///< the two middle elements averaged
-    key_maxat = 111,   ///< index of the first maximum
-    key_minat = 112,
-    key_finitemin = 113,
-    key_finitemax = 114
-};
 
 /// The extremes of an array and where they stand first.
 ///

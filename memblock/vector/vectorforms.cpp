@@ -2,9 +2,9 @@
 
 #include <memblock/base/text.h>
 #include <memblock/core/deepstack_internal.h>
-#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/serial/serializer.h>
 #include <memblock/serial/warning.h>
+#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/vector/vectorforms_internal.h>
 
 #include <algorithm>
@@ -19,9 +19,6 @@ constexpr int default_precision = 6;
 /// A failure is told with the path of each level that it comes through, up to this many bytes: far
 /// down the paths alone would fill the memory.
 constexpr std::size_t longest_message = 1U << 16;
-
-/// Numbers of the binary form and its encodings, and of the hexadecimal form.
-enum { form_gzip = 10, form_base64 = 11, form_gzip_base64 = 12, form_hexadecimal = 13 };
 
 [[noreturn]] void RaiseNotSupported(int format, Vector const& v)
 {

@@ -9,10 +9,7 @@ namespace NKelmic {
 
 namespace {
 
-constexpr int default_blob_format = 12;
 constexpr int default_blob_threshold = 32;
-constexpr int blob_gzip_base64 = 12;
-constexpr int blob_hexadecimal = 13;
 
 int IntOption(Formatter const& formatter, char const* name, int def)
 {
@@ -91,13 +88,13 @@ void WriteBlob(Vector const& v, int frm, SerializeVisitor& visitor, safestring c
 {
     if (frm == Formatter::ser_morvane)
         ThrowAssertException(__FILE__, __LINE__, "frm!=Formatter::ser_morvane");
-    if (frm != blob_gzip_base64 && frm != blob_hexadecimal)
+    if (frm != form_gzip_base64 && frm != form_hexadecimal)
         Raise(err_kind, "Morvane script dump not supported for blob format: %d", frm);
     safestring const blob = NewName(visitor);
-    output += frm == blob_hexadecimal ? "Decode(\"hexadecimal\", \"" : "Decode(\"base64\", \"";
+    output += frm == form_hexadecimal ? "Decode(\"hexadecimal\", \"" : "Decode(\"base64\", \"";
     // The bytes are raw: the factor follows as a statement of its own.
     EncodeBytes(v.Pointer(), static_cast<unsigned long>(v.Length()) * v.ElemSize(), frm, output);
-    if (frm == blob_hexadecimal)
+    if (frm == form_hexadecimal)
         output += Text("\"|%s=decoded)\n", blob);
     else
         output += Text("\"|%s=decoded)\nDecode(\"gzip\", %s|%s=decoded)\n", blob, blob, blob);
@@ -132,7 +129,7 @@ void WriteNumbers(Vector const& v, SerializeVisitor& visitor, safestring const& 
                   Formatter const& formatter, safestring& output)
 {
     int const threshold = IntOption(formatter, "blob_threshold", default_blob_threshold);
-    int const frm = IntOption(formatter, "bin_fmt", default_blob_format);
+    int const frm = IntOption(formatter, "bin_fmt", form_gzip_base64);
     bool const short_form =
         static_cast<long>(v.Length()) <= threshold || frm == Formatter::ser_ascii;
     if (short_form)
