@@ -19,9 +19,6 @@ namespace {
 constexpr int default_precision = 6;
 constexpr int rows_at_once = 1024; // rows are made of columns by blocks, so that memory stays small
 
-using IntegerTypes = TypeSet<int, unsigned int, short, unsigned short, char, unsigned char, triple,
-                             long long, unsigned long long>;
-
 /// The decimal text of a number; a whole one gets ".0", so that it reads back as floating.
 safestring FloatingText(double value, int precision)
 {

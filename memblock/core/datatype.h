@@ -5,6 +5,7 @@
 #include <memblock/core/fwd.h>
 #include <memblock/export.h>
 
+#include <algorithm>
 #include <limits>
 #include <type_traits>
 #include <utility>
@@ -75,11 +76,21 @@ struct DataTypeBase {
 };
 using DataType = DataTypeBase::DataType;
 
-/// Tag that carries an element type into a kernel: `[&]<class T>(Elem<T>) { ... }`.
+/// Tag that carries an element type into a kernel: `[&]<class T>(TypeTag<T>) { ... }`.
 template <class T>
-struct Elem {
+struct TypeTag {
     using type = T;
 };
+/// The tag by its earlier name. Inside of `Vector` it is hidden by the member function.
+template <class T>
+using Elem = TypeTag<T>;
+
+/// The greatest id of an element type.
+#define MEMBLOCK_ID(NAME, ID, T, TEXT) , ID
+constexpr int greatest_elem_type_id = [](int, auto... id) {
+    return std::max({id...});
+}(0 MEMBLOCK_ELEM_TYPES(MEMBLOCK_ID));
+#undef MEMBLOCK_ID
 
 /// The element type id of a C++ type: `type_of<float>::value == DataTypeBase::Float`.
 template <class T>
@@ -120,6 +131,19 @@ using IntegerTypes = TypeUnion<SignedTypes, UnsignedTypes>;
 using NumericTypes = TypeUnion<IntegerTypes, FloatTypes>;
 using PlainTypes = TypeUnion<NumericTypes, TypeSet<void*>>;
 using AllTypes = TypeUnion<PlainTypes, ObjectTypes>;
+
+/// The numbers of a set that take at most so many bytes.
+template <class Set, unsigned int bytes>
+struct TypesUpTo {
+    using first = typename Set::first;
+    template <class U>
+    static constexpr bool has = [] {
+        if constexpr (Set::template has<U>)
+            return sizeof(U) <= bytes;
+        else
+            return false; // of another type the size may be unknown here
+    }();
+};
 
 /// The text of an element type; "" for an id out of range.
 constexpr char const* TypeToString(DataType type)

@@ -127,19 +127,9 @@ DerivedPointer<IntervalVector> Image::GetStencilVector() const
     return IntervalVector::Create(lists.count, 1, lists.start.release(), mb_free, lists.pixels);
 }
 
-#define MEMBLOCK_INSTANTIATE(T)                                                                    \
+#define MEMBLOCK_INSTANTIATE(NAME, ID, T, TEXT)                                                    \
     template MEMBLOCK_API unsigned int getmaskvector_tmpl<T>(T const*, unsigned int, unsigned int*);
-MEMBLOCK_INSTANTIATE(int)
-MEMBLOCK_INSTANTIATE(unsigned int)
-MEMBLOCK_INSTANTIATE(short)
-MEMBLOCK_INSTANTIATE(unsigned short)
-MEMBLOCK_INSTANTIATE(char)
-MEMBLOCK_INSTANTIATE(unsigned char)
-MEMBLOCK_INSTANTIATE(float)
-MEMBLOCK_INSTANTIATE(double)
-MEMBLOCK_INSTANTIATE(triple)
-MEMBLOCK_INSTANTIATE(long long)
-MEMBLOCK_INSTANTIATE(unsigned long long)
+MEMBLOCK_NUMERIC_ELEM_TYPES(MEMBLOCK_INSTANTIATE)
 #undef MEMBLOCK_INSTANTIATE
 
 #define MEMBLOCK_INSTANTIATE(T)                                                                    \

@@ -157,8 +157,7 @@ DerivedPointer<Image> Image::DoCrop(int x1, int y1, int x2, int y2) const
 
 DerivedPointer<Image> Image::ExtractCoded(unsigned int code, int* x, int* y) const
 {
-    using Labels =
-        TypeSet<int, unsigned int, short, unsigned short, char, unsigned char, float, triple>;
+    using Labels = TypesUpTo<NumericTypes, 4>; // labels are unsigned int
     auto const refuse = [&]() -> DerivedPointer<Image> {
         Raise(err_request, "Image::ExtractCoded(): pixel type not supported: %s", *this);
     };

@@ -22,6 +22,19 @@ MinMax<double> LimitsOf(DataType type)
         err_request);
 }
 
+/// What a numeric type is made of.
+struct TypeForm {
+    DataType type;
+    int bytes;
+    bool is_signed, floating;
+};
+constexpr TypeForm type_forms[] = {
+#define MEMBLOCK_FORM(NAME, ID, T, TEXT)                                                           \
+    {Vector::NAME, sizeof(T), SignedTypes::has<T>, FloatTypes::has<T>},
+    MEMBLOCK_NUMERIC_ELEM_TYPES(MEMBLOCK_FORM)
+#undef MEMBLOCK_FORM
+};
+
 enum class Kind { open, integer, floating };
 
 /// What one word of an element type says; 0 and `open` where it says nothing.
@@ -119,7 +132,7 @@ bool IsId(safestring const& text)
 DataType TypeOfId(safestring const& text, ThrowHandlerFunc handler)
 {
     unsigned long const id = std::strtoul(text.c_str(), nullptr, 10);
-    if (id > Vector::UnsignedInt64) {
+    if (id > greatest_elem_type_id) {
         Report(handler, err_kind, "Type value out of range: %u.", id);
         return Vector::NoType;
     }
@@ -135,24 +148,18 @@ DataType TypeOfId(safestring const& text, ThrowHandlerFunc handler)
 
 DataType TypeOfDepth(int bytes, bool is_signed, bool floating)
 {
-    switch (bytes) {
-    case 1:
-        return floating ? Vector::NoType : is_signed ? Vector::Char : Vector::Byte;
-    case 2:
-        return floating ? Vector::NoType : is_signed ? Vector::Short : Vector::UnsignedShort;
-    case 3:
-        return floating ? Vector::NoType : Vector::Triple;
-    case 4:
-        return floating ? Vector::Float : is_signed ? Vector::Int : Vector::UnsignedInt;
-    case 8:
-        return floating ? Vector::Double : is_signed ? Vector::Int64 : Vector::UnsignedInt64;
-    default:
-        return Vector::NoType;
+    DataType found = Vector::NoType;
+    for (TypeForm const& form : type_forms) {
+        bool const fits = form.bytes == bytes && form.floating == floating;
+        // A type without a counterpart of the other sign serves for both.
+        if (fits && (found == Vector::NoType || form.is_signed == is_signed))
+            found = form.type;
     }
+    return found;
 }
 
-/// Settled: the bound of Char lies at -128 and that of Short above -32768, neither included.
-/// Each test is one that NaN fails.
+/// Settled: the lower bounds are min > -128 for Char and min > -32767.5 for Short, so that -128
+/// takes Short. Each test is one that NaN fails.
 DataType Vector::MinMax2Type(double min, double max)
 {
     if (max < 255.5 && min >= 0)

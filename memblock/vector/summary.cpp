@@ -264,30 +264,17 @@ DataItem CSINV(T const* data, unsigned int n, int key, MemBlockImpl* impl, bool&
     }
 }
 
-#define MEMBLOCK_INSTANTIATE_SUMMARY(T)                                                            \
+#define MEMBLOCK_INSTANTIATE(NAME, ID, T, TEXT)                                                    \
     template stat_minmax<T> CalcMinMax(T const*, unsigned int, MemBlockImpl*);                     \
     template double calc_median(T const*, unsigned int, bool, ThrowHandlerFunc);                   \
     template DataItem CSINV(T const*, unsigned int, int, MemBlockImpl*, bool&, ThrowHandlerFunc);
-MEMBLOCK_INSTANTIATE_SUMMARY(char)
-MEMBLOCK_INSTANTIATE_SUMMARY(unsigned char)
-MEMBLOCK_INSTANTIATE_SUMMARY(short)
-MEMBLOCK_INSTANTIATE_SUMMARY(unsigned short)
-MEMBLOCK_INSTANTIATE_SUMMARY(triple)
-MEMBLOCK_INSTANTIATE_SUMMARY(int)
-MEMBLOCK_INSTANTIATE_SUMMARY(unsigned int)
-MEMBLOCK_INSTANTIATE_SUMMARY(long long)
-MEMBLOCK_INSTANTIATE_SUMMARY(unsigned long long)
-MEMBLOCK_INSTANTIATE_SUMMARY(float)
-MEMBLOCK_INSTANTIATE_SUMMARY(double)
-#undef MEMBLOCK_INSTANTIATE_SUMMARY
+MEMBLOCK_NUMERIC_ELEM_TYPES(MEMBLOCK_INSTANTIATE)
+#undef MEMBLOCK_INSTANTIATE
 
 char const* Vector::Key2string(int key)
 {
-    static constexpr char const* names[] = {"max",    "min",   "mean",   "median",    "rough_max",
-                                            "sum",    "width", "stddev", "histogram", nullptr,
-                                            "median", nullptr, nullptr,  "finitemin", "finitemax"};
-    if (key >= key_max && key <= key_finitemax && names[key - key_max])
-        return names[key - key_max];
+    if (char const* const known = SummaryKeyName(key))
+        return known;
     static thread_local char number[16]; // of a thread: messages are built on workers too
     std::snprintf(number, sizeof number, "%d", key);
     return number;

@@ -58,7 +58,7 @@ DataType TypeToCreate(SafeValue const& type)
     if (type.IsString())
         return Vector::String2Type(type.GetString(), throw_always);
     int const id = type.GetInt();
-    if (id < 0 || id > Vector::UnsignedInt64)
+    if (id < 0 || id > greatest_elem_type_id)
         Raise(err_kind, "Integer type id out of range [0..%d]: %d",
               static_cast<int>(Vector::UnsignedInt64), id);
     return Vector::String2Type(str(id), throw_always); // some ids in between are no types

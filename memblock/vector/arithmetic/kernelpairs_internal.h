@@ -7,7 +7,7 @@
 namespace NKelmic::ops {
 
 /// Integers of at most 32 bits: wider ones are computed in double.
-using KernelTypes = TypeSet<int, unsigned int, short, unsigned short, char, unsigned char, triple>;
+using KernelTypes = TypesUpTo<IntegerTypes, 4>;
 
 /// The result is never narrower than the operands: 31 pairs.
 template <class T, class R>
