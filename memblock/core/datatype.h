@@ -160,7 +160,7 @@ constexpr char const* TypeToString(DataType type)
     return "";
 }
 
-/// Call `kernel(Elem<T>{})` for the C++ type of `type` if it is in `Set`, `missed()` otherwise.
+/// Call `kernel(TypeTag<T>{})` for the C++ type of `type` if it is in `Set`, `missed()` otherwise.
 ///
 /// This is the only switch from a runtime type to a template. Every kernel of one call returns the
 /// same type.
@@ -171,7 +171,7 @@ decltype(auto) WithElemTypeOr(DataType type, Miss&& missed, Kernel&& kernel)
 #define MEMBLOCK_CASE(NAME, ID, T, TEXT)                                                           \
     case DataTypeBase::NAME:                                                                       \
         if constexpr (Set::template has<T>)                                                        \
-            return kernel(Elem<T>{});                                                              \
+            return kernel(TypeTag<T>{});                                                           \
         else                                                                                       \
             break;
         MEMBLOCK_ELEM_TYPES(MEMBLOCK_CASE)
@@ -187,7 +187,7 @@ template <class Set, class Kernel>
 decltype(auto) WithElemType(DataType type, char const* miss, Kernel&& kernel,
                             unsigned int code = err_kind)
 {
-    using Result = decltype(kernel(Elem<typename Set::first>{}));
+    using Result = decltype(kernel(TypeTag<typename Set::first>{}));
     return WithElemTypeOr<Set>(
         type, [&]() -> Result { Raise(code, miss, TypeToString(type)); },
         std::forward<Kernel>(kernel));
@@ -198,7 +198,7 @@ template <class Set>
 constexpr bool IsInSet(DataType type)
 {
     return WithElemTypeOr<Set>(
-        type, [] { return false; }, []<class T>(Elem<T>) { return true; });
+        type, [] { return false; }, []<class T>(TypeTag<T>) { return true; });
 }
 
 } // namespace NKelmic

@@ -110,7 +110,7 @@ void Image::PrepareMask()
     TypedChunk bytes = OpenChunk(Length(), Byte);
     WithElemType<NumericTypes>(
         ElemType(), "Function downconvert not implemented for data type '%s'",
-        [&]<class T>(NKelmic::Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             downconvert(std::as_const(*this).TypedPointer<T>(),
                         static_cast<unsigned char*>(bytes.Data()), Length());
         },

@@ -54,7 +54,7 @@ void Image::Depth8()
     auto* const dst = static_cast<unsigned char*>(bytes.Data());
     void const* const src = std::as_const(*this).Pointer();
     double divisor = 0;
-    auto const divide = [&]<class T>(NKelmic::Elem<T>) {
+    auto const divide = [&]<class T>(TypeTag<T>) {
         if constexpr (std::is_same_v<T, triple>) {
             divisor = 1.0;
             AverageTo8bpp(static_cast<unsigned char const*>(src), 3, Length(), dst);
@@ -164,7 +164,7 @@ DerivedPointer<Image> ConstructImageFromColorPlanes(DerivedPointer<Vector> const
     WithElemType<NumericTypes>(
         first->ElemType(),
         "Function ConstructImageFromColorPlanes_tmpl not implemented for data type '%s'",
-        [&]<class T>(Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             ConstructImageFromColorPlanes_tmpl<T>(planes, first->Length(), dst);
         });
     return image;

@@ -132,7 +132,7 @@ DerivedPointer<Image> Image::Transposed() const
 {
     TypedChunk turned = OpenChunk(Length(), ElemType());
     WithElemType<AllTypes>(ElemType(), "Function transpose_tmpl not implemented for data type '%s'",
-                           [&]<class T>(NKelmic::Elem<T>) {
+                           [&]<class T>(TypeTag<T>) {
                                transpose_tmpl(TypedPointer<T>(), static_cast<T*>(turned.Data()),
                                               width(), height());
                            });
@@ -162,7 +162,7 @@ DerivedPointer<Image> Image::ExtractCoded(unsigned int code, int* x, int* y) con
         Raise(err_request, "Image::ExtractCoded(): pixel type not supported: %s", *this);
     };
     return WithElemTypeOr<Labels>(
-        ElemType(), refuse, [&]<class T>(NKelmic::Elem<T>) -> DerivedPointer<Image> {
+        ElemType(), refuse, [&]<class T>(TypeTag<T>) -> DerivedPointer<Image> {
             auto const box = BoxOfLabel(TypedPointer<T>(), width(), height(), code);
             if (!box)
                 return nullptr;

@@ -44,7 +44,7 @@ StatisticImplBase* make_impl(Statistic const& statistic, DataType type, Policy n
 {
     return WithElemType<NumericTypes>(
         type, "Function impl_ = MakeStatisticImpl1 not implemented for data type '%s'",
-        [&]<class T>(Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             return with_policy(nan, [&]<class N>(N) {
                 return with_policy(
                     inf, [&]<class I>(I) { return MakeStatisticImpl3<T, N, I>(statistic, word); });

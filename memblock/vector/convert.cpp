@@ -1,8 +1,8 @@
 #include <memblock/vector/convert.h>
 
+#include <memblock/vector/convert_internal.h>
 #include <memblock/vector/elemtypechange_internal.h>
 #include <memblock/vector/packedlimits_internal.h>
-#include <memblock/vector/convert_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
 #include <atomic>
@@ -28,7 +28,7 @@ double FactorOfOpen(Vector const& v, DataType type)
 TypedChunk ReadChunkAs(TypedChunk const& chunk, DataType type, unsigned long length)
 {
     std::size_t const alignment = WithElemType<PlainTypes>(
-        type, "Conversion not supported: %s", []<class T>(Elem<T>) { return alignof(T); });
+        type, "Conversion not supported: %s", []<class T>(TypeTag<T>) { return alignof(T); });
     if (reinterpret_cast<std::uintptr_t>(chunk.Data()) % alignment == 0)
         return TypedChunk(length, type, chunk.Chunk(), chunk.GetOffset());
     TypedChunk const copy = OpenChunk(length, type);

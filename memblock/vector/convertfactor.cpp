@@ -95,7 +95,7 @@ DataType TypeOfCooked(Vector const& x)
 {
     return WithElemType<IntegerTypes>(
         x.ElemType(), "Vector::EnsureFactor() not supported for vector type: %s",
-        [&]<class T>(Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             MinMax<double> const range = DoubleRangeOf<T>(x);
             double const a = range.min * x.Factor();
             double const b = range.max * x.Factor();
@@ -133,20 +133,19 @@ void Vector::EnsureFactor(double factor)
         return;
     CheckFactor(factor);
     double const ratio = factor_ / factor;
-    WithElemType<NumericTypes>(type, "Vector::EnsureFactor() not supported for vector type: %s",
-                               [&]<class T>(NKelmic::Elem<T>) {
-                                   bool const multiply = ratio != 1.0 && Length() > 0;
-                                   if constexpr (IntegerTypes::has<T>) {
-                                       if (multiply)
-                                           ensure_factor_integral_tmpl(this, TypedPointer<T>(),
-                                                                       ratio);
-                                   } else if (multiply) {
-                                       MultiplyFloats(TypedPointer<T>(), Length(), ratio);
-                                   }
-                                   CarriedSummary const summary(*this, ratio);
-                                   SetFactor(factor);
-                                   summary.template Restore<T>(*this);
-                               });
+    WithElemType<NumericTypes>(
+        type, "Vector::EnsureFactor() not supported for vector type: %s", [&]<class T>(TypeTag<T>) {
+            bool const multiply = ratio != 1.0 && Length() > 0;
+            if constexpr (IntegerTypes::has<T>) {
+                if (multiply)
+                    ensure_factor_integral_tmpl(this, TypedPointer<T>(), ratio);
+            } else if (multiply) {
+                MultiplyFloats(TypedPointer<T>(), Length(), ratio);
+            }
+            CarriedSummary const summary(*this, ratio);
+            SetFactor(factor);
+            summary.template Restore<T>(*this);
+        });
 }
 
 DerivedPointer<Vector> EnsureScalarFactor(DerivedPointer<Vector> x, double factor,

@@ -115,8 +115,8 @@ Converted FloatsToIntegers(Vector const& v, DataType type, bool keep_factor)
 {
     Converted result{OpenChunk(v.Length(), type), v.Factor()};
     char const* const miss = "Conversion not supported: %s";
-    WithElemType<FloatTypes>(v.ElemType(), miss, [&]<class S>(Elem<S>) {
-        WithElemType<IntegerTypes>(type, miss, [&]<class D>(Elem<D>) {
+    WithElemType<FloatTypes>(v.ElemType(), miss, [&]<class S>(TypeTag<S>) {
+        WithElemType<IntegerTypes>(type, miss, [&]<class D>(TypeTag<D>) {
             D* const dst = static_cast<D*>(result.chunk.Data());
             if (keep_factor)
                 CopyToWithCheck(dst, v.TypedPointer<S>(), v.Length());
@@ -131,8 +131,8 @@ Converted NumbersToFloats(Vector const& v, DataType type)
 {
     Converted result{OpenChunk(v.Length(), type), v.Factor()};
     char const* const miss = "Conversion not supported: %s";
-    WithElemType<NumericTypes>(v.ElemType(), miss, [&]<class S>(Elem<S>) {
-        WithElemType<FloatTypes>(type, miss, [&]<class D>(Elem<D>) {
+    WithElemType<NumericTypes>(v.ElemType(), miss, [&]<class S>(TypeTag<S>) {
+        WithElemType<FloatTypes>(type, miss, [&]<class D>(TypeTag<D>) {
             CopyToFloats(v.TypedPointer<S>(), static_cast<D*>(result.chunk.Data()), v.Length());
         });
     });

@@ -58,7 +58,7 @@ void CopyTo_1(void const* src, Vector const& source, D* dst)
 {
     WithElemType<IntegerTypes>(
         source.ElemType(), "Function CopyTo_1 not implemented for data type '%s'",
-        [&]<class S>(Elem<S>) {
+        [&]<class S>(TypeTag<S>) {
             if constexpr (std::is_signed_v<wide_t<S>> && !std::is_signed_v<wide_t<D>>) {
                 auto const low = RangeOf<S>(source).min;
                 if (low < 0)
@@ -92,11 +92,11 @@ void CopyToShifted_tmpl1(S const* src, TypedChunk& dst, int shift)
     if constexpr (std::is_signed_v<wide_t<S>>)
         WithElemType<IntegerTypes>(
             dst.Type(), "Function divide_tmpl not implemented for data type '%s'",
-            [&]<class D>(Elem<D>) { divide_tmpl(src, static_cast<D*>(dst.Data()), n, shift); });
+            [&]<class D>(TypeTag<D>) { divide_tmpl(src, static_cast<D*>(dst.Data()), n, shift); });
     else
         WithElemType<IntegerTypes>(
             dst.Type(), "Function AvgToShifted_tmpl2 not implemented for data type '%s'",
-            [&]<class D>(Elem<D>) {
+            [&]<class D>(TypeTag<D>) {
                 AvgToShifted_tmpl2(src, static_cast<D*>(dst.Data()), n, shift);
             });
 }
@@ -104,7 +104,7 @@ void CopyToShifted_tmpl1(S const* src, TypedChunk& dst, int shift)
 Converted IntegersToIntegers(Vector const& v, DataType type, bool keep_factor)
 {
     Converted result{OpenChunk(v.Length(), type), v.Factor()};
-    auto const convert = [&]<class S, class D>(Elem<S>, Elem<D>) {
+    auto const convert = [&]<class S, class D>(TypeTag<S>, TypeTag<D>) {
         int const shift = ShiftOf<S, D>(v);
         if (shift == 0)
             return CopyTo_1(v.Pointer(), v, static_cast<D*>(result.chunk.Data()));
@@ -114,9 +114,9 @@ Converted IntegersToIntegers(Vector const& v, DataType type, bool keep_factor)
         result.factor *= static_cast<double>(1ull << shift);
     };
     char const* const miss = "Conversion not supported: %s";
-    WithElemType<IntegerTypes>(v.ElemType(), miss, [&]<class S>(Elem<S>) {
-        WithElemType<IntegerTypes>(type, miss,
-                                   [&]<class D>(Elem<D>) { convert(Elem<S>{}, Elem<D>{}); });
+    WithElemType<IntegerTypes>(v.ElemType(), miss, [&]<class S>(TypeTag<S>) {
+        WithElemType<IntegerTypes>(
+            type, miss, [&]<class D>(TypeTag<D>) { convert(TypeTag<S>{}, TypeTag<D>{}); });
     });
     return result;
 }

@@ -23,7 +23,7 @@ T CookedValue(Vector const& number)
 {
     return WithElemType<NumericTypes>(
         number.ElemType(), "Function acsv_tmpl not implemented for data type '%s'",
-        [&]<class S>(Elem<S>) {
+        [&]<class S>(TypeTag<S>) {
             wide_t<S> const raw = number.TypedPointer<S>()[0];
             return number.Factor() == 1.0 ? ToElem<T>(raw) : ToElem<T>(raw * number.Factor());
         });
@@ -126,21 +126,21 @@ Converted NumbersToObjects(Vector const& v, DataType type)
     if (type == Vector::String)
         WithElemType<NumericTypes>(
             v.ElemType(), "Function ConvertToStrings_tmpl not implemented for data type '%s'",
-            [&]<class S>(Elem<S>) {
+            [&]<class S>(TypeTag<S>) {
                 ConvertToStrings_tmpl(v.TypedPointer<S>(), n, v.Factor(),
                                       static_cast<safestring*>(dst));
             });
     else if (type == Vector::PolyType)
         WithElemType<NumericTypes>(
             v.ElemType(), "Function ConvertToDataItem_tmpl not implemented for data type '%s'",
-            [&]<class S>(Elem<S>) {
+            [&]<class S>(TypeTag<S>) {
                 ConvertToDataItem_tmpl(v.TypedPointer<S>(), n, v.Factor(),
                                        static_cast<DataItem*>(dst));
             });
     else
         WithElemType<NumericTypes>(
             v.ElemType(), "Function ConvertToMemBlock_tmpl not implemented for data type '%s'",
-            [&]<class S>(Elem<S>) {
+            [&]<class S>(TypeTag<S>) {
                 ConvertToMemBlock_tmpl(v.TypedPointer<S>(), n, v.Factor(),
                                        static_cast<PMemBlock*>(dst));
             });
@@ -159,7 +159,7 @@ Converted ObjectsToNumbers(Vector const& v, DataType type, bool keep_factor)
     auto const numbers = Vector::Create(OpenChunk(v.Length(), type), 1.0);
     WithElemType<ObjectTypes>(
         v.ElemType(), "Function ConvertFromObjects_tmpl not implemented for data type '%s'",
-        [&]<class S>(Elem<S>) {
+        [&]<class S>(TypeTag<S>) {
             ConvertFromObjects_tmpl(v.TypedPointer<S>(), v.Length(), *numbers);
         });
     if (keep_factor)
@@ -212,7 +212,7 @@ DerivedPointer<Vector> AttemptConversionToSimpleVector(DerivedPointer<Vector> co
     }
     return WithElemType<NumericTypes>(
         cover, "Function acsv_tmpl not implemented for data type '%s'",
-        [&]<class T>(Elem<T>) { return acsv_tmpl<T>(elements, x->Length()); });
+        [&]<class T>(TypeTag<T>) { return acsv_tmpl<T>(elements, x->Length()); });
 }
 
 DerivedPointer<Vector> TransposeVectorOfVectors(DerivedPointer<Vector> x)
@@ -228,7 +228,7 @@ DerivedPointer<Vector> TransposeVectorOfVectors(DerivedPointer<Vector> x)
         return Vector::Create(NewChunk(0, Vector::PMemory), 1.0);
     UnifyFactors(rows);
     auto const columns = WithElemType<NumericTypes>(
-        rows[0]->ElemType(), unequal, [&]<class T>(Elem<T>) { return Transposed<T>(rows); });
+        rows[0]->ElemType(), unequal, [&]<class T>(TypeTag<T>) { return Transposed<T>(rows); });
     auto result = Vector::Create(columns.size(), Vector::PMemory, true, 0, 1.0);
     std::copy(columns.begin(), columns.end(), result->PMemoryPointer());
     return result;

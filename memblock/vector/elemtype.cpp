@@ -15,7 +15,7 @@ MinMax<double> LimitsOf(DataType type)
 {
     return WithElemType<NumericTypes>(
         type, "Function return std::numeric_limits not implemented for data type '%s'",
-        []<class T>(Elem<T>) {
+        []<class T>(TypeTag<T>) {
             return MinMax<double>{static_cast<double>(elem_lowest<T>),
                                   static_cast<double>(elem_greatest<T>)};
         },

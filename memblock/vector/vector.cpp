@@ -229,8 +229,7 @@ bool Vector::CanBeCast(DataType type) const
     if (type == PMemory || type == Float || ElemType() == Float)
         return false;
     return WithElemTypeOr<AllTypes>(
-        type, [] { return false; },
-        [&]<class T>(NKelmic::Elem<T>) { return sizeof(T) == ElemSize(); });
+        type, [] { return false; }, [&]<class T>(TypeTag<T>) { return sizeof(T) == ElemSize(); });
 }
 
 int Vector::GetRank() const

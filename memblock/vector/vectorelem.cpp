@@ -89,7 +89,7 @@ int Vector::operator[](unsigned int i) const
               static_cast<int>(i));
     return WithElemType<AllTypes>(
         ElemType(), "Vector::operator[]: element type not supported: %s",
-        [&]<class T>(NKelmic::Elem<T>) { return ReadInt(TypedPointer<T>(), i); });
+        [&]<class T>(TypeTag<T>) { return ReadInt(TypedPointer<T>(), i); });
 }
 
 double Vector::Elem(unsigned int i) const
@@ -97,7 +97,7 @@ double Vector::Elem(unsigned int i) const
     CheckElemIndex(i);
     return WithElemType<AllTypes>(
         ElemType(), "Vector::Elem(): element type not supported: %s",
-        [&]<class T>(NKelmic::Elem<T>) { return ReadDouble(TypedPointer<T>(), i); });
+        [&]<class T>(TypeTag<T>) { return ReadDouble(TypedPointer<T>(), i); });
 }
 
 unsigned int Vector::ElemUInt(unsigned int i) const
@@ -129,7 +129,7 @@ safestring Vector::GetString(int i) const
     CheckElemIndex(static_cast<unsigned int>(i));
     return WithElemType<AllTypes>(
         ElemType(), "Vector::GetString() not implemented for data type '%s'",
-        [&]<class T>(NKelmic::Elem<T>) { return ReadText(TypedPointer<T>()[i]); });
+        [&]<class T>(TypeTag<T>) { return ReadText(TypedPointer<T>()[i]); });
 }
 
 DataItem Vector::GetDataItem(int i) const
@@ -137,7 +137,7 @@ DataItem Vector::GetDataItem(int i) const
     CheckElemIndex(static_cast<unsigned int>(i));
     return WithElemType<AllTypes>(
         ElemType(), "Vector::GetDataItem() not implemented for data type '%s'",
-        [&]<class T>(NKelmic::Elem<T>) { return ReadItem(TypedPointer<T>()[i]); });
+        [&]<class T>(TypeTag<T>) { return ReadItem(TypedPointer<T>()[i]); });
 }
 
 DataItem Vector::GetDataItemWithFactor(int i) const

@@ -1,8 +1,8 @@
 #include <memblock/vector/vector.h>
 
 #include <memblock/base/number.h>
-#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/vector/elemnumber_internal.h>
+#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
 #include <algorithm>
@@ -72,7 +72,7 @@ void Vector::Fill(DataItem const& item)
     SafeValue const value(item); // a copy: the item may be an element of this vector
     WithElemType<TypeUnion<NumericTypes, ObjectTypes>>(
         ElemType(), "Function fill_tmpl not implemented for data type '%s'",
-        [&]<class T>(NKelmic::Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             if constexpr (std::is_same_v<T, PMemBlock>) {
                 PMemBlock const object = value.GetMemory();
                 AskForObjects(*this, 0, &object, std::min(Length(), 1U));

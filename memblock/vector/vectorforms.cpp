@@ -59,7 +59,7 @@ void WriteNumbers(Vector const& v, NumberForm const& form, safestring& output)
 {
     WithElemType<NumericTypes>(
         v.ElemType(), "Function serialize1_tmpl not implemented for data type '%s'",
-        [&]<class T>(Elem<T>) { WriteNumbers(v.TypedPointer<T>(), v.Length(), form, output); });
+        [&]<class T>(TypeTag<T>) { WriteNumbers(v.TypedPointer<T>(), v.Length(), form, output); });
 }
 
 int Precision(Formatter const& formatter)

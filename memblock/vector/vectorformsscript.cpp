@@ -63,7 +63,7 @@ void WriteRaw(Vector const& v, safestring& output)
 {
     WithElemType<NumericTypes>(
         v.ElemType(), "Function serialize1_tmpl not implemented for data type '%s'",
-        [&]<class T>(Elem<T>) { WriteRaw(v.TypedPointer<T>(), v.Length(), output); });
+        [&]<class T>(TypeTag<T>) { WriteRaw(v.TypedPointer<T>(), v.Length(), output); });
 }
 
 /// Tell if a list of these numbers in a macro makes the vector as it is. It makes signed integers

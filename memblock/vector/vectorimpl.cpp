@@ -12,7 +12,7 @@ MemBlockImpl* Vector::DoPimpl() const
 {
     return WithElemTypeOr<NumericTypes>(
         ElemType(), [&] { return new MemBlockImpl(this); },
-        [&]<class T>(NKelmic::Elem<T>) -> MemBlockImpl* { return new VectorImpl<T>(this); });
+        [&]<class T>(TypeTag<T>) -> MemBlockImpl* { return new VectorImpl<T>(this); });
 }
 
 template <class T>

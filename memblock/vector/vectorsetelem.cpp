@@ -1,8 +1,8 @@
 #include <memblock/vector/vector.h>
 
 #include <memblock/base/number.h>
-#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/vector/elemnumber_internal.h>
+#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
 #include <cmath>
@@ -66,7 +66,7 @@ bool StoreNumber(Vector& v, unsigned int i, V raw, V value)
 {
     return WithElemTypeOr<ElementTypes>(
         v.ElemType(), [] { return false; },
-        [&]<class T>(Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             T stored{};
             if constexpr (ObjectTypes::has<T>)
                 stored = AsObject<T>(value);
@@ -164,9 +164,9 @@ void Vector::SetElem(unsigned int i, long long value)
     if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, value); }))
         return;
     CheckSetIndex(i);
-    WithElemType<ElementTypes>(
-        ElemType(), "Function SetElemInt64 not implemented for data type '%s'",
-        [&]<class T>(NKelmic::Elem<T>) { SetElemInt64<T>(*this, i, value); });
+    WithElemType<ElementTypes>(ElemType(),
+                               "Function SetElemInt64 not implemented for data type '%s'",
+                               [&]<class T>(TypeTag<T>) { SetElemInt64<T>(*this, i, value); });
     Changed();
 }
 
@@ -175,9 +175,9 @@ void Vector::SetElem(unsigned int i, unsigned long long value)
     if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, value); }))
         return;
     CheckSetIndex(i);
-    WithElemType<ElementTypes>(
-        ElemType(), "Function SetElemUInt64 not implemented for data type '%s'",
-        [&]<class T>(NKelmic::Elem<T>) { SetElemUInt64<T>(*this, i, value); });
+    WithElemType<ElementTypes>(ElemType(),
+                               "Function SetElemUInt64 not implemented for data type '%s'",
+                               [&]<class T>(TypeTag<T>) { SetElemUInt64<T>(*this, i, value); });
     Changed();
 }
 

@@ -155,7 +155,7 @@ void Vector::ShiftVector(int n)
     ResizeVector(length + n, true, true);
     WithElemTypeOr<ObjectTypes>(
         ElemType(), [&] { MoveBytesUp(Pointer(), length * ElemSize(), n * long(ElemSize())); },
-        [&]<class T>(NKelmic::Elem<T>) { SwapUp(TypedPointer<T>(), length, n); });
+        [&]<class T>(TypeTag<T>) { SwapUp(TypedPointer<T>(), length, n); });
     Changed();
 }
 
@@ -183,7 +183,7 @@ void Vector::Erase(int pos, int count)
     if (IsObject(ElemType())) {
         WithElemType<ObjectTypes>(
             ElemType(), "Function move_range_to_end_by_swap not implemented for data type '%s'",
-            [&]<class T>(NKelmic::Elem<T>) {
+            [&]<class T>(TypeTag<T>) {
                 move_range_to_end_by_swap(TypedPointer<T>(), from, gone, length);
             });
     } else {
@@ -212,7 +212,7 @@ void Vector::Insert(int pos, DataItem const& item)
         Raise(err_kind, "Cannot insert element at position %d into: %s", pos, *this);
     WithElemType<MovableTypes>(
         ElemType(), "Function movebyone_tmpl not implemented for data type '%s'",
-        [&]<class T>(NKelmic::Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             DataItem const value(item); // it may be an element that is about to move
             ResizeVector(length + 1ul, true, true);
             movebyone_tmpl(TypedPointer<T>(), static_cast<unsigned int>(pos), length + 1);
@@ -253,12 +253,12 @@ void Vector::Rearrange(int const* idx, unsigned int n, unsigned int newlen,
     if (IsObject(ElemType()))
         WithElemType<ObjectTypes>(
             ElemType(), "Function rearrange_swap not implemented for data type '%s'",
-            [&]<class T>(NKelmic::Elem<T>) {
+            [&]<class T>(TypeTag<T>) {
                 rearrange_swap(static_cast<T*>(fresh.Data()), TypedPointer<T>(), idx, n, Length());
             });
     else
         WithElemType<PlainTypes>(ElemType(), "Vector::Rearrange(): element type not supported: %s",
-                                 [&]<class T>(NKelmic::Elem<T>) {
+                                 [&]<class T>(TypeTag<T>) {
                                      Gather(static_cast<T*>(fresh.Data()),
                                             std::as_const(*this).TypedPointer<T>(), idx, n);
                                  });

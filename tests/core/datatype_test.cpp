@@ -59,7 +59,7 @@ TEST(DataType, TypesOutsideTheSetOfAFamilyRaiseItsText)
     auto const width = [](DataType type) {
         return WithElemType<FloatTypes>(
             type, "Function width not implemented for data type '%s'",
-            []<class T>(Elem<T>) { return sizeof(T); }, err_request);
+            []<class T>(TypeTag<T>) { return sizeof(T); }, err_request);
     };
     EXPECT_EQ(width(Ids::Double), 8U);
     EXPECT_RAISES(width(Ids::Triple), 4096,

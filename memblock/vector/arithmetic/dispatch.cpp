@@ -41,7 +41,7 @@ double GreatestInteger(DataType type)
 {
     return WithElemTypeOr<IntegerTypes>(
         type, [] { return std::numeric_limits<double>::infinity(); },
-        []<class T>(Elem<T>) { return static_cast<double>(std::numeric_limits<T>::max()); });
+        []<class T>(TypeTag<T>) { return static_cast<double>(std::numeric_limits<T>::max()); });
 }
 
 void Dispatch(OperandPair const& operands, char op, op_options const& options, Vector& result)
@@ -51,8 +51,8 @@ void Dispatch(OperandPair const& operands, char op, op_options const& options, V
     auto const missed = [&] { RaiseNoIntegerKernel(result.ElemType()); };
     WithElemType<KernelTypes>(
         x.Type(), "Vector::op(): data type not supported: %s",
-        [&]<class T>(Elem<T>) {
-            auto const run = [&]<class R>(Elem<R>) {
+        [&]<class T>(TypeTag<T>) {
+            auto const run = [&]<class R>(TypeTag<R>) {
                 T const* const xs = x->TypedPointer<T>();
                 T const* const ys = y->TypedPointer<T>();
                 R* const dest = result.TypedPointer<R>();
@@ -77,8 +77,8 @@ void ApplyToFloats(OperandPair const& operands, OpRequest const& request, Vector
     Operand const& x = operands.x;
     Operand const& y = operands.y;
     auto const missed = [&] { RaiseNoFloatKernel(result.ElemType()); };
-    WithElemTypeOr<FloatTypes>(x.Type(), missed, [&]<class T>(Elem<T>) {
-        WithElemTypeOr<FloatResultTypes>(result.ElemType(), missed, [&]<class R>(Elem<R>) {
+    WithElemTypeOr<FloatTypes>(x.Type(), missed, [&]<class T>(TypeTag<T>) {
+        WithElemTypeOr<FloatResultTypes>(result.ElemType(), missed, [&]<class R>(TypeTag<R>) {
             if constexpr (FloatPair<T, R>)
                 ApplyOpSimple(request.name, x->TypedPointer<T>(), x->Length(), y->TypedPointer<T>(),
                               y->Length(), result.TypedPointer<R>(), result.Length(),

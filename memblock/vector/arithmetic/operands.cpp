@@ -41,7 +41,7 @@ DerivedPointer<Vector> ScalarOf(double value, DataType type)
 {
     TypedChunk const chunk = OpenChunk(1, type);
     WithElemTypeOr<IntegerTypes>(
-        type, [] {}, [&]<class T>(Elem<T>) { *static_cast<T*>(chunk.Data()) = T(value); });
+        type, [] {}, [&]<class T>(TypeTag<T>) { *static_cast<T*>(chunk.Data()) = T(value); });
     return Vector::Create(chunk, 1.0);
 }
 

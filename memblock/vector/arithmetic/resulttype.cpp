@@ -121,7 +121,7 @@ Range RawRange(Vector const& v)
         (IsPlain(v) || !v.Conforms("image")))
         return WithElemType<IntegerTypes>(
             v.ElemType(), "Vector::op(): data type not supported: %s",
-            [&]<class T>(Elem<T>) {
+            [&]<class T>(TypeTag<T>) {
                 return MinMaxOfShort<false>(v.TypedPointer<T>(), v.Length()).template As<double>();
             },
             err_request);
