@@ -73,11 +73,6 @@ safestring TextArg(KeyName const& name)
     return known ? safestring(known) : str(name.key);
 }
 
-void ReportNoNumber(int key, ThrowHandlerFunc handler)
-{
-    Report(handler, err_kind, "Cannot calculate subkey: %s", KeyName{key});
-}
-
 } // namespace
 
 MemBlockImpl::MemBlockImpl(MemBlock const* owner) : owner_(const_cast<MemBlock*>(owner)) {}
@@ -140,23 +135,20 @@ DataItem MemBlockImpl::SecondaryItem(int key, ThrowHandlerFunc handler)
     return item;
 }
 
-int MemBlockImpl::CalculateInt(int key, ThrowHandlerFunc handler)
+template <class Number>
+Number MemBlockImpl::Calculate(int key, ThrowHandlerFunc handler)
 {
     SafeValue const item(ItemForNumber(*this, key, handler));
-    if (item.IsDefined())
+    if (item.IsUndefined())
+        Report(handler, err_kind, "Cannot calculate subkey: %s", KeyName{key});
+    else if constexpr (std::is_integral_v<Number>)
         return item.GetInt(handler);
-    ReportNoNumber(key, handler);
-    return 0;
-}
-
-double MemBlockImpl::CalculateDouble(int key, ThrowHandlerFunc handler)
-{
-    SafeValue const item(ItemForNumber(*this, key, handler));
-    if (item.IsDefined())
+    else
         return item.GetFloating(handler);
-    ReportNoNumber(key, handler);
     return 0;
 }
+template int MemBlockImpl::Calculate(int key, ThrowHandlerFunc handler);
+template double MemBlockImpl::Calculate(int key, ThrowHandlerFunc handler);
 
 PMemBlock MemBlockImpl::SecondaryMemBlock(int key, ThrowHandlerFunc handler)
 {
@@ -307,48 +299,6 @@ safestring MemKey2String(int key)
         Logger::Log(topic_run, "key", level,
                     Text("MBI501: No translation for MemBlock key: %d", key));
     return Text("@key%d", key);
-}
-
-// The doors on the object. A cache does not change the value of an object, so all are const.
-
-DataItem MemBlock::SecondaryItem(int key, ThrowHandlerFunc handler) const
-{
-    return Pimpl()->SecondaryItem(key, handler);
-}
-
-int MemBlock::SecondaryInt(int key, ThrowHandlerFunc handler) const
-{
-    return (pimpl_ ? pimpl_ : Pimpl())->SecondaryInt(key, handler);
-}
-
-double MemBlock::SecondaryDouble(int key, ThrowHandlerFunc handler) const
-{
-    return (pimpl_ ? pimpl_ : Pimpl())->SecondaryDouble(key, handler);
-}
-
-PMemBlock MemBlock::SecondaryMemBlock(int key, ThrowHandlerFunc handler) const
-{
-    return Pimpl()->SecondaryMemBlock(key, handler);
-}
-
-void MemBlock::SetSecondaryItem(int key, DataItem const& item) const
-{
-    Pimpl()->SetSecondaryItem(key, item);
-}
-
-bool MemBlock::ExistsSecondaryItem(int key, DataItem& out) const
-{
-    return Pimpl()->ExistsSecondaryItem(key, out);
-}
-
-bool MemBlock::ExistsSecondaryInt(int key, int& out) const
-{
-    return Pimpl()->ExistsSecondaryInt(key, out);
-}
-
-bool MemBlock::ExistsSecondaryDouble(int key, double& out) const
-{
-    return Pimpl()->ExistsSecondaryDouble(key, out);
 }
 
 } // namespace NKelmic

@@ -6,6 +6,23 @@
 
 namespace NKelmic {
 
+/// The cache of a vector with elements of type T: it works out the summary values.
+template <class T>
+class VectorImpl : public MemBlockImpl {
+public:
+    explicit VectorImpl(Vector const* owner);
+    ~VectorImpl() override;
+    DataItem CalculateSecondaryItem(int key, ThrowHandlerFunc handler) const override;
+    DataItem CalculateSecondaryItemNonVirtual(int key, bool& handled,
+                                              ThrowHandlerFunc handler) const;
+};
+
+/// Work out a summary value of an array and keep it in the cache. `handled` comes out false for a
+/// key that is none; the value is then undefined.
+template <class T>
+MEMBLOCK_API DataItem CSINV(T const* data, unsigned int n, int key, MemBlockImpl* impl,
+                            bool& handled, ThrowHandlerFunc handler);
+
 /// The extremes of an array and where they stand first.
 ///
 /// NaN takes no part; infinities take part in min and max alone. With no number at all min and max

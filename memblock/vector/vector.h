@@ -5,6 +5,7 @@
 #include <memblock/core/memblock.h>
 #include <memblock/core/safevalue.h>
 #include <memblock/core/typedchunk.h>
+#include <memblock/vector/summary.h>
 
 namespace NKelmic {
 
