@@ -7,7 +7,7 @@
 #include <memblock/base/text.h>
 #include <memblock/collections/columnsbyname_internal.h>
 #include <memblock/core/deepstack_internal.h>
-#include <memblock/serial/serializer.h>
+#include <memblock/core/serializer.h>
 #include <memblock/vector/vectorforms.h>
 #include <memblock/vector/vectorforms_internal.h>
 

@@ -1,12 +1,12 @@
 #include <memblock/core/memblock.h>
 
 #include <memblock/base/raise.h>
+#include <memblock/base/warning.h>
 #include <memblock/collections/container.h>
 #include <memblock/core/deepstack_internal.h>
 #include <memblock/core/memblock_internal.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/logging/logger.h>
-#include <memblock/serial/warning.h>
 #include <memblock/threads/mutex.h>
 #include <memblock/vector/vector.h>
 

@@ -2,7 +2,7 @@
 
 #include <memblock/base/text.h>
 #include <memblock/core/deepstack_internal.h>
-#include <memblock/serial/serializer.h>
+#include <memblock/core/serializer.h>
 #include <memblock/serial/warning.h>
 #include <memblock/vector/packedlimits_internal.h>
 #include <memblock/vector/vectorforms_internal.h>

@@ -1,7 +1,7 @@
 #include <memblock/base/appendwhole_internal.h>
 #include <memblock/base/number.h>
 #include <memblock/base/text.h>
-#include <memblock/serial/serializer.h>
+#include <memblock/core/serializer.h>
 #include <memblock/vector/vectorforms.h>
 #include <memblock/vector/vectorforms_internal.h>
 

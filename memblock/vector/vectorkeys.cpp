@@ -5,9 +5,9 @@
 #include <memblock/base/text.h>
 #include <memblock/core/attempt_internal.h>
 #include <memblock/core/memblockimpl.h>
-#include <memblock/imaging/numrange.h>
-#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/serial/warning.h>
+#include <memblock/vector/elemtypechange_internal.h>
+#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/vector/summary.h>
 #include <memblock/vector/vectorforms_internal.h>
 
@@ -45,7 +45,7 @@ DataItem Length(Vector const& v, ThrowHandlerFunc)
 
 DataItem Range(Vector const& v, ThrowHandlerFunc)
 {
-    return NumRange::Create(0, static_cast<int>(v.Length()), true);
+    return RangeOfIndices(v.Length());
 }
 
 /// A summary value times the factor. A value that is stored already costs one look-up.

@@ -1,7 +1,6 @@
 #include <memblock/vector/arithmetic/op.h>
 
 #include <memblock/core/imageclass.h>
-#include <memblock/imaging/indexvector.h>
 #include <memblock/vector/arithmetic/dispatch_internal.h>
 #include <memblock/vector/arithmetic/kernelpairs_internal.h>
 #include <memblock/vector/arithmetic/resulttype_internal.h>
@@ -197,8 +196,8 @@ PMemBlock PixelList(Result const& result, OperandPair const& operands, OpRequest
             Raise(err_request, "Invalid point() operands for element %d: x=%d, y=%d", i,
                   (*operands.x)[operands.XIsScalar() ? 0 : i],
                   (*operands.y)[operands.YIsScalar() ? 0 : i]);
-    return IndexVector::Create(result.vector, static_cast<unsigned int>(width),
-                               static_cast<unsigned int>(height));
+    return PixelListOf(result.vector, static_cast<unsigned int>(width),
+                       static_cast<unsigned int>(height));
 }
 
 PMemBlock Finished(Result result, OperandPair const& operands, OpRequest const& request)
