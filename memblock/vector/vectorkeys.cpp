@@ -48,31 +48,27 @@ DataItem Range(Vector const& v, ThrowHandlerFunc)
     return RangeOfIndices(v.Length());
 }
 
-/// A summary value times the factor. A value that is stored already costs one look-up.
-template <int key>
-DataItem Cooked(Vector const& v, ThrowHandlerFunc handler)
-{
-    double value = 0;
-    if (!v.ExistsSecondaryDouble(key, value)) {
-        if (v.SecondaryItem(key, handler).IsUndefined())
-            return {}; // reported
-        value = v.SecondaryDouble(key, handler);
-    }
-    return value * v.Factor();
-}
+// A value that is stored already costs one look-up.
 
 template <int key>
 DataItem Raw(Vector const& v, ThrowHandlerFunc handler)
 {
-    return v.SecondaryItem(key, handler);
+    return v.SecondaryItem(key, handler); // undefined has been reported
+}
+
+/// A summary value times the factor.
+template <int key>
+DataItem Cooked(Vector const& v, ThrowHandlerFunc handler)
+{
+    DataItem const raw = v.SecondaryItem(key, handler);
+    return raw.IsUndefined() ? raw : DataItem(raw.GetDouble() * v.Factor());
 }
 
 template <int key>
 DataItem Integer(Vector const& v, ThrowHandlerFunc handler)
 {
-    if (v.SecondaryItem(key, handler).IsUndefined())
-        return {};
-    return v.SecondaryInt(key, handler);
+    DataItem const raw = v.SecondaryItem(key, handler);
+    return raw.IsUndefined() ? raw : DataItem(SafeValue(raw).GetInt(handler));
 }
 
 DataItem Histogram(Vector const& v, ThrowHandlerFunc handler)
