@@ -132,6 +132,13 @@ using NumericTypes = TypeUnion<IntegerTypes, FloatTypes>;
 using PlainTypes = TypeUnion<NumericTypes, TypeSet<void*>>;
 using AllTypes = TypeUnion<PlainTypes, ObjectTypes>;
 
+/// How many types a set has. A source that decides for each type of a set by hand asserts the
+/// number that it knows, so that a new row of the list finds it.
+#define MEMBLOCK_COUNTED(NAME, ID, T, TEXT) +Set::template has<T>
+template <class Set>
+constexpr int type_count = 0 MEMBLOCK_ELEM_TYPES(MEMBLOCK_COUNTED);
+#undef MEMBLOCK_COUNTED
+
 /// The numbers of a set that take at most so many bytes.
 template <class Set, unsigned int bytes>
 struct TypesUpTo {

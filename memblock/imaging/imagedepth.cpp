@@ -71,6 +71,7 @@ void Image::Depth8()
             DivideTo8bpp(static_cast<T const*>(src), Length(), dst, &divisor);
         }
     };
+    static_assert(type_count<NumericTypes> == 11, "bytes come earlier, 64 bits are refused");
     using Divided = TypeSet<int, unsigned int, short, unsigned short, float, double, triple>;
     WithElemTypeOr<Divided>(
         ElemType(), [&] { Raise(err_kind, "Conversion to 1 Bpp not implemented for: %s", *this); },

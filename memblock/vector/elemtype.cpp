@@ -162,6 +162,7 @@ DataType TypeOfDepth(int bytes, bool is_signed, bool floating)
 /// takes Short. Each test is one that NaN fails.
 DataType Vector::MinMax2Type(double min, double max)
 {
+    static_assert(type_count<TypesUpTo<IntegerTypes, 4>> == 7, "a type that is not chosen here");
     if (max < 255.5 && min >= 0)
         return Byte;
     if (max < 127.5 && min > -128)
@@ -179,6 +180,7 @@ DataType Vector::MinMax2Type(double min, double max)
 
 DataType ChooseCoverType(DataType a, DataType b)
 {
+    static_assert(type_count<FloatTypes> == 2, "the wider one of two has to be found otherwise");
     if (a == b)
         return a;
     if (IsInSet<ObjectTypes>(b))

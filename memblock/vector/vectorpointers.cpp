@@ -21,6 +21,7 @@ using elem_t = typename elem_of<id>::type;
 
 void Vector::CheckCast(DataType type, char const* refusal) const
 {
+    // The text comes from the row of the type, so that a search for it leads there.
     if (!CanBeCast(type))
         Raise(err_kind, refusal, *this);
 }
@@ -54,5 +55,11 @@ MEMBLOCK_POINTER(PolyType, "Cannot cast data to PolyType type: %s")
 MEMBLOCK_POINTER(Int64, "Cannot cast data to Int64 type: %s")
 MEMBLOCK_POINTER(UnsignedInt64, "Cannot cast data to UnsignedInt64 type: %s")
 #undef MEMBLOCK_POINTER
+
+// No element type is without its accessors.
+#define MEMBLOCK_HAS_POINTER(NAME, ID, T, TEXT)                                                    \
+    static_assert(std::is_same_v<decltype(std::declval<Vector&>().NAME##Pointer(0)), T*>);
+MEMBLOCK_ELEM_TYPES(MEMBLOCK_HAS_POINTER)
+#undef MEMBLOCK_HAS_POINTER
 
 } // namespace NKelmic

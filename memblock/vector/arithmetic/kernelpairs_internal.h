@@ -14,7 +14,7 @@ template <class T, class R>
 concept IntegerPair = KernelTypes::has<T> && KernelTypes::has<R> && sizeof(T) <= sizeof(R);
 
 /// What floating operands give: numbers, and truth values as bytes.
-using FloatResultTypes = TypeSet<float, double, unsigned char>;
+using FloatResultTypes = TypeUnion<FloatTypes, TypeSet<unsigned char>>;
 
 template <class T, class R>
 concept FloatPair = FloatTypes::has<T> && FloatResultTypes::has<R> &&

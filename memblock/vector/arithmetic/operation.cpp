@@ -105,6 +105,7 @@ Result RunOnStrings(OperandPair& operands, OpRequest const& request)
 /// The type in which two operands, one of them floating at least, are computed.
 DataType FloatTypeOf(OperandPair const& operands, OpRequest const& request)
 {
+    static_assert(type_count<FloatTypes> == 2, "two different ones meet in Double");
     DataType const x = operands.x.Type(), y = operands.y.Type();
     if (request.fixed && IsInSet<FloatTypes>(request.route))
         return request.route;
