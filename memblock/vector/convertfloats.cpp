@@ -16,6 +16,7 @@ template <class S>
 bool AllWhole(S const* src, unsigned int n)
 {
     bool whole = true;
+    // By blocks: a test in the loop itself would keep it from being vectorized.
     for (unsigned int from = 0; whole && from < n; from += block_size) {
         unsigned int const to = std::min(n, from + block_size);
         for (unsigned int i = from; i < to; ++i)
@@ -46,6 +47,7 @@ D RoundSaturated(double v)
 {
     double const shifted = v + std::copysign(0.5, v);
     if constexpr (std::numeric_limits<D>::digits < 53) {
+        // Within 53 bits both bounds are exact doubles, so two comparisons do, without a branch.
         constexpr double low = elem_lowest<D>;
         constexpr double high = elem_greatest<D>;
         double const inside = shifted < low ? low : shifted > high ? high : shifted;
@@ -87,6 +89,7 @@ double CopyToFromDouble(D* __restrict dst, S const* __restrict src, unsigned int
         Raise(err_kind, "Cannot represent negative value %s in the destination type (%s)",
               str(range.min, 6), TypeToString(type_of<D>::value));
     bool const none = range.IsEmpty();
+    // Whole numbers that fit keep their values; all others use the room of the type, by a factor.
     bool const fits = none || (FitsElem<D>(range.min) && FitsElem<D>(range.max));
     double const scale = none || (fits && AllWhole(src, n)) ? 1.0 : ScaleFor<D>(range);
     for (unsigned int i = 0; i < n; ++i)
@@ -102,6 +105,7 @@ void CopyToWithCheck(D* __restrict dst, S const* __restrict src, unsigned int n)
         bool all_fit = true;
         for (unsigned int i = from; i < to; ++i) {
             double const shifted = src[i] + std::copysign(0.5, static_cast<double>(src[i]));
+            // Stored first, reported behind the block: the common case has no way out of the loop.
             all_fit &= FitsElem<D>(shifted);
             dst[i] = RoundSaturated<D>(src[i]);
         }

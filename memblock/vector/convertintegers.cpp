@@ -19,6 +19,8 @@ constexpr bool always_fits = InRange<D>(elem_lowest<S>) && InRange<D>(elem_great
 template <class D, class W>
 int ShiftFor(MinMax<W> range)
 {
+    // Shifting, not scaling: the factor stays a power of two, and cooked values lose no bits but
+    // the lowest.
     int shift = 0;
     while (!InRange<D>(static_cast<W>(range.min >> shift)) ||
            !InRange<D>(static_cast<W>(range.max >> shift)))
@@ -30,6 +32,7 @@ int ShiftFor(MinMax<W> range)
 template <class S, class D>
 int ShiftOf(Vector const& v)
 {
+    // Known at compile time, so widening never looks for the range.
     if constexpr (always_fits<S, D>) {
         return 0;
     } else {
@@ -59,6 +62,8 @@ void CopyTo_1(void const* src, Vector const& source, D* dst)
     WithElemType<IntegerTypes>(
         source.ElemType(), "Function CopyTo_1 not implemented for data type '%s'",
         [&]<class S>(TypeTag<S>) {
+            // A negative value cannot be shifted into an unsigned type: refused before anything is
+            // written.
             if constexpr (std::is_signed_v<wide_t<S>> && !std::is_signed_v<wide_t<D>>) {
                 auto const low = RangeOf<S>(source).min;
                 if (low < 0)
@@ -89,6 +94,7 @@ template <class S>
 void CopyToShifted_tmpl1(S const* src, TypedChunk& dst, int shift)
 {
     auto const n = static_cast<unsigned int>(dst.Length());
+    // Both do the same, under the names that their messages have always had.
     if constexpr (std::is_signed_v<wide_t<S>>)
         WithElemType<IntegerTypes>(
             dst.Type(), "Function divide_tmpl not implemented for data type '%s'",
@@ -111,6 +117,7 @@ Converted IntegersToIntegers(Vector const& v, DataType type, bool keep_factor)
         if (keep_factor)
             RefuseToShift<S, D>(v);
         CopyToShifted_tmpl1(v.TypedPointer<S>(), result.chunk, shift);
+        // The elements are that much smaller; the cooked values stay.
         result.factor *= static_cast<double>(1ull << shift);
     };
     char const* const miss = "Conversion not supported: %s";

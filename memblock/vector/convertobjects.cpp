@@ -13,6 +13,7 @@ namespace {
 Vector const* AsNumber(PMemBlock const& element)
 {
     auto const* number = MemCast<Vector>(element.Pointer());
+    // One element only: a longer vector has no single value to put in its place.
     bool const is_number =
         number && number->Length() == 1 && IsInSet<NumericTypes>(number->ElemType());
     return is_number ? number : nullptr;
@@ -24,6 +25,7 @@ T CookedValue(Vector const& number)
     return WithElemType<NumericTypes>(
         number.ElemType(), "Function acsv_tmpl not implemented for data type '%s'",
         [&]<class S>(TypeTag<S>) {
+            // Without a factor 64-bit integers stay exact; a product goes through double.
             wide_t<S> const raw = number.TypedPointer<S>()[0];
             return number.Factor() == 1.0 ? ToElem<T>(raw) : ToElem<T>(raw * number.Factor());
         });
@@ -47,6 +49,7 @@ bool RowsOf(Vector const& x, std::vector<DerivedPointer<Vector>>& rows)
 /// One factor for all rows: where they differ, the cooked values as Double.
 void UnifyFactors(std::vector<DerivedPointer<Vector>>& rows)
 {
+    // A column takes elements of all rows and has one factor.
     double const factor = rows[0]->Factor();
     bool const same = std::all_of(rows.begin(), rows.end(),
                                   [&](auto const& row) { return row->Factor() == factor; });
@@ -67,6 +70,7 @@ std::vector<DerivedPointer<Vector>> Transposed(std::vector<DerivedPointer<Vector
     std::vector<DerivedPointer<Vector>> columns;
     for (unsigned int c = 0; c < inner; ++c)
         columns.push_back(Vector::Create(OpenChunk(outer, type_of<T>::value), rows[0]->Factor()));
+    // Reading along a row and writing down a column at once would miss the cache on each write.
     constexpr unsigned int strip = 16;
     for (unsigned int from = 0; from < outer; from += strip) {
         unsigned int const to = std::min(outer, from + strip);
@@ -96,6 +100,7 @@ template <class S>
 void ConvertToDataItem_tmpl(S const* src, unsigned int n, double factor, DataItem* dst)
 {
     for (unsigned int i = 0; i < n; ++i) {
+        // Items know int, int64 and double: narrower numbers become one of these, wider ones stay.
         if constexpr (FloatTypes::has<S>)
             dst[i] = DataItem(static_cast<double>(src[i]));
         else if constexpr (sizeof(S) < sizeof(int))
@@ -111,6 +116,7 @@ template <class S>
 void ConvertToMemBlock_tmpl(S const* src, unsigned int n, double factor, PMemBlock* dst)
 {
     for (unsigned int i = 0; i < n; ++i) {
+        // Raw value and factor stay apart, so that the object reads as the element did.
         auto const number = memblock_tmpl(src[i]);
         number->SetFactor(factor);
         dst[i] = number;
@@ -156,6 +162,8 @@ void ConvertFromObjects_tmpl(S const* src, unsigned int n, Vector& dst)
 
 Converted ObjectsToNumbers(Vector const& v, DataType type, bool keep_factor)
 {
+    // By SetElem: what an object is as a number, and what is refused, is then the same here and
+    // there.
     auto const numbers = Vector::Create(OpenChunk(v.Length(), type), 1.0);
     WithElemType<ObjectTypes>(
         v.ElemType(), "Function ConvertFromObjects_tmpl not implemented for data type '%s'",
@@ -173,6 +181,7 @@ DerivedPointer<Vector> ConvertToNumericVector(DerivedPointer<Vector> x)
         return x;
     unsigned int const n = x->Length();
     safestring const* const texts = cref(x).StringPointer();
+    // Both are filled in one pass, for only the last text decides whether all are whole.
     auto const reals = Vector::Create(OpenChunk(n, Vector::Double), 1.0);
     auto const wholes = Vector::Create(OpenChunk(n, Vector::Int), 1.0);
     double* const real = reals->DoublePointer();
@@ -207,6 +216,7 @@ DerivedPointer<Vector> AttemptConversionToSimpleVector(DerivedPointer<Vector> co
         Vector const* const number = AsNumber(elements[i]);
         if (!number)
             return nullptr;
+        // The cooked values are what goes into the flat vector, which has no factor.
         DataType const type = number->Factor() == 1.0 ? number->ElemType() : Vector::Double;
         cover = i == 0 ? type : ChooseCoverType(cover, type);
     }

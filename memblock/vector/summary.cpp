@@ -37,6 +37,7 @@ DataItem ItemOf(T value)
 template <class T>
 double Sum(T const* data, unsigned int n)
 {
+    // Integers add exactly, so their order is free and the loop can run as wide as it likes.
     if constexpr (is_small_integer<T>)
         return static_cast<double>(SumExactly<false>(data, n).first);
     else if constexpr (!std::is_floating_point_v<T> && !is_64bit_integer<T>)
@@ -54,6 +55,8 @@ double Mean(T const* data, unsigned int n)
             Warning(err_value,
                     Text("Calculating mean value of %d element vector: ignored %d infinite values.",
                          n, Count(sums.infinities)));
+        // Finite values may still add up to infinity; then each is divided first, which costs a
+        // second pass.
         auto const count = static_cast<double>(sums.count);
         if (std::isfinite(sums.first))
             return sums.count > 0 ? sums.first / count : nan;
@@ -153,6 +156,7 @@ DataItem ExtremeItem(stat_minmax<T> const& found, int key)
 template <class T>
 stat_minmax<T> CalcMinMax(T const* data, unsigned int n, MemBlockImpl* impl)
 {
+    // Values and blocks first, places after: a loop that carried indices would not be vector code.
     auto const extremes = FindExtremes(data, n);
     stat_minmax<T> found{};
     found.any = !extremes.IsEmpty();
@@ -173,6 +177,8 @@ stat_minmax<T> CalcMinMax(T const* data, unsigned int n, MemBlockImpl* impl)
         found.min = found.max = std::numeric_limits<T>::quiet_NaN();
         found.minat = found.maxat = -1;
     }
+    // One pass finds all six, so all are stored: who asks for the maximum mostly asks for the
+    // minimum next.
     if (impl)
         for (int key : {key_max, key_min, key_maxat, key_minat, key_finitemin, key_finitemax})
             impl->SetSecondaryItem(key, ExtremeItem(found, key));
@@ -198,6 +204,7 @@ double calc_median(T const* data, unsigned int n, bool average, ThrowHandlerFunc
     }
     if (count == 0)
         return nan;
+    // By selection: sorting would cost more the longer the vector, and the data must stay as it is.
     std::size_t const middle = count / 2;
     T const upper = select::Nth(data, count, middle);
     if (!average || count % 2 != 0)
@@ -245,6 +252,7 @@ DataItem CSINV(T const* data, unsigned int n, int key, MemBlockImpl* impl, bool&
         return Histogram(impl, handler);
     case key_variance:
         if constexpr (is_small_integer<T>)
+            // Up to that length the sequential sums give the bits, as for all types.
             if (n > longest_sequential_sum)
                 return DataItem(SmallVariance(data, n, impl));
         return DataItem(

@@ -42,6 +42,7 @@ bool HoldsColorPlanes(Vector const& v)
 /// Whether the sizes, from the last one on, multiply to the length.
 bool ShapeIsConsistent(Vector const& v, safestring& message)
 {
+    // Divided, not multiplied: sizes that came from a file may overflow a product.
     unsigned int remaining = v.Length();
     bool some_zero = false;
     for (int i = v.GetRank() - 1; i >= 0; --i) {
@@ -102,6 +103,8 @@ Vector::Vector(Vector const& o, TypedChunk const& chunk, double factor)
 
 Vector::Vector(Vector const& o) : Vector(o, o.chunk_, o.factor_)
 {
+    // Objects are counted. Two vectors on one buffer of them would each take the other's counts for
+    // its own.
     if (IsObject(ElemType()))
         chunk_.DetachSharedData();
 }
@@ -165,6 +168,8 @@ safestring Vector::DoGetDescription() const
 
 bool Vector::Consistent(safestring& message, bool deep) const
 {
+    // Each check runs, whatever the ones before it found: the message is read by somebody who has
+    // to repair a file, and names all faults.
     bool ok = MemBlock::Consistent(message, deep);
     ok = chunk_.Consistent(message) && ok;
     ok = ShapeIsConsistent(*this, message) && ok;
@@ -192,6 +197,8 @@ PMemBlock Vector::DoClone(int mode) const
 
 void Vector::FinishClone(int mode)
 {
+    // The buffer of a clone has its own elements; what the elements refer to may still be shared. A
+    // deep copy gets its objects replaced by the walk, but a walk does not enter shared values.
     if (ElemType() == PolyType) {
         DataItem* items = PolyTypePointer();
         for (unsigned int i = 0; i < Length(); ++i)
@@ -283,6 +290,8 @@ int Vector::RealToPixel(double value, rounding_t mode) const
 
 void Vector::ClearBorders() const
 {
+    // Only images know the word. For all others the refusal is a warning, as scripts call this for
+    // whatever they hold.
     Convert(safestringlist(safestring("clearedborders"), ','), safestring(), LogWarnings());
 }
 

@@ -17,6 +17,7 @@ namespace {
 template <class T>
 T FillValue(SafeValue const& value)
 {
+    // Through double for all types but Int: a 64-bit value above 2^53 loses bits.
     double const rounded = RoundHalfAway(value.GetFloating());
     if (FitsElem<T>(rounded))
         return ToElem<T>(rounded);
@@ -74,6 +75,7 @@ void Vector::Fill(DataItem const& item)
         ElemType(), "Function fill_tmpl not implemented for data type '%s'",
         [&]<class T>(TypeTag<T>) {
             if constexpr (std::is_same_v<T, PMemBlock>) {
+                // Asked once, for the first place: all elements are the same object.
                 PMemBlock const object = value.GetMemory();
                 AskForObjects(*this, 0, &object, std::min(Length(), 1U));
             }
@@ -90,6 +92,7 @@ void Vector::Clear()
     AskForObjects(*this, 0, &none, std::min(Length(), 1U));
     void* const data = Pointer();
     if (IsObject(ElemType())) {
+        // Objects end and begin anew: zero bytes are no value of theirs.
         TypedChunk::Destroy_Buffer(data, Length(), ElemType());
         TypedChunk::Initialize_Buffer(data, Length(), ElemType());
     } else if (Length() > 0) {

@@ -67,6 +67,7 @@ unsigned char hex2byte(unsigned char high, unsigned char low)
 
 void HtmlQuote(safestring& text, bool full)
 {
+    // Made aside in one pass: replacing in place would move the rest of the text each time.
     safestring quoted;
     quoted.reserve(text.size());
     for (std::size_t i = 0; i < text.size();) {

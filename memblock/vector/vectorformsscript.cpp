@@ -70,6 +70,7 @@ void WriteRaw(Vector const& v, safestring& output)
 /// of four bytes, or doubles if one of them is written as such.
 bool IsMadeByList(Vector const& v, safestring const& numbers)
 {
+    // The macro takes a list for whole numbers unless one of them looks like a fraction.
     if (v.ElemType() == Vector::Double)
         return numbers.find_first_of(".en") != safestring::npos; // of "1e+20", "inf" and "nan"
     return v.ElemType() == Vector::Int;
@@ -106,6 +107,7 @@ void WriteBlob(Vector const& v, int frm, SerializeVisitor& visitor, safestring c
 void WriteFactor(Vector const& v, safestring const& name, safestring& output)
 {
     if (v.Factor() != 1.0)
+        // A product, not an assignment: the conversion before it may have left a factor.
         output += Text("set(%s.factor=%s.factor*%.16g)\n", name, name, v.Factor());
 }
 
@@ -130,6 +132,7 @@ void WriteNumbers(Vector const& v, SerializeVisitor& visitor, safestring const& 
 {
     int const threshold = IntOption(formatter, "blob_threshold", default_blob_threshold);
     int const frm = IntOption(formatter, "bin_fmt", form_gzip_base64);
+    // A list of numbers stays readable; a long one would be slow to parse.
     bool const short_form =
         static_cast<long>(v.Length()) <= threshold || frm == Formatter::ser_ascii;
     if (short_form)
@@ -144,6 +147,7 @@ void OutputStringVector(Vector const& v, safestring const& name, safestring& out
 {
     output += "set(" + name + "=vec(";
     for (unsigned int i = 0; i < v.Length(); ++i) {
+        // Quoted in a copy: the element itself must not change.
         safestring text = *v.StringPointer(i);
         ApplyAsciiQuoting(text);
         output += i > 0 ? ",\"" : "\"";
@@ -167,6 +171,7 @@ void WriteElements(Vector const& v, SerializeVisitor& visitor, safestring const&
         bool const object = item.GetType() == it_memblock || item.GetType() == it_sharable;
         if (object)
             visitor.Descend(item, Formatter::ser_morvane, name + ElementName(i), formatter, output);
+        // 17 digits: a double read back is then the same to the bit.
         else if (item.IsDefined())
             output += Text("set(%s[%d]=%s)\n", name, i, item.GetExpression(17));
     }

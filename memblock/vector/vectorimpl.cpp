@@ -29,6 +29,7 @@ template <class T>
 DataItem VectorImpl<T>::CalculateSecondaryItemNonVirtual(int key, bool& handled,
                                                          ThrowHandlerFunc handler) const
 {
+    // Not stored typed: the owner of a cache is known to core as an object only.
     auto const& owner = dynamic_cast<Vector const&>(*owner_);
     auto const limits = PackedLimits(owner);
     Vector const& vector = limits ? cref(limits) : owner;
@@ -41,6 +42,7 @@ DataItem VectorImpl<T>::CalculateSecondaryItemNonVirtual(int key, bool& handled,
         // Settled: the summary of a colour image is that of its bytes, all channels together.
         bool const of_pixels = key >= key_max && key <= key_finitemax && key != key_width;
         if (of_pixels && vector.Conforms("image")) {
+            // In unsigned long, to refuse what the counts of the summary cannot hold.
             unsigned long const bytes = 3ul * length;
             if (bytes <= std::numeric_limits<unsigned int>::max())
                 return CSINV(reinterpret_cast<unsigned char const*>(data),

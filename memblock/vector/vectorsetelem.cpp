@@ -20,6 +20,7 @@ bool StoreRaw(T* place, V raw)
 {
     if constexpr (FloatTypes::has<T>) {
         if constexpr (std::is_same_v<V, double> && std::is_same_v<T, float>)
+            // A finite value must not turn into an infinity on its way to a float.
             if (std::isfinite(raw) && std::fabs(raw) > std::numeric_limits<float>::max())
                 return false;
         *place = static_cast<T>(raw);
@@ -45,6 +46,7 @@ T AsObject(V value)
     else if constexpr (std::is_same_v<T, PMemBlock>)
         return memblock_tmpl(value);
     else if constexpr (std::is_same_v<V, double>)
+        // Six digits, as every text of a number has unless a precision is asked for.
         return str(value, 6);
     else
         return str(value);
@@ -110,6 +112,7 @@ void Vector::SetElem(unsigned int i, double value)
     if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, value); }))
         return;
     CheckSetIndex(i);
+    // No division by 1.0: it would cost more than the store.
     double const raw = factor_ == 1.0 ? value : value / factor_;
     // A small factor may take a finite value beyond double: no infinity comes out of that.
     bool const beyond = ElemType() == Float && std::isinf(raw) && std::isfinite(value);
@@ -124,6 +127,7 @@ void Vector::SetElem(unsigned int i, int value)
     if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, value); }))
         return;
     CheckSetIndex(i);
+    // An int is a raw value, which the factor does not touch; a double is a cooked one.
     if (!StoreNumber(*this, i, value, value))
         Raise(err_kind, "Vector::SetElem(): Value (%d) out of range for data item: %s", value,
               *this);
@@ -195,6 +199,7 @@ void Vector::SetElem(unsigned int i, safestring const& text)
     } else {
         int whole = 0;
         double real = 0.0;
+        // A whole number in a text is a raw value, as an int is.
         return StrToNumber(text, whole, real) ? SetElem(i, whole) : SetElem(i, real);
     }
     Changed();
@@ -220,6 +225,7 @@ void Vector::SetElem(unsigned int i, PMemBlock object)
         bool const has_uint64 = source->ElemType() == UnsignedInt64 && source->Factor() == 1.0;
         if (ElemType() == UnsignedInt64 && has_uint64 && source->Length() > 0)
             return SetElem(i, *cref(source).UnsignedInt64Pointer());
+        // A vector put into a number is its first element, cooked.
         DataItem const value = cref(source).GetDataItemWithFactor(0);
         if (value.GetType() == it_memblock) // a vector may hold itself: look no deeper
             Raise(err_kind, "Cannot insert into a vector: %s", object);

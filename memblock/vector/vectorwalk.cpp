@@ -54,6 +54,7 @@ public:
 
     bool Run() // false if the visitor stops it
     {
+        // Length and type are read again each time: a visitor may erase, insert or convert.
         for (at_ = 0; at_ < static_cast<long>(v_.Length()) && HoldsObjects(v_);
              at_ = std::max(at_ + 1, 0L))
             if (!Enter())
@@ -72,6 +73,8 @@ private:
         safestring const below = ElementPath(path_, static_cast<unsigned int>(at_));
         if (!child)
             return visitor_.Visit(below, *v_.PolyTypePointer(at_)) != MemBlockVisitor::stop;
+        // To find the element again after the visitor has had its way; the pointer is compared
+        // only.
         object_ = child->Pointer();
         length_ = Length();
         bool const go_on = EntertainPlace(
@@ -108,6 +111,7 @@ private:
 
 bool Vector::Entertain(MemBlockVisitor& visitor, safestring const& path, entertainmode_t mode)
 {
+    // A visitor may drop the last pointer to this vector.
     KeepAlive const alive(*this);
     if (!MemBlock::Entertain(visitor, path, mode))
         return false;
@@ -118,6 +122,7 @@ bool Vector::Entertain(MemBlockVisitor& visitor, safestring const& path, enterta
             OfferData(*this, visitor, path);
         return true;
     }
+    // A vector can hold itself, also through others.
     if (OnTheWay::Is(*this, &visitor))
         return true;
     OnTheWay const mark(*this, &visitor);

@@ -10,6 +10,7 @@ namespace {
 
 [[noreturn]] void RaiseNoFloatKernel(DataType result)
 {
+    // The texts only say which branch had no kernel.
     switch (static_cast<int>(result)) {
     case DataTypeBase::Float:
         Raise(err_kind, "Vector::op(): ERR A1");
@@ -52,6 +53,7 @@ void Dispatch(OperandPair const& operands, char op, op_options const& options, V
     WithElemType<KernelTypes>(
         x.Type(), "Vector::op(): data type not supported: %s",
         [&]<class T>(TypeTag<T>) {
+            // Every pair is compiled into the dispatch; those without a kernel end in the report.
             auto const run = [&]<class R>(TypeTag<R>) {
                 T const* const xs = x->TypedPointer<T>();
                 T const* const ys = y->TypedPointer<T>();
@@ -97,6 +99,7 @@ void ApplyToIntegers(OperandPair const& operands, OpRequest const& request, Vect
                           GreatestInteger(request.requested) < GreatestInteger(result.ElemType());
     if (!narrower || options.GetValue("infinity", DataItem()).IsDefined())
         return Dispatch(operands, request.name, options, result);
+    // A copy: the options are the caller's, except for the outputs, which are written back below.
     op_options guarded = options;
     guarded.SetValue("infinity", GreatestInteger(request.requested));
     Dispatch(operands, request.name, guarded, result);
