@@ -42,19 +42,18 @@ int KindOf(DataItem const& value)
 /// The types that hold no fractions: those of 8 to 64 bits, and Triple.
 bool HoldsWholeNumbersOnly(int elem_type)
 {
-    return elem_type >= 0 && elem_type <= 16 && (0x1843F >> elem_type & 1) != 0;
+    return IsInSet<IntegerTypes>(static_cast<DataType>(elem_type));
 }
 
 /// Floating numbers that nobody told are NaN; elements of other types stay as they are.
 void FillWithNaN(Vector& column, int from, int to)
 {
-    auto const fill = [&]<class T>(T* data) {
-        std::fill(data + from, data + to, std::numeric_limits<T>::quiet_NaN());
-    };
-    if (column.ElemType() == Vector::Double)
-        fill(column.DoublePointer());
-    else if (column.ElemType() == Vector::Float)
-        fill(column.FloatPointer());
+    WithElemTypeOr<FloatTypes>(
+        column.ElemType(), [] {},
+        [&]<class T>(TypeTag<T>) {
+            T* const data = column.TypedPointer<T>();
+            std::fill(data + from, data + to, std::numeric_limits<T>::quiet_NaN());
+        });
 }
 
 } // namespace

@@ -87,6 +87,7 @@ namespace {
 /// What a plane of T is divided by on its way to a byte.
 template <class T>
 struct cifcp_divisor {
+    static_assert(sizeof(T) == 1, "a wider pixel needs a row");
     static constexpr T value = 1;
 };
 template <>

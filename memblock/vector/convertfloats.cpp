@@ -8,6 +8,7 @@ namespace NKelmic {
 
 namespace {
 
+static_assert(type_count<FloatTypes> == 2, "all conversions compute in double");
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr unsigned int block_size = 1024; // small enough to stay in the first cache
 

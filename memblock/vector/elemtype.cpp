@@ -35,6 +35,17 @@ constexpr TypeForm type_forms[] = {
 #undef MEMBLOCK_FORM
 };
 
+static_assert(
+    [] {
+        for (TypeForm const& a : type_forms)
+            for (TypeForm const& b : type_forms)
+                if (&a != &b && a.bytes == b.bytes && a.is_signed == b.is_signed &&
+                    a.floating == b.floating)
+                    return false;
+        return true;
+    }(),
+    "words cannot distinguish two types of one form");
+
 enum class Kind { open, integer, floating };
 
 /// What one word of an element type says; 0 and `open` where it says nothing.

@@ -58,6 +58,8 @@ PlacedMinMax<wide_t<T>> FindExtremes(T const* x, std::size_t n)
 
 // ---- sums ----------------------------------------------------------------------------------
 
+static_assert(type_count<FloatTypes> == 2, "all sums grow in double");
+
 /// Up to this length sums run in element order; beyond, in a fixed number of lanes, so that every
 /// machine gives the same bits.
 constexpr std::size_t longest_sequential_sum = 64;

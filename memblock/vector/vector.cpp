@@ -197,6 +197,7 @@ PMemBlock Vector::DoClone(int mode) const
 
 void Vector::FinishClone(int mode)
 {
+    static_assert(type_count<ObjectTypes> == 3, "texts are copied with the buffer");
     // The buffer of a clone has its own elements; what the elements refer to may still be shared. A
     // deep copy gets its objects replaced by the walk, but a walk does not enter shared values.
     if (ElemType() == PolyType) {

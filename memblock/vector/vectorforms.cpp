@@ -179,6 +179,8 @@ void WriteBinary(Vector const& v, SerializeState const& state, safestring& outpu
 auto FormOf(int format, DataType type)
     -> void (*)(Vector const&, SerializeState const&, safestring&)
 {
+    static_assert(type_count<ObjectTypes> == 3,
+                  "of them only objects have bytes, those of vectors");
     switch (format) {
     case Formatter::ser_ascii:
         return WriteText;

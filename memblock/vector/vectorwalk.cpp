@@ -27,6 +27,7 @@ void OfferData(Vector& v, MemBlockVisitor& visitor, safestring const& path)
 
 bool HoldsObjects(Vector const& v)
 {
+    static_assert(type_count<ObjectTypes> == 3, "texts hold no objects, both others do");
     return v.ElemType() == Vector::PMemory || v.ElemType() == Vector::PolyType;
 }
 
