@@ -2,6 +2,7 @@
 
 #include <memblock/base/number.h>
 
+#include <support/elemtypes.h>
 #include <support/failing_alloc.h>
 #include <support/raises.h>
 #include <support/rounds.h>
@@ -134,9 +135,7 @@ private:
     std::mt19937_64 random_{7};
 };
 
-using Types = testing::Types<char, unsigned char, short, unsigned short, triple, int, unsigned int,
-                             long long, unsigned long long, float, double>;
-TYPED_TEST_SUITE(StatisticOf, Types);
+TYPED_TEST_SUITE(StatisticOf, NumericElemTypes);
 
 } // namespace
 

@@ -1,5 +1,6 @@
 #include <memblock/vector/summary.h>
 
+#include <support/elemtypes.h>
 #include <support/raises.h>
 #include <support/rounds.h>
 #include <support/vectors.h>
@@ -92,9 +93,7 @@ private:
     std::normal_distribution<> normal_{10, 1e4};
 };
 
-using Types = testing::Types<char, unsigned char, short, unsigned short, triple, int, unsigned int,
-                             long long, unsigned long long, float, double>;
-TYPED_TEST_SUITE(SummaryOf, Types);
+TYPED_TEST_SUITE(SummaryOf, NumericElemTypes);
 
 } // namespace
 
@@ -298,16 +297,4 @@ TEST(Summary, HistogramComesFromTheHostsHook)
     PMemBlock const histogram = v->SecondaryMemBlock(key_histogram, throw_always);
     MemBlock_DoVerb("set_calldistributionfunc", SafeValue(DataItem(static_cast<void*>(nullptr))));
     EXPECT_EQ(TextOf(VectorOf(histogram)), "2");
-}
-
-TEST(Summary, KeysHaveNamesForMessages)
-{
-    std::vector<std::string> names;
-    for (int key = 99; key <= 115; ++key)
-        names.push_back(Vector::Key2string(key));
-    std::vector<std::string> const expected = {
-        "99",        "max", "min",    "mean", "median", "rough_max", "sum",       "width", "stddev",
-        "histogram", "109", "median", "111",  "112",    "finitemin", "finitemax", "115"};
-    EXPECT_EQ(names, expected);
-    EXPECT_STREQ(Vector::Key2string(-2000000000), "-2000000000");
 }

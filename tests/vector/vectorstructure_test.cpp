@@ -1,6 +1,7 @@
 #include <memblock/base/number.h>
 #include <memblock/vector/vector.h>
 
+#include <support/elemtypes.h>
 #include <support/raises.h>
 #include <support/rounds.h>
 #include <support/vectors.h>
@@ -243,10 +244,7 @@ private:
 template <class T>
 class VectorModel : public testing::Test {
 };
-using AllElementTypes =
-    testing::Types<int, unsigned int, short, unsigned short, char, unsigned char, float, double,
-                   void*, PMemBlock, triple, safestring, DataItem, long long, unsigned long long>;
-TYPED_TEST_SUITE(VectorModel, AllElementTypes);
+TYPED_TEST_SUITE(VectorModel, AllElemTypes);
 
 TYPED_TEST(VectorModel, StructuralChangesMatchAPlainListAndLeaveClonesAlone)
 {
