@@ -19,14 +19,15 @@ enum summary_key : int {
     key_maxat = 111,   ///< index of the first maximum
     key_minat = 112,
     key_finitemin = 113,
-    key_finitemax = 114
+    key_finitemax = 114,
+    key_last_summary = key_finitemax
 };
 
 /// The name of a summary value in messages, nullptr for a key without one. Both kinds of median
 /// have the same.
 constexpr char const* SummaryKeyName(int key)
 {
-    switch (key) {
+    switch (static_cast<summary_key>(key)) { // no default: each new key is decided here
     case key_max:
         return "max";
     case key_min:
@@ -50,9 +51,12 @@ constexpr char const* SummaryKeyName(int key)
         return "finitemin";
     case key_finitemax:
         return "finitemax";
-    default: // Settled: variance and the places of the extremes are named by their numbers.
-        return nullptr;
+    case key_variance: // Settled: named by its number, as the places of the extremes
+    case key_maxat:
+    case key_minat:
+        break;
     }
+    return nullptr;
 }
 
 } // namespace NKelmic

@@ -217,7 +217,7 @@ template <class T>
 DataItem CSINV(T const* data, unsigned int n, int key, MemBlockImpl* impl, bool& handled,
                ThrowHandlerFunc handler)
 {
-    if (key > key_finitemax) {
+    if (key > key_last_summary) {
         handled = false;
         return {};
     }

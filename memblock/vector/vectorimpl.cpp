@@ -40,7 +40,7 @@ DataItem VectorImpl<T>::CalculateSecondaryItemNonVirtual(int key, bool& handled,
     handled = true;
     if constexpr (std::is_same_v<T, triple>) {
         // Settled: the summary of a colour image is that of its bytes, all channels together.
-        bool const of_pixels = key >= key_max && key <= key_finitemax && key != key_width;
+        bool const of_pixels = key >= key_max && key <= key_last_summary && key != key_width;
         if (of_pixels && vector.Conforms("image")) {
             // In unsigned long, to refuse what the counts of the summary cannot hold.
             unsigned long const bytes = 3ul * length;

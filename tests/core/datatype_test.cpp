@@ -28,6 +28,7 @@ TEST(DataType, IdsSizesTextsAndKindsAreThoseThatFilesAndScriptsRestOn)
         {10, 3, "triple", false, true, true},        {13, 32, "string", true, false, false},
         {14, 24, "polytype", true, false, false},    {15, 8, "signed int64", false, true, false},
         {16, 8, "unsigned int64", false, true, true}};
+    static_assert(std::size(cases) == type_count<AllTypes>);
     for (auto const& c : cases) {
         SCOPED_TRACE(c.text);
         auto const type = static_cast<DataType>(c.id);
