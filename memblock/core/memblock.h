@@ -64,7 +64,7 @@ public:
     ///
     /// Says nothing about the C++ class: use `MemCast` or `DerivedPointer` to get at that.
     virtual bool Conforms(char const* classname) const = 0;
-    /// Pass a visitor over this object, its attributes and its children, as the mode tells.
+    /// Pass a visitor over this object, its attributes and its children, as the mode says.
     ///
     /// A class with children calls the base form, ends with false if that does, and then calls
     /// `EntertainChild` for each child with the pointer in its place, not a copy: visitors look
@@ -191,7 +191,7 @@ public:
     void Traverse(TraverseVisitor& v, TraverseNode const& node);
     /// The bytes that this object and what hangs below it hold; what is shared counts once.
     ///
-    /// Counted are arrays of elements, texts too long to lie inside their value, and what objects
+    /// Counted are arrays of elements, texts too long for their value, and what objects
     /// answer to "memusage_self". Containers answer nothing: their items and names are left out,
     /// as are caches, but for the sticky values in them.
     long long CalcMemUsage() const;
@@ -285,7 +285,7 @@ inline safestring TextArg(PMemBlock const& block)
     return Describe(block.Pointer());
 }
 
-/// The library's hook at unload: tells the class factory to let go of all classes.
+/// The library's hook at unload: the class factory drops all classes.
 MEMBLOCK_API void MemBlockCleanup();
 } // namespace NKelmic
 

@@ -19,7 +19,7 @@ class MEMBLOCK_API Formatter : public OptionsBase {
 public:
     enum format_t {
         ser_binary = 1,
-        ser_ascii = 2, ///< also where no format is told
+        ser_ascii = 2, ///< also where no format is given
         ser_html = 3,
         ser_xml = 4,
         ser_hdf = 5,

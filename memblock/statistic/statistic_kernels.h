@@ -194,7 +194,7 @@ struct Op_mean {
     }
 };
 
-/// NaN if nothing is included; otherwise the result stands, whatever the start value does to it.
+/// NaN if nothing is included; otherwise the result, whatever the start value does to it.
 template <class T, class F>
 double unless_empty(double result, bool at_start, T const* x, int n, F const& filter)
 {

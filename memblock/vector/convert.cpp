@@ -23,8 +23,7 @@ double FactorOfOpen(Vector const& v, DataType type)
     return type == Vector::Triple && v.Conforms("image") ? 1.0 : v.Factor();
 }
 
-/// The same buffer under another type; a copy of the bytes if they don't lie where elements of that
-/// type may.
+/// The same buffer under another type; a copy of the bytes if they are not aligned for it.
 TypedChunk ReadChunkAs(TypedChunk const& chunk, DataType type, unsigned long length)
 {
     // Foreign buffers may begin anywhere: bytes from a file read as doubles need not be aligned.

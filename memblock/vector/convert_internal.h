@@ -7,7 +7,7 @@
 
 namespace NKelmic {
 
-/// The outcome of a conversion: as many elements, and the factor that they stand under.
+/// The outcome of a conversion: as many elements, and their factor.
 struct Converted {
     TypedChunk chunk;
     double factor;
@@ -26,7 +26,7 @@ Converted ObjectsToNumbers(Vector const& v, DataType type, bool keep_factor);
 /// The integer, floating or Triple type of a byte depth; `NoType` if there is none.
 DataType TypeOfDepth(int bytes, bool is_signed, bool floating);
 
-/// Colour images keep the summary of their bytes in the cache, so that it tells nothing about
+/// Colour images keep the summary of their bytes in the cache, which says nothing about
 /// their 24-bit numbers.
 inline bool SummaryIsOfBytes(Vector const& v)
 {
@@ -38,7 +38,7 @@ template <class T>
 MinMax<wide_t<T>> RangeOf(Vector const& v)
 {
     using W = wide_t<T>;
-    // What has more than 32 bits is beyond what the cached doubles can tell apart.
+    // What has more than 32 bits is beyond what the cached doubles can distinguish.
     if (sizeof(T) > 4 || SummaryIsOfBytes(v))
         return MinMaxOf<false>(v.TypedPointer<T>(), v.Length());
     return {static_cast<W>(v.SecondaryDouble(key_min, throw_always)),

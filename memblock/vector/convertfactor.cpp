@@ -90,13 +90,14 @@ void MultiplyFloats(T* data, unsigned int n, double ratio)
         data[i] = static_cast<T>(data[i] * ratio);
 }
 
-/// The integer type for the cooked values of a vector, as the thresholds tell.
+/// The integer type for the cooked values of a vector, by the thresholds of MinMax2Type.
 DataType TypeOfCooked(Vector const& x)
 {
     return WithElemType<IntegerTypes>(
         x.ElemType(), "Vector::EnsureFactor() not supported for vector type: %s",
         [&]<class T>(TypeTag<T>) {
             MinMax<double> const range = DoubleRangeOf<T>(x);
+            // A negative factor turns the range round.
             double const a = range.min * x.Factor();
             double const b = range.max * x.Factor();
             return Vector::MinMax2Type(std::min(a, b), std::max(a, b));
@@ -125,12 +126,14 @@ void ensure_factor_integral_tmpl(Vector* vector, T* data, double ratio)
 
 void Vector::EnsureFactor(double factor)
 {
+    // Before any check: an unchanged factor must be possible for every object.
     if (factor == factor_ ||
         EditPacked(*this, [factor](Vector& limits) { limits.EnsureFactor(factor); }))
         return;
     DataType const type = ElemType();
     if (type == String || type == PolyType)
         return;
+    // Before the first element changes.
     CheckFactor(factor);
     double const ratio = factor_ / factor;
     WithElemType<NumericTypes>(
@@ -162,6 +165,7 @@ DerivedPointer<Vector> EnsureScalarFactor(DerivedPointer<Vector> x, double facto
         Throw(e, handler);
         return nullptr;
     }
+    // Rounded to the other factor, a constant changes its value; the script should know.
     double const changed = cref(clone).Elem(0) * clone->Factor();
     if (std::fabs(value - changed) >= 1e-12)
         Warning(warning_precision,

@@ -71,7 +71,7 @@ DataType FindDataType(ConvertOptions const& options)
     if (bits.IsUndefined() && !floating && !sign_told)
         return Vector::NoType;
     int const depth = bits.IsDefined() ? bits.GetInt() / 8 : floating ? 8 : 4;
-    // Signed unless told: "short" is. Whoever means pixels ("16bpp") tells that they are not.
+    // Signed unless stated otherwise: "short" is. Pixel formats such as 16bpp say "unsigned".
     DataType const type = TypeOfDepth(depth, options.GetFlag("sign", true), floating);
     if (type == Vector::NoType)
         Raise(err_kind, "Unsupported byte depth: %d", depth);

@@ -125,6 +125,7 @@ bool Combine(TypeWord& sum, TypeWord const& word)
 /// The type that the words name; `NoType` for a combination that does not exist.
 DataType Resolve(TypeWord const& sum)
 {
+    // Words may contradict each other in ways that no single pair shows.
     bool const floating = sum.kind == Kind::floating;
     if (floating && sum.sign != 0)
         return Vector::NoType;
@@ -216,6 +217,7 @@ DataType Vector::String2Type(safestring const& text, ThrowHandlerFunc handler)
         Report(handler, err_kind, "Elemtype spec missing.");
         return NoType;
     }
+    // A number among other words is no id.
     if (words.size() == 1 && IsId(words[0]))
         return TypeOfId(words[0], handler);
     TypeWord sum{.text = ""};

@@ -127,7 +127,7 @@ DataItem AsInt(SafeValue const& value, ThrowHandlerFunc handler)
     int const number = value.GetInt(check);
     if (ok)
         return DataItem(number);
-    value.GetInt(handler); // tells why
+    value.GetInt(handler); // reports why
     return {};
 }
 
@@ -161,7 +161,7 @@ stat_minmax<T> CalcMinMax(T const* data, unsigned int n, MemBlockImpl* impl)
     stat_minmax<T> found{};
     found.any = !extremes.IsEmpty();
     if (found.any) {
-        // The first of equal values is the one told, also where zeros differ by their sign.
+        // The first of equal values is the one reported, also where zeros differ by their sign.
         std::size_t const minat = FirstAt(data, extremes.min_block, n, extremes.min);
         std::size_t const maxat = FirstAt(data, extremes.max_block, n, extremes.max);
         found.minat = Count(minat);
@@ -177,7 +177,7 @@ stat_minmax<T> CalcMinMax(T const* data, unsigned int n, MemBlockImpl* impl)
         found.min = found.max = std::numeric_limits<T>::quiet_NaN();
         found.minat = found.maxat = -1;
     }
-    // One pass finds all six, so all are stored: who asks for the maximum mostly asks for the
+    // One pass finds all six, so all are stored: a read of the maximum mostly precedes one of the
     // minimum next.
     if (impl)
         for (int key : {key_max, key_min, key_maxat, key_minat, key_finitemin, key_finitemax})
@@ -236,7 +236,7 @@ DataItem CSINV(T const* data, unsigned int n, int key, MemBlockImpl* impl, bool&
         if (n != 1)
             Report(handler, err_request, "Cannot convert vector of %d elements into a number.", n);
         else
-            handled = false; // the object itself tells its scalar, factor included
+            handled = false; // the object itself gives its scalar, factor included
         return {};
     case key_mean:
         return DataItem(Mean(data, n));

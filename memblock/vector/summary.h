@@ -23,7 +23,7 @@ template <class T>
 MEMBLOCK_API DataItem CSINV(T const* data, unsigned int n, int key, MemBlockImpl* impl,
                             bool& handled, ThrowHandlerFunc handler);
 
-/// The extremes of an array and where they stand first.
+/// The extremes of an array and the place of the first of each.
 ///
 /// NaN takes no part; infinities take part in min and max alone. With no number at all min and max
 /// are NaN, the indices -1; with no finite number finitemin and finitemax are 0.
@@ -43,7 +43,7 @@ struct stat_minmax {
 template <class T>
 MEMBLOCK_API stat_minmax<T> CalcMinMax(T const* data, unsigned int n, MemBlockImpl* impl);
 
-/// The element that stands at n / 2 when all finite ones are sorted, or for an even n and `average`
+/// The element at n / 2 when all finite ones are sorted, or for an even n and `average`
 /// the mean of the two middle ones. NaN if there is none. O(n), by selection; the data stays.
 ///
 /// Warns: 512 "Ignored %d infinities and %d NaN-s in vector of %d elements."

@@ -126,7 +126,7 @@ void AddWithTest(T const* x, std::size_t n, double centre, SumLanes& lanes, Sums
 
 /// Sum v - centre, and its squares where asked for, over the finite elements.
 ///
-/// Blocks go without a test of each element. A sum that is not finite behind one tells that the
+/// Blocks go without a test of each element. A sum that is not finite after one means that the
 /// block has to be done again with it; the same additions in the same lanes then leave out what is
 /// not finite.
 template <bool squares, class T>

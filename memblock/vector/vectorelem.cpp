@@ -20,6 +20,7 @@ Number ReadNumber(T const* data, unsigned int i)
 {
     constexpr bool as_int = std::is_same_v<Number, int>;
     if constexpr (as_int && FloatTypes::has<T>)
+        // Rounded, while an integer of another width is cut: a script reads 2.9999999 as 3.
         return TruncToInt(data[i] < 0 ? data[i] - 0.5 : data[i] + 0.5);
     else if constexpr (NumericTypes::has<T>)
         return static_cast<Number>(data[i]);

@@ -16,8 +16,8 @@ namespace {
 
 constexpr int default_precision = 6;
 
-/// A failure is told with the path of each level that it comes through, up to this many bytes: far
-/// down the paths alone would fill the memory.
+/// A failure is reported with the path of each level that it comes through, up to this many bytes:
+/// far down the paths alone would fill the memory.
 constexpr std::size_t longest_message = 1U << 16;
 
 [[noreturn]] void RaiseNotSupported(int format, Vector const& v)
@@ -27,7 +27,7 @@ constexpr std::size_t longest_message = 1U << 16;
 
 // ---- numbers as text
 
-/// How a number is written, and what stands around each.
+/// How a number is written, and the text around each.
 struct NumberForm {
     int precision;
     bool as_float; ///< integers too, as "%g" does
@@ -80,7 +80,7 @@ struct SerializeState {
     Formatter const& formatter;
 };
 
-/// The form of one element. A number or text has none of its own and stands as it is, if the
+/// The form of one element. A number or text has none of its own and is written as it is, if the
 /// visitor does not see to it.
 void WriteElement(Vector const& v, unsigned int i, SerializeState const& state, safestring& output)
 {
@@ -194,7 +194,7 @@ auto FormOf(int format, DataType type)
     case form_gzip:
     case form_base64:
     case form_gzip_base64:
-    case form_hexadecimal: // texts and values lie elsewhere: their bytes say nothing
+    case form_hexadecimal: // texts and values are held elsewhere: these bytes are addresses
         return type == Vector::String || type == Vector::PolyType ? nullptr : WriteBinary;
     default:
         return nullptr;

@@ -84,7 +84,7 @@ DataItem Expression(Vector const& v, ThrowHandlerFunc)
     return VectorExpression(v);
 }
 
-/// The bytes of the buffer as they lie there: what is written through the result is written into
+/// The bytes of the buffer themselves: what is written through the result is written into
 /// the vector. The result keeps the buffer; a vector that is written meanwhile takes a new one.
 DataItem Buffer(Vector const& v, ThrowHandlerFunc)
 {
@@ -197,7 +197,7 @@ constexpr KeyTable vector_keys{std::to_array<Key<Vector>>({
 
 Key<Vector> const* FindKey(safestring const& key)
 {
-    bool const marked = key[0] == '@'; // a text has its NUL behind it
+    bool const marked = key[0] == '@'; // a text ends with its NUL
     return vector_keys.Find(key.data() + marked, key.size() - marked);
 }
 
@@ -249,7 +249,7 @@ constexpr char const* read_out_of_bounds =
 constexpr char const* write_out_of_bounds =
     "Vector::SetSubItem(): Index out of bounds [%d..%d): %d ";
 
-/// Both ends belong to the slice. An end behind the last element stands for that.
+/// Both ends belong to the slice. An end beyond the last element means that one.
 DataItem SliceByEnds(Vector const& v, long first, long last, ThrowHandlerFunc handler)
 {
     if (!IsPosition(v, first, read_out_of_bounds, handler))

@@ -10,7 +10,7 @@ namespace NKelmic {
 
 namespace {
 
-/// The value that the vector stands for: the cooked element, or several as a comma text.
+/// The value of the vector as a scalar: the cooked element, or several as a comma text.
 DataItem Scalar(Vector& v, int, SafeValue const*)
 {
     if (v.Length() == 0)
@@ -18,7 +18,7 @@ DataItem Scalar(Vector& v, int, SafeValue const*)
     if (v.Length() > 1)
         return ElementExpressions(v);
     DataItem const value = v.GetDataItemWithFactor(0);
-    // A vector that holds itself has no value: whoever asks it would come back for ever.
+    // A vector that holds itself has no value: asking for it would never end.
     bool const itself = value.GetType() == it_memblock && value.GetMemory().Pointer() == &v;
     return itself ? DataItem() : value;
 }

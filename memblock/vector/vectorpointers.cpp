@@ -26,7 +26,7 @@ void Vector::CheckCast(DataType type, char const* refusal) const
         Raise(err_kind, refusal, *this);
 }
 
-// One row a type; the texts stand whole, so that they are found.
+// One row a type; each text is whole, so that a search finds it.
 #define MEMBLOCK_POINTER(NAME, REFUSAL)                                                            \
     elem_t<DataTypeBase::NAME> const* Vector::NAME##Pointer(unsigned int i) const                  \
     {                                                                                              \

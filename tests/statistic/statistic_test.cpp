@@ -40,7 +40,7 @@ void ExpectSame(double actual, double expected)
     }
 }
 
-/// How an element enters, told once more in the plainest way; text is a policy.
+/// How an element enters, once more in the plainest way; text is a policy.
 template <class T>
 std::optional<double> Included(T raw, safestring const& nan, safestring const& inf)
 {
@@ -159,7 +159,7 @@ TYPED_TEST(StatisticOf, AgreesWithTheDefinitionForEveryWordAndPolicy)
                         for (double q : {0.0, 0.25, 0.5, 1.0}) {
                             double const expected = Slow(data, word, nan, inf, q);
                             double const actual = Of(vector, word, nan, inf, q);
-                            // Which of equal zeros stands at a place of the order is open, too.
+                            // Which of equal zeros is at a place of the order is open, too.
                             // Long rows of small integers are squared without rounding.
                             if (word[1] == 't' || word[0] == 'v')
                                 if (std::is_integral_v<TypeParam> && sizeof(TypeParam) <= 2 &&

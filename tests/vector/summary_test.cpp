@@ -33,7 +33,7 @@ double AsDouble(T v)
     return static_cast<double>(v);
 }
 
-/// The plain definition of what the keys tell, in long double where a sum is asked for.
+/// The plain definition of what the keys mean, in long double where a sum is asked for.
 template <class T>
 struct Slow {
     double min = nan_, max = nan_, finitemin = 0, finitemax = 0, median = nan_, fmedian = nan_;

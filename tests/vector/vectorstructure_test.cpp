@@ -55,7 +55,7 @@ private:
     }
 };
 
-/// A value that tells its number, of any element type.
+/// A value that encodes its number, of any element type.
 template <class T>
 T Value(unsigned int i)
 {

@@ -19,7 +19,7 @@ Range SumRange(Range x, Range y, op_options const&)
 
 Range DifferenceRange(Range x, Range y, op_options const& options)
 {
-    // Settled: where every difference is replaced, the maximum can lie below the minimum of 0.
+    // Settled: where every difference is replaced, the maximum can be below the minimum of 0.
     if (options.GetFlag("neg_abs", false) || options.GetFlag("neg_zero", false))
         return {0, x.max - y.min};
     return {x.min - y.max, x.max - y.min};
