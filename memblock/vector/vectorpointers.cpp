@@ -56,9 +56,10 @@ MEMBLOCK_POINTER(Int64, "Cannot cast data to Int64 type: %s")
 MEMBLOCK_POINTER(UnsignedInt64, "Cannot cast data to UnsignedInt64 type: %s")
 #undef MEMBLOCK_POINTER
 
-// No element type is without its accessors.
+// The linker names a type of the list that has no row above.
 #define MEMBLOCK_HAS_POINTER(NAME, ID, T, TEXT)                                                    \
-    static_assert(std::is_same_v<decltype(std::declval<Vector&>().NAME##Pointer(0)), T*>);
+    [[gnu::used]] static constexpr T* (Vector::*NAME##_accessor)(unsigned int) =                   \
+        &Vector::NAME##Pointer;
 MEMBLOCK_ELEM_TYPES(MEMBLOCK_HAS_POINTER)
 #undef MEMBLOCK_HAS_POINTER
 
