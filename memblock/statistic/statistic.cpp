@@ -65,6 +65,7 @@ Statistic::Statistic(DerivedPointer<Vector> vector, safestring const& statistic,
         parse_policy(nan, std::numeric_limits<double>::quiet_NaN(), nan_value_);
     Policy const inf_policy =
         parse_policy(inf, std::numeric_limits<double>::infinity(), inf_value_);
+    // After the policies: a text that is no number is reported first.
     if (!vector_)
         Raise(err_precondition, "Statistic: no vector");
     // A median is the quantile 0.5, whatever parameter came with it.

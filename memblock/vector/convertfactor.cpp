@@ -87,6 +87,7 @@ template <class T>
 void MultiplyFloats(T* data, unsigned int n, double ratio)
 {
     for (unsigned int i = 0; i < n; ++i)
+        // In double: a ratio cut to float would round a second time.
         data[i] = static_cast<T>(data[i] * ratio);
 }
 
@@ -179,6 +180,7 @@ DerivedPointer<Vector> EnsureNoRawFactor(DerivedPointer<Vector> x)
 {
     if (!x || x->Factor() == 1.0 || !IsInSet<NumericTypes>(x->ElemType()))
         return x;
+    // Nothing is rounded here, so the element type can stay.
     if (x->Length() == 0 || IsInSet<FloatTypes>(x->ElemType())) {
         DerivedPointer<Vector> cooked(x->Clone(true));
         cooked->EnsureFactor(1.0);

@@ -170,6 +170,7 @@ Converted ObjectsToNumbers(Vector const& v, DataType type, bool keep_factor)
         [&]<class S>(TypeTag<S>) {
             ConvertFromObjects_tmpl(v.TypedPointer<S>(), v.Length(), *numbers);
         });
+    // Objects hold cooked values, which go back to raw ones here.
     if (keep_factor)
         numbers->EnsureFactor(v.Factor());
     return {numbers->Chunk(), numbers->Factor()};
@@ -214,6 +215,7 @@ DerivedPointer<Vector> AttemptConversionToSimpleVector(DerivedPointer<Vector> co
     DataType cover = Vector::NoType;
     for (unsigned int i = 0; i < x->Length(); ++i) {
         Vector const* const number = AsNumber(elements[i]);
+        // All or nothing: with one element that is no number the vector stays as it is.
         if (!number)
             return nullptr;
         // The cooked values are what goes into the flat vector, which has no factor.
@@ -234,6 +236,7 @@ DerivedPointer<Vector> TransposeVectorOfVectors(DerivedPointer<Vector> x)
                                 "length and same numeric type.";
     if (!RowsOf(cref(x), rows))
         Raise(err_kind, unequal);
+    // No row says how many columns there are: the answer is empty, too.
     if (rows.empty())
         return Vector::Create(NewChunk(0, Vector::PMemory), 1.0);
     UnifyFactors(rows);

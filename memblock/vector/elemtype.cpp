@@ -108,6 +108,7 @@ bool Combine(TypeWord& sum, TypeWord const& word)
         return false;
     if (word.kind != Kind::open && sum.kind != Kind::open && word.kind != sum.kind)
         return false;
+    // A weak depth gives way: "unsigned short int" is a short, as in C.
     bool const both_strong = word.depth && sum.depth && !word.weak_depth && !sum.weak_depth;
     if (both_strong && word.depth != sum.depth)
         return false;
@@ -143,6 +144,7 @@ bool IsId(safestring const& text)
 
 DataType TypeOfId(safestring const& text, ThrowHandlerFunc handler)
 {
+    // What is too long for it comes out as its greatest value, which is out of range as well.
     unsigned long const id = std::strtoul(text.c_str(), nullptr, 10);
     if (id > greatest_elem_type_id) {
         Report(handler, err_kind, "Type value out of range: %u.", id);

@@ -25,6 +25,7 @@ bool IsColorPlane(PMemBlock const& element, PMemBlock const& first)
         return false;
     auto const* plane = MemCast<Vector>(element.Pointer());
     auto const* model = MemCast<Vector>(first.Pointer());
+    // Alike in all that a pixel depends on, or three planes are no picture.
     return plane && model && plane->ElemType() == model->ElemType() &&
            plane->Factor() == model->Factor() && plane->GetDimSize(0) == model->GetDimSize(0) &&
            plane->GetDimSize(1) == model->GetDimSize(1);
@@ -120,6 +121,7 @@ bool Vector::Conforms(char const* classname) const
 {
     if (SameName(classname, "vector"))
         return true;
+    // Asked of the content each time: it changes with any element.
     if (SameName(classname, "color_data"))
         return HoldsColorPlanes(*this);
     return MemBlock::Conforms(classname);
@@ -185,6 +187,7 @@ bool Vector::Consistent(safestring& message, bool deep) const
 bool Vector::Equals(MemBlock const& other) const
 {
     auto const* o = dynamic_cast<Vector const*>(&other);
+    // A factor that went through a text need not be the same to the bit.
     return o && SameFactor(factor_, o->factor_) && chunk_ == o->chunk_ && MemBlock::Equals(other);
 }
 

@@ -154,6 +154,7 @@ DerivedPointer<Vector> Vector::MakeSequence(safestring const& from, safestring c
     long first = 0;
     long last = 0;
     if (!ReadWhole(from, first) || !ReadWhole(to, last)) {
+        // Not two numbers: scripts get both ends back as they wrote them.
         auto texts = Create(2, String, true, 0, 1.0);
         texts->StringPointer()[0] = from;
         texts->StringPointer()[1] = to;

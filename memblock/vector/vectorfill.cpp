@@ -88,6 +88,7 @@ void Vector::Clear()
 {
     if (EditPacked(*this, [](Vector& limits) { limits.Clear(); }))
         return;
+    // A class that gives names to its objects may refuse empty places.
     PMemBlock const none;
     AskForObjects(*this, 0, &none, std::min(Length(), 1U));
     void* const data = Pointer();

@@ -57,6 +57,7 @@ DataItem VectorImpl<T>::CalculateSecondaryItemNonVirtual(int key, bool& handled,
 template <class T>
 DataItem VectorImpl<T>::CalculateSecondaryItem(int key, ThrowHandlerFunc handler) const
 {
+    // What is no summary value may still be a key of every object.
     bool handled = true;
     DataItem item = CalculateSecondaryItemNonVirtual(key, handled, handler);
     return handled ? item : MemBlockImpl::CalculateSecondaryItem(key, handler);

@@ -73,6 +73,7 @@ DataItem Integer(Vector const& v, ThrowHandlerFunc handler)
 
 DataItem Histogram(Vector const& v, ThrowHandlerFunc handler)
 {
+    // Whatever failed below, the key reports it in its own words.
     PMemBlock const histogram = v.SecondaryMemBlock(key_histogram, throw_never);
     if (!histogram)
         Report(handler, err_kind, "Cannot calculate histogram");
@@ -146,6 +147,7 @@ bool SetEmptyDimensions(Vector& v, SafeValue const& value, ThrowHandlerFunc)
         Raise(err_kind, "Dimensions can only be set while there is no data: %s", v);
     safestringlist const sizes = SplitString(value.GetString(), ",", false);
     std::vector<SafeValue> arguments;
+    // One more than the rank at most: enough for the class to refuse, however long the text is.
     for (unsigned long i = 0, n = sizes.size(); i < n && i <= unsigned(v.GetRank()); ++i)
         arguments.emplace_back(CountItem(StringToUInt()(sizes[i])));
     if (v.DoVerb("SetDimSizes", static_cast<int>(arguments.size()), arguments.data()).IsUndefined())

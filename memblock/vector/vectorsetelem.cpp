@@ -197,6 +197,7 @@ void Vector::SetElem(unsigned int i, safestring const& text)
     } else if (ElemType() == PMemory) {
         Place(*this, i, PMemBlock(CreateFrom(text)));
     } else {
+        // One reading says both what the number is and whether it is a whole, raw one.
         int whole = 0;
         double real = 0.0;
         // A whole number in a text is a raw value, as an int is.
@@ -240,6 +241,7 @@ void Vector::SetElem(unsigned int i, DataItem const& item)
         return;
     CheckSetIndex(i);
     if (ElemType() == PolyType) {
+        // A value element keeps the kind of the item; only typed elements convert.
         *PolyTypePointer(i) = item;
         return Changed();
     }

@@ -357,6 +357,7 @@ bool Vector::UseMemoryOf(Vector const& other)
         return as_large;
     if (auto const limits = PackedLimits(other))
         return UseMemoryOf(cref(limits));
+    // A view destroys its objects as what it takes them for, and as many as it knows of.
     bool const objects = IsObject(ElemType()) || IsObject(other.ElemType());
     if (objects && (ElemType() != other.ElemType() || Length() != other.Length()))
         Raise(err_kind, "Cannot cast data array into requested type: %s", other);
@@ -378,6 +379,7 @@ bool Vector::UseMemoryOf(DerivedPointer<Vector> const& other)
 
 void Vector::TransferOwnerShip(DerivedPointer<Vector> target)
 {
+    // Given to itself a vector would lose what it holds.
     if (!target || target.Pointer() == this)
         return;
     TypedChunk const nothing;

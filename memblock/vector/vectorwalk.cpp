@@ -19,6 +19,7 @@ void OfferData(Vector& v, MemBlockVisitor& visitor, safestring const& path)
     auto* const traverse = dynamic_cast<TraverseVisitor*>(&visitor);
     if (!traverse)
         return;
+    // An initialization that was put off may read a file: only visitors that look pay for it.
     void const* const data =
         visitor.NeedsValidData() ? std::as_const(v).Pointer() : v.Chunk().Data();
     traverse->VisitVData(TraverseNode(TraverseNode(path), "vdata"), v.ElemType(), data,
@@ -34,6 +35,7 @@ bool HoldsObjects(Vector const& v)
 /// Where the object at an index is; null if none is there.
 PMemBlock* FindObject(Vector& v, long i)
 {
+    // Nothing that was found before a visitor ran is valid after it, so this looks anew.
     if (i < 0 || i >= static_cast<long>(v.Length()))
         return nullptr;
     if (v.ElemType() == Vector::PMemory)

@@ -103,6 +103,7 @@ void ApplyToIntegers(OperandPair const& operands, OpRequest const& request, Vect
     op_options guarded = options;
     guarded.SetValue("infinity", GreatestInteger(request.requested));
     Dispatch(operands, request.name, guarded, result);
+    // The count went into the copy, and a quotient counts nothing.
     options.SetOutput("nancount", 0);
 }
 
