@@ -419,3 +419,23 @@ double StrToDouble(safestring const& text)
 }
 
 } // namespace Ntarnwick
+
+namespace NKelmic {
+
+bool IsNaturalInteger(char const* text, char extra)
+{
+    if (!*text)
+        return false;
+    for (; *text; ++text) {
+        if ((*text < '0' || *text > '9') && *text != extra)
+            return false;
+    }
+    return true;
+}
+
+bool NumericNonNegativeInteger(char const* text)
+{
+    return !*text || IsNaturalInteger(text, '0');
+}
+
+} // namespace NKelmic

@@ -180,4 +180,13 @@ extern template struct StringToNumber<
 
 } // namespace Ntarnwick
 
+namespace NKelmic {
+
+/// True for a text of decimal digits, not empty, in which `extra` may also stand anywhere.
+MEMBLOCK_API bool IsNaturalInteger(char const* text, char extra);
+/// True for a text of decimal digits only, also the empty one.
+MEMBLOCK_API bool NumericNonNegativeInteger(char const* text);
+
+} // namespace NKelmic
+
 #endif // MEMBLOCK_BASE_NUMBER_H

@@ -7,7 +7,7 @@
 #include <memblock/base/text.h>
 #include <memblock/collections/columnsbyname_internal.h>
 #include <memblock/core/deepstack_internal.h>
-#include <memblock/serial/serializer.h>
+#include <memblock/core/serializer.h>
 #include <memblock/vector/vectorforms.h>
 #include <memblock/vector/vectorforms_internal.h>
 
@@ -65,7 +65,7 @@ bool NumberTexts(Vector const& column, std::vector<safestring>& strings, int fir
     };
     return WithElemTypeOr<NumericTypes>(
         column.ElemType(), [] { return false; },
-        [&]<class T>(NKelmic::Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             T const* const data = column.TypedPointer<T>();
             if constexpr (IntegerTypes::has<T>) {
                 if (factor == 1.0)

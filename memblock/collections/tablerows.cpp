@@ -42,13 +42,12 @@ int KindOf(DataItem const& value)
 /// Floating numbers that nobody told are NaN; elements of other types stay as they are.
 void FillWithNaN(Vector& column, int from, int to)
 {
-    auto const fill = [&]<class T>(T* data) {
-        std::fill(data + from, data + to, std::numeric_limits<T>::quiet_NaN());
-    };
-    if (column.ElemType() == Vector::Double)
-        fill(column.DoublePointer());
-    else if (column.ElemType() == Vector::Float)
-        fill(column.FloatPointer());
+    WithElemTypeOr<FloatTypes>(
+        column.ElemType(), [] {},
+        [&]<class T>(TypeTag<T>) {
+            T* const data = column.TypedPointer<T>();
+            std::fill(data + from, data + to, std::numeric_limits<T>::quiet_NaN());
+        });
 }
 
 } // namespace

@@ -25,7 +25,7 @@ inline PMemBlock MemoryOrNull(DataItem const& value)
     return value.GetType() == it_memblock ? value.GetMemory() : PMemBlock();
 }
 
-/// For a change that only the description tells: hashes are made of it, nothing else is.
+/// For a change seen only in the description; only content hashes depend on it.
 void DropHashes(MemBlock& object);
 
 } // namespace NKelmic

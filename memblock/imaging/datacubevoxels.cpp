@@ -70,14 +70,14 @@ DerivedPointer<IndexVector> ListOfValue(DataCube const& cube, V value)
     unsigned int count = 0;
     WithElemType<NumericTypes>(
         cube.ElemType(), "Function n=count_pixels not implemented for data type '%s'",
-        [&]<class T>(Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             count = count_pixels(cube.TypedPointer<T>(), cube.Length(), value);
         });
     // One more than there are: the loop needs no branch then.
     auto list = IndexVector::Create(count + 1UL, DerivedPointer<Vector>(&cube));
     WithElemType<NumericTypes>(
         cube.ElemType(), "Function copy_pixels not implemented for data type '%s'",
-        [&]<class T>(Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             copy_pixels(cube.TypedPointer<T>(), cube.Length(), value, list->UnsignedIntPointer());
         });
     list->ResizeVector(count, true, false);
@@ -101,7 +101,7 @@ DerivedPointer<Vector> DataCube::GetZVector(int x, int y) const
         static_cast<unsigned int>(x) + static_cast<unsigned int>(y) * width();
     WithElemType<NumericTypes>(
         ElemType(), "Function zvector_tmpl not implemented for data type '%s'",
-        [&]<class T>(NKelmic::Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             zvector_tmpl(TypedPointer<T>() + first, static_cast<unsigned long>(width()) * height(),
                          depth(), static_cast<T*>(column.Data()));
         });
@@ -126,13 +126,13 @@ void DataCube::ReplaceZVector(int x, int y, DerivedPointer<Vector> const& v)
             WithElemType<FloatTypes>(
                 ElemType(),
                 "Function ReplaceZVector_tmpl_double not implemented for data type '%s'",
-                [&]<class T>(NKelmic::Elem<T>) {
+                [&]<class T>(TypeTag<T>) {
                     ReplaceZVector_tmpl_double(source, stride, target.TypedPointer<T>() + first);
                 });
         else
             WithElemType<IntegerTypes>(
                 ElemType(), "Function ReplaceZVector_tmpl_int not implemented for data type '%s'",
-                [&]<class T>(NKelmic::Elem<T>) {
+                [&]<class T>(TypeTag<T>) {
                     ReplaceZVector_tmpl_int(source, stride, target.TypedPointer<T>() + first);
                 });
     };

@@ -80,4 +80,15 @@ void CheckLengthIsFree(Vector const& v)
         Raise(err_kind, Point::refusal_to_resize);
 }
 
+PMemBlock PixelListOf(DerivedPointer<Vector> const& indices, unsigned int width,
+                      unsigned int height)
+{
+    return IndexVector::Create(indices, width, height);
+}
+
+PMemBlock RangeOfIndices(unsigned int length)
+{
+    return NumRange::Create(0, static_cast<int>(length), true);
+}
+
 } // namespace NKelmic

@@ -1,6 +1,7 @@
 #ifndef MEMBLOCK_IMAGING_IMAGE_H
 #define MEMBLOCK_IMAGING_IMAGE_H
 
+#include <memblock/core/imageclass.h>
 #include <memblock/imaging/geomblock.h>
 
 namespace NKelmic {
@@ -19,10 +20,10 @@ public:
     static char const* StaticClass() { return "image"; }
 
     enum logic_class_t {
-        data = 0,     ///< measured values
-        visual = 11,  ///< for the eye
-        mask = 12,    ///< bytes; those that are not 0 belong to the mask
-        stencil = 13, ///< 16 or 32 bits; pixel k marks object k; the one-pixel frame is 0
+        data = lg_data,       ///< measured values
+        visual = lg_visual,   ///< for the eye
+        mask = lg_mask,       ///< bytes; those that are not 0 belong to the mask
+        stencil = lg_stencil, ///< 16 or 32 bits; pixel k marks object k; the one-pixel frame is 0
     };
     enum {
         key_stencil_count = 10301, ///< the number of objects; there while the class is stencil

@@ -110,7 +110,7 @@ void Image::PrepareMask()
     TypedChunk bytes = OpenChunk(Length(), Byte);
     WithElemType<NumericTypes>(
         ElemType(), "Function downconvert not implemented for data type '%s'",
-        [&]<class T>(NKelmic::Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             downconvert(std::as_const(*this).TypedPointer<T>(),
                         static_cast<unsigned char*>(bytes.Data()), Length());
         },
@@ -159,19 +159,9 @@ void Image::SetElemType(DataType type, bool contents, bool keep_factor)
     ElemTypeChange(*this).Finish(); // bytes that are read as colours, too
 }
 
-#define MEMBLOCK_INSTANTIATE(T)                                                                    \
+#define MEMBLOCK_INSTANTIATE(NAME, ID, T, TEXT)                                                    \
     template MEMBLOCK_API void downconvert<T>(T const*, unsigned char*, unsigned int);
-MEMBLOCK_INSTANTIATE(int)
-MEMBLOCK_INSTANTIATE(unsigned int)
-MEMBLOCK_INSTANTIATE(short)
-MEMBLOCK_INSTANTIATE(unsigned short)
-MEMBLOCK_INSTANTIATE(char)
-MEMBLOCK_INSTANTIATE(unsigned char)
-MEMBLOCK_INSTANTIATE(float)
-MEMBLOCK_INSTANTIATE(double)
-MEMBLOCK_INSTANTIATE(triple)
-MEMBLOCK_INSTANTIATE(long long)
-MEMBLOCK_INSTANTIATE(unsigned long long)
+MEMBLOCK_NUMERIC_ELEM_TYPES(MEMBLOCK_INSTANTIATE)
 #undef MEMBLOCK_INSTANTIATE
 
 } // namespace NKelmic

@@ -54,7 +54,7 @@ void Image::Depth8()
     auto* const dst = static_cast<unsigned char*>(bytes.Data());
     void const* const src = std::as_const(*this).Pointer();
     double divisor = 0;
-    auto const divide = [&]<class T>(NKelmic::Elem<T>) {
+    auto const divide = [&]<class T>(TypeTag<T>) {
         if constexpr (std::is_same_v<T, triple>) {
             divisor = 1.0;
             AverageTo8bpp(static_cast<unsigned char const*>(src), 3, Length(), dst);
@@ -71,6 +71,7 @@ void Image::Depth8()
             DivideTo8bpp(static_cast<T const*>(src), Length(), dst, &divisor);
         }
     };
+    static_assert(type_count<NumericTypes> == 11, "bytes come earlier, 64 bits are refused");
     using Divided = TypeSet<int, unsigned int, short, unsigned short, float, double, triple>;
     WithElemTypeOr<Divided>(
         ElemType(), [&] { Raise(err_kind, "Conversion to 1 Bpp not implemented for: %s", *this); },
@@ -86,6 +87,7 @@ namespace {
 /// What a plane of T is divided by on its way to a byte.
 template <class T>
 struct cifcp_divisor {
+    static_assert(sizeof(T) == 1, "a wider pixel needs a row");
     static constexpr T value = 1;
 };
 template <>
@@ -164,7 +166,7 @@ DerivedPointer<Image> ConstructImageFromColorPlanes(DerivedPointer<Vector> const
     WithElemType<NumericTypes>(
         first->ElemType(),
         "Function ConstructImageFromColorPlanes_tmpl not implemented for data type '%s'",
-        [&]<class T>(Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             ConstructImageFromColorPlanes_tmpl<T>(planes, first->Length(), dst);
         });
     return image;

@@ -43,7 +43,7 @@ DerivedPointer<IndexVector> Image::GetMaskVector() const
         ThrowAssertException(__FILE__, __LINE__, "J->Bpp()==1");
     return WithElemType<TypeSet<unsigned char, char>>(
         source->ElemType(), "Function n = getmaskvector_tmpl not implemented for data type '%s'",
-        [&]<class T>(NKelmic::Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             T const* const data = cref(source).TypedPointer<T>();
             unsigned long const count = pixels::CountNonZero(data, source->Length());
             unsigned int* const indices = NewIndices(count + overshoot);
@@ -108,14 +108,14 @@ StencilLists ListStencil(Image const& image)
     if (!lists.start)
         throw std::bad_alloc();
     unsigned int* indices = nullptr;
-    auto const find = [&]<class T>(Elem<T>) {
+    auto const find = [&]<class T>(TypeTag<T>) {
         find_point_address3(image.Length(), image.TypedPointer<T>(), lists.count, nullptr,
                             lists.start.get(), &indices);
     };
     if (type == Vector::UnsignedShort)
-        find(Elem<unsigned short>{});
+        find(TypeTag<unsigned short>{});
     else
-        find(Elem<unsigned int>{});
+        find(TypeTag<unsigned int>{});
     lists.pixels = IndexVector::Create(lists.start[lists.count + 1UL], indices, 0, mb_free,
                                        DerivedPointer<Vector>(&image));
     return lists;
@@ -127,19 +127,9 @@ DerivedPointer<IntervalVector> Image::GetStencilVector() const
     return IntervalVector::Create(lists.count, 1, lists.start.release(), mb_free, lists.pixels);
 }
 
-#define MEMBLOCK_INSTANTIATE(T)                                                                    \
+#define MEMBLOCK_INSTANTIATE(NAME, ID, T, TEXT)                                                    \
     template MEMBLOCK_API unsigned int getmaskvector_tmpl<T>(T const*, unsigned int, unsigned int*);
-MEMBLOCK_INSTANTIATE(int)
-MEMBLOCK_INSTANTIATE(unsigned int)
-MEMBLOCK_INSTANTIATE(short)
-MEMBLOCK_INSTANTIATE(unsigned short)
-MEMBLOCK_INSTANTIATE(char)
-MEMBLOCK_INSTANTIATE(unsigned char)
-MEMBLOCK_INSTANTIATE(float)
-MEMBLOCK_INSTANTIATE(double)
-MEMBLOCK_INSTANTIATE(triple)
-MEMBLOCK_INSTANTIATE(long long)
-MEMBLOCK_INSTANTIATE(unsigned long long)
+MEMBLOCK_NUMERIC_ELEM_TYPES(MEMBLOCK_INSTANTIATE)
 #undef MEMBLOCK_INSTANTIATE
 
 #define MEMBLOCK_INSTANTIATE(T)                                                                    \

@@ -132,7 +132,7 @@ DerivedPointer<Image> Image::Transposed() const
 {
     TypedChunk turned = OpenChunk(Length(), ElemType());
     WithElemType<AllTypes>(ElemType(), "Function transpose_tmpl not implemented for data type '%s'",
-                           [&]<class T>(NKelmic::Elem<T>) {
+                           [&]<class T>(TypeTag<T>) {
                                transpose_tmpl(TypedPointer<T>(), static_cast<T*>(turned.Data()),
                                               width(), height());
                            });
@@ -157,13 +157,12 @@ DerivedPointer<Image> Image::DoCrop(int x1, int y1, int x2, int y2) const
 
 DerivedPointer<Image> Image::ExtractCoded(unsigned int code, int* x, int* y) const
 {
-    using Labels =
-        TypeSet<int, unsigned int, short, unsigned short, char, unsigned char, float, triple>;
+    using Labels = TypesUpTo<NumericTypes, 4>; // labels are unsigned int
     auto const refuse = [&]() -> DerivedPointer<Image> {
         Raise(err_request, "Image::ExtractCoded(): pixel type not supported: %s", *this);
     };
     return WithElemTypeOr<Labels>(
-        ElemType(), refuse, [&]<class T>(NKelmic::Elem<T>) -> DerivedPointer<Image> {
+        ElemType(), refuse, [&]<class T>(TypeTag<T>) -> DerivedPointer<Image> {
             auto const box = BoxOfLabel(TypedPointer<T>(), width(), height(), code);
             if (!box)
                 return nullptr;

@@ -54,12 +54,13 @@ TypedChunk GatherElements(Vector const& target, Intervals const& intervals,
     char const* const miss =
         width == 2 ? "Function return start_and_end_tmpl2 not implemented for data type '%s'"
                    : "Function return start_and_end_tmpl4 not implemented for data type '%s'";
-    return WithElemType<TargetTypes>(target.ElemType(), miss, [&]<class T>(Elem<T>) -> TypedChunk {
-        TypedChunk fresh = OpenChunk(intervals.Total(), target.ElemType());
-        start_and_end_tmpl_wrap(target.TypedPointer<T>(), intervals, order,
-                                static_cast<T*>(fresh.Data()));
-        return fresh;
-    });
+    return WithElemType<TargetTypes>(
+        target.ElemType(), miss, [&]<class T>(TypeTag<T>) -> TypedChunk {
+            TypedChunk fresh = OpenChunk(intervals.Total(), target.ElemType());
+            start_and_end_tmpl_wrap(target.TypedPointer<T>(), intervals, order,
+                                    static_cast<T*>(fresh.Data()));
+            return fresh;
+        });
 }
 
 /// The new middle layer: the limits of its intervals go side by side, what they hold stays.

@@ -2,6 +2,7 @@
 #include "every_class.h"
 
 #include <memblock/core/keytable.h>
+#include <memblock/serial/factory.h>
 #include <memblock/serial/warning.h>
 
 #include <gtest/gtest.h>
@@ -56,6 +57,16 @@ safestring OddName(std::mt19937& random)
 }
 
 } // namespace
+
+TEST(KeyLists, AreReadOfEveryExportedClass)
+{
+    std::set<std::string> tested;
+    for (PMemBlock const& object : EveryClass())
+        tested.insert(object->Class());
+    safestringlist const classes(ListClasses(','), ',');
+    for (unsigned long i = 0; i < classes.size(); ++i)
+        EXPECT_EQ(tested.count(classes[i].c_str()), 1u) << classes[i].c_str();
+}
 
 TEST(KeyLists, OfEveryClassHoldNamesThatCanBeReadAndNoOthers)
 {

@@ -3,6 +3,7 @@
 #include <memblock/vector/summary.h>
 
 #include <support/raises.h>
+#include <support/rounds.h>
 #include <support/vectors.h>
 
 #include <functional>
@@ -270,7 +271,7 @@ protected:
 
 TEST_F(TwoForms, AreEditedAlike)
 {
-    for (int round = 0; round < 3000; ++round) {
+    for (int round = 0; round < Rounds(3000); ++round) {
         auto const target = DrawTarget();
         Numbers const limits = DrawLimits(Draw(4) == 0);
         unsigned int const base = Draw(3);
@@ -307,7 +308,7 @@ TEST_F(TwoForms, AreEditedAlike)
 TEST_F(TwoForms, AreReadAlikeAndNotChangedByIt)
 {
     auto const readers = Readers();
-    for (int round = 0; round < 300; ++round) {
+    for (int round = 0; round < Rounds(300); ++round) {
         auto const target = DrawTarget();
         bool const wild = Draw(4) == 0;
         Numbers const limits = DrawLimits(wild);

@@ -3,6 +3,7 @@
 
 #include <support/failing_alloc.h>
 #include <support/raises.h>
+#include <support/rounds.h>
 #include <support/vectors.h>
 
 #include <gtest/gtest.h>
@@ -110,7 +111,7 @@ TEST(IntervalVector, TheStructureTellsWhatItStandsFor)
 TEST(IntervalVector, BothFormsOfTheLimitsAnswerAlike)
 {
     std::mt19937 random(5);
-    for (int round = 0; round < 200; ++round) {
+    for (int round = 0; round < Rounds(200); ++round) {
         Rows rows(random() % 6);
         for (auto& row : rows)
             for (unsigned int n = random() % 5; n > 0; --n)
@@ -302,7 +303,7 @@ TEST(IntervalVector, KeysRebuildAStructureInAnyOrder)
 TEST(IntervalVector, SetOperationsFollowTheStandardAlgorithms)
 {
     std::mt19937 random(7);
-    for (int round = 0; round < 300; ++round) {
+    for (int round = 0; round < Rounds(300); ++round) {
         unsigned int const n = random() % 4;
         Rows a(n), b(n);
         for (auto* rows : {&a, &b})
@@ -529,7 +530,7 @@ TEST(IntervalVector, NoLimitsReachBeyondTheTarget)
     auto const wild = [&] {
         return static_cast<unsigned int>(random() % 3 ? random() % 8 : random());
     };
-    for (int round = 0; round < 300; ++round) {
+    for (int round = 0; round < Rounds(300); ++round) {
         std::vector<unsigned int> limits(random() % 5), medium(random() % 5);
         for (auto* list : {&limits, &medium})
             std::generate(list->begin(), list->end(), wild);
