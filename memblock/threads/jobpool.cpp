@@ -1,6 +1,7 @@
 #include <memblock/threads/jobpool.h>
 
 #include <memblock/base/raise.h>
+#include <memblock/threads/held_internal.h>
 #include <memblock/threads/joblog_internal.h>
 #include <memblock/threads/jobpoolimpl.h>
 #include <memblock/threads/mutex.h>
@@ -179,12 +180,7 @@ JobPool::BlockingOperation::~BlockingOperation()
 {
     if (!was_worker_)
         return;
-    try { // a fall of the count may still launch a thread, if the target rose meanwhile
-        ThreadMgr::Instance().ChangeBlockedThreadCount(-1);
-        LogJobs(7, "Worker thread unblocked");
-    } catch (...) {
-        LogJobs(2, "%s", ComposeExceptionMessageText());
-    }
+    UnblockWorkers(1);
 }
 
 } // namespace NKelmic

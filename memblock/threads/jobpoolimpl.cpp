@@ -65,6 +65,10 @@ ThreadSharablePointer<JobPoolImpl> JobPoolImpl::Create(bool continue_on_error, i
         LogJobs(7, "Creating a single-threaded JobPool, because the program is ending.");
         return new JobPoolImpl_ST(continue_on_error);
     }
+    if (!headless && Held::IsInsideJob()) {
+        LogJobs(7, "Creating a single-threaded JobPool, because running inside a job.");
+        return new JobPoolImpl_ST(continue_on_error);
+    }
     threads = ThreadsFromEnvironment(threads);
     if (headless) {
         threads = std::max(threads, 1);
@@ -99,6 +103,7 @@ ThreadSharablePointer<ThreadSharable> JobPoolImpl::DoClone() const
 
 void JobPoolImpl::DoNotifyAborted() {}
 void JobPoolImpl::DoWakeWaiter() {}
+void JobPoolImpl::DoChangeBusyCount(int) {}
 
 void JobPoolImpl::DoAbandon()
 {
@@ -277,11 +282,12 @@ void JobPoolImpl::AnswerConsultation(PoolMsg& message)
     Consultation& asked = Consultation::Of(message);
     DataItem answer;
     try {
-        DataItem question = asked.TakeQuestion();
+        DataItem question = asked.TakeQuestion(), given;
         if (waiting_)
-            answer = waiting_->HandleConsult(message.job, message.code, question);
-        MakeIndependent(answer);
-    } catch (...) { // who asked must not wait for ever
+            given = waiting_->HandleConsult(message.job, message.code, question);
+        MakeIndependent(given);
+        answer = std::move(given); // what is left here may wait in its destructor: not later
+    } catch (...) {                // who asked must not wait for ever
         asked.Answer({});
         throw;
     }

@@ -86,6 +86,8 @@ protected:
     virtual void DoWakeWaiter();
     /// Called once when the pool is gone, after its abort: nobody will wait any more.
     virtual void DoAbandon();
+    /// Change the number of jobs that count as handed to workers. Does nothing without workers.
+    virtual void DoChangeBusyCount(int delta);
 
     static void DropPool(Job& job);  ///< may end the life of this object
     static void DeleteJob(Job* job); ///< one that has not run
@@ -106,6 +108,7 @@ protected:
     void RunHere(Job& job);
 
 private:
+    friend class LentWorkers;
     void HandleContained(PoolMsg& message);
     void RaiseThrown();
     /// Give a consultation to the waiting pool's handler and answer with what it says.

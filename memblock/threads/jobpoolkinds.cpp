@@ -59,24 +59,6 @@ DataItem Consultation::WaitForAnswer()
     return std::move(value_);
 }
 
-thread_local constinit HeldJob* HeldJob::innermost_ = nullptr;
-
-int HeldJob::Count(JobPoolImpl const& pool)
-{
-    int count = 0;
-    for (HeldJob const* held = innermost_; held; held = held->outer_)
-        count += &held->pool_ == &pool;
-    return count;
-}
-
-bool HeldJob::RunsHere(JobPoolImpl const& pool)
-{
-    for (HeldJob const* held = innermost_; held; held = held->outer_)
-        if (&held->pool_ == &pool && held->kind_ == here)
-            return true;
-    return false;
-}
-
 void JobPoolImpl_ST::DoAddJob(Job* job)
 {
     JobPoolImpl::DoAddJob(job);
@@ -100,7 +82,7 @@ int JobPoolImpl_ST::DoWait(int, JobPool& pool)
         jobs_.pop_front();
         RunHere(job);
     }
-    return static_cast<int>(jobs_.size());
+    return Unfinished(); // not the length of the queue: an abort may have emptied it
 }
 
 void JobPoolImpl_ST::DoPostPoolMessage(PoolMsg& message)
@@ -124,9 +106,14 @@ void JobPoolImpl_MT_base::DoPostPoolMessage(PoolMsg& message)
 {
     if (message.type != PoolMsg::succeeded && message.type != PoolMsg::failed)
         return ThrowIfAborted_mt();
+    DoChangeBusyCount(-1);
+}
+
+void JobPoolImpl_MT_base::DoChangeBusyCount(int delta)
+{
     boost::unique_lock<boost::mutex> lock(queue_mutex_, boost::defer_lock);
     LockSoon(lock);
-    --busy_;
+    busy_ += delta;
 }
 
 void JobPoolImpl_MT::DoAddJob(Job* job)
@@ -157,7 +144,7 @@ void JobPoolImpl_MT::DoNotifyAborted()
 
 void JobPoolImpl_MT::DoPostPoolMessage(PoolMsg& message)
 {
-    if (HeldJob::RunsHere(*this))
+    if (Held::RunsHere(*this))
         return HandleFromHere(message);
     MakeIndependent(message.value); // first: it may fail, and then nothing is posted
     JobPoolImpl_MT_base::DoPostPoolMessage(message);
@@ -191,6 +178,7 @@ void JobPoolImpl_MT::DismissInbox()
 int JobPoolImpl_MT::DoWait(int timeout_s, JobPool& pool)
 {
     PoolMsg message;
+    std::optional<LentWorkers> lent;
     while (!pool.Finished()) {
         if (IsAborted()) {
             DismissInbox();
@@ -202,8 +190,10 @@ int JobPoolImpl_MT::DoWait(int timeout_s, JobPool& pool)
             RunHere(*job);
             continue;
         }
-        int const held = HeldJob::Count(*this);
+        int const held = Held::CountJobs(*this);
         bool const stuck = held > 0 && Unfinished() <= held; // all that is left waits for us
+        if (!stuck && !lent)
+            lent.emplace(); // else the jobs that wait for us may keep all workers from the others
         if (NextMessage(message, stuck ? 0 : timeout_s))
             HandlePosted(message);
         else if (stuck)
@@ -231,9 +221,9 @@ void JobPoolImpl_MT::HandlePosted(PoolMsg& message)
 {
     if (message.type == PoolMsg::started)
         RefillRunQueue(); // before the handler, which may take its time or throw
-    std::optional<HeldJob> held;
-    if (message.type == PoolMsg::consult && message.job >= 0)
-        held.emplace(*this, HeldJob::asking);
+    std::optional<Held> held;
+    if (message.type == PoolMsg::consult)
+        held.emplace(Consultation::Of(message).ChainOfAsker());
     Handle(message);
 }
 

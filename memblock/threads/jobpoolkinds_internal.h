@@ -1,6 +1,7 @@
 #ifndef MEMBLOCK_THREADS_JOBPOOLKINDS_INTERNAL_H
 #define MEMBLOCK_THREADS_JOBPOOLKINDS_INTERNAL_H
 
+#include <memblock/threads/held_internal.h>
 #include <memblock/threads/jobpoolimpl.h>
 #include <memblock/threads/threadfifo_internal.h>
 
@@ -19,45 +20,20 @@ public:
     static void Dismiss(std::vector<PoolMsg> const& messages);
 
     DataItem TakeQuestion() { return std::move(value_); }
-    void Answer(DataItem answer); ///< the record is gone afterwards
+    Held* ChainOfAsker() const { return asker_; } ///< valid until the answer
+    void Answer(DataItem answer);                 ///< the record is gone afterwards
     DataItem WaitForAnswer();
 
 private:
     DataItem value_; // the question, then the answer
     bool done_ = false;
+    Held* const asker_ = Held::ChainOfThisThread();
     boost::mutex mutex_;
     boost::condition_variable_any condition_;
 };
 
 /// Make a value safe to leave its thread: nothing that it reaches is counted from elsewhere.
 void MakeIndependent(DataItem& value);
-
-/// A job that can't end before the current thread has returned to it: it runs on this thread, or
-/// waits for the answer of a handler that does.
-class HeldJob {
-public:
-    enum kind_t {
-        on_worker, ///< it runs, and posts to a waiting thread
-        here,      ///< it runs on the waiting thread
-        asking     ///< it waits for an answer
-    };
-    HeldJob(JobPoolImpl const& pool, kind_t kind) : pool_(pool), kind_(kind), outer_(innermost_)
-    {
-        innermost_ = this;
-    }
-    ~HeldJob() { innermost_ = outer_; }
-    HeldJob(HeldJob const&) = delete;
-    HeldJob& operator=(HeldJob const&) = delete;
-
-    static int Count(JobPoolImpl const& pool);
-    static bool RunsHere(JobPoolImpl const& pool); ///< a job of this pool is of that kind
-
-private:
-    static thread_local constinit HeldJob* innermost_;
-    JobPoolImpl const& pool_; // for comparison
-    kind_t const kind_;
-    HeldJob* const outer_;
-};
 
 /// Runs its jobs inside `Wait`, on the waiting thread.
 class JobPoolImpl_ST : public JobPoolImpl {
@@ -80,6 +56,7 @@ public:
 protected:
     JobPoolImpl_MT_base(bool continue_on_error, int threads);
     ~JobPoolImpl_MT_base() override;
+    void DoChangeBusyCount(int delta) override;
 
     friend class ThreadMgr;
     boost::mutex queue_mutex_;

@@ -67,7 +67,7 @@ void ThreadMgr::StopWorkers()
 {
     MainLock main(main_mutex_);
     stopping_ = true;
-    posted_.fetch_add(1, std::memory_order_release);
+    changes_.fetch_add(1, std::memory_order_release);
     wake_condition_.notify_all();
     for (auto* pool : pools_) // who waits has to run the jobs that are left
         pool->fifo_.Rouse();
@@ -141,7 +141,9 @@ void ThreadMgr::ChangeBlockedThreadCount(int delta)
         blocked_ -= delta > 0 ? delta : 0; // the operation doesn't begin
         throw;
     }
-    Signal_lk(1);
+    // A pool may have places again: also those have to look that are on their way to sleep.
+    changes_.fetch_add(1, std::memory_order_release);
+    Signal_lk(static_cast<std::size_t>(std::max(std::abs(delta), 1)));
 }
 
 void ThreadMgr::RegisterJobPool(JobPoolImpl_MT_base* pool)
@@ -181,7 +183,7 @@ void ThreadMgr::Post(JobPoolImpl_MT_base& pool, ThrMsg const* messages, std::siz
     }
     next_pool_ =
         static_cast<std::size_t>(std::find(pools_.begin(), pools_.end(), &pool) - pools_.begin());
-    posted_.fetch_add(1, std::memory_order_release);
+    changes_.fetch_add(1, std::memory_order_release);
     bool const all_asleep = idle_ > 0 && idle_ >= Working_lk();
     Signal_lk(count);
     main.unlock();
@@ -256,16 +258,16 @@ bool ThreadMgr::TakeJob_lk(JobPoolImpl_MT_base& pool, ThrMsg& message)
     return true;
 }
 
-/// Look out for new work before the sleep, without the lock. True if something was posted.
+/// Look out for new work before the sleep, without the lock. True if there may be some.
 bool ThreadMgr::SpinForJob(MainLock& main)
 {
     static thread_local Spinner spinner(64);
-    unsigned const seen = posted_.load(std::memory_order_relaxed);
-    auto const posted = [&] { return posted_.load(std::memory_order_acquire) != seen; };
+    unsigned const seen = changes_.load(std::memory_order_relaxed);
+    auto const changed = [&] { return changes_.load(std::memory_order_acquire) != seen; };
     main.unlock();
-    spinner.Until(posted);
+    spinner.Until(changed);
     LockSoon(main);
-    return posted();
+    return changed();
 }
 
 /// False if the worker has to end; the message says so then.

@@ -110,7 +110,7 @@ private:
     std::size_t next_pool_ = 0;
     boost::mutex wake_mutex_;
     boost::condition_variable_any wake_condition_; // waited on with main_mutex_
-    std::atomic<unsigned> posted_{0};              // written under main_mutex_
+    std::atomic<unsigned> changes_{0}; // of what workers look for; written under main_mutex_
     boost::mutex message_mutex_;
     std::deque<Message> messages_; // guarded by message_mutex_
     std::atomic<int> quiet_ms_{300'000};

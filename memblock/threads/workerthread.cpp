@@ -1,4 +1,5 @@
 #include <memblock/base/raise.h>
+#include <memblock/threads/held_internal.h>
 #include <memblock/threads/joblog_internal.h>
 #include <memblock/threads/jobpool.h>
 #include <memblock/threads/jobpoolkinds_internal.h>
@@ -14,7 +15,7 @@ void WorkerThread::Run(Job& job, JobPoolImpl& pool, bool here)
     LogJobs(7, "Worker thread: running task %d in job pool: %s", job.index_, pool);
     job.thread_id_ = GetCurrentThreadId();
     try {
-        HeldJob const held(pool, here ? HeldJob::here : HeldJob::on_worker);
+        Held const held(pool, here ? Held::job_here : Held::job_on_worker);
         PoolMsg message(PoolMsg::failed, job.index_);
         try {
             PoolMsg started(PoolMsg::started, job.index_);
