@@ -31,8 +31,9 @@ public:
     Job(Job const&) = delete;
     Job& operator=(Job const&) = delete;
 
-    /// Called when the job is queued for the workers, with the manager's lock held: be short, and
-    /// call nothing of a pool. What it throws is logged and goes no further.
+    /// Called when the job is queued for the workers, for one job of the process at a time: be
+    /// short, as other threads that queue jobs wait meanwhile. What it throws is logged and goes no
+    /// further.
     virtual void OnPosted();
     /// Do the work; runs on a worker. What it throws, of any type, becomes the job's failure.
     virtual DataItem Run() = 0;

@@ -42,7 +42,7 @@ private:
 };
 
 /// What a job throws here must not keep it, or those posted with it, out of the queue.
-void TellPosted(Job& job)
+void CallOnPosted(Job& job)
 {
     try {
         job.OnPosted();
@@ -57,7 +57,14 @@ ThreadMgr& ThreadMgr::Instance()
 {
     static auto& manager = *new ThreadMgr; // stays: see its destructor
     static struct AtEnd {
-        ~AtEnd() { manager.StopWorkers(); }
+        ~AtEnd()
+        {
+            boost::this_thread::disable_interruption const steady; // for the joins
+            try {
+                manager.StopWorkers();
+            } catch (...) { // for want of memory: workers that are not joined end with the process
+            }
+        }
     } const at_end;
     static_cast<void>(&at_end);
     return manager;
@@ -126,7 +133,7 @@ void ThreadMgr::AdjustThreadCount_lk()
             workers_.erase(place);
             throw;
         }
-        worker.release(); // it belongs to its thread now, see Reap
+        (void)worker.release(); // it belongs to its thread now, see Reap
         ++actual_;
     }
 }
@@ -171,11 +178,15 @@ void ThreadMgr::Post(JobPoolImpl_MT_base& pool, ThrMsg const& message)
 
 void ThreadMgr::Post(JobPoolImpl_MT_base& pool, ThrMsg const* messages, std::size_t count)
 {
+    {
+        boost::unique_lock<boost::recursive_mutex> posting(posting_mutex_, boost::defer_lock);
+        LockSoon(posting);
+        for (std::size_t i = 0; i < count; ++i)
+            if (messages[i].job)
+                CallOnPosted(*messages[i].job);
+    }
     MainLock main(main_mutex_, boost::defer_lock);
     LockSoon(main);
-    for (std::size_t i = 0; i < count; ++i)
-        if (messages[i].job)
-            TellPosted(*messages[i].job);
     {
         boost::unique_lock<boost::mutex> lock(pool.queue_mutex_, boost::defer_lock);
         LockSoon(lock);

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <boost/thread/condition_variable.hpp>
 #include <boost/thread/mutex.hpp>
+#include <boost/thread/recursive_mutex.hpp>
 #include <boost/thread/thread.hpp>
 #include <deque>
 #include <memory>
@@ -43,10 +44,10 @@ private:
 /// end by themselves after 300 quiet seconds. They stay in `actual` until they are reaped, but are
 /// not counted on: sleepers that wake together must not all find themselves in surplus.
 ///
-/// Lock order, outermost first: main mutex, a pool's run-queue mutex, wake mutex. A pool's abort
-/// mutex and its fifo's, the message mutex and a consultation's are leaves. Under none of them a
-/// job runs, a handler is called, a pool is released or a description is built; `Job::OnPosted`
-/// alone is called with the main mutex held.
+/// Lock order, outermost first: posting mutex, main mutex, a pool's run-queue mutex, wake mutex. A
+/// pool's abort mutex and its fifo's, the message mutex and a consultation's are leaves. Under none
+/// of them a job runs, a handler is called, a pool is released or a description is built;
+/// `Job::OnPosted` alone is called with the posting mutex held.
 class MEMBLOCK_API ThreadMgr {
 public:
     static ThreadMgr& Instance();
@@ -98,6 +99,9 @@ private:
     /// Workers that run, sleep or are about to.
     int Working_lk() const { return actual_ - ended_ - blocked_; }
 
+    // Calls of OnPosted come one at a time. A mutex of its own, as such a call may end the program,
+    // and recursive, as static destructors of its thread then may add jobs and post them.
+    boost::recursive_mutex posting_mutex_;
     boost::mutex main_mutex_;
     std::set<WorkerThread*> workers_;   // this and the next guarded by main_mutex_
     int desired_ = 0;                   // running workers to have

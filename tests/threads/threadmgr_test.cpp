@@ -271,6 +271,26 @@ TEST(ThreadMgrExitDeathTest, AJobMayCallExit)
             pool.Wait();
         },
         testing::ExitedWithCode(0), "");
+    struct Leaving : Task {
+        using Task::Task;
+        void OnPosted() override { std::exit(0); }
+    };
+    EXPECT_EXIT(
+        {
+            alarm(5);
+            Threads const threads(2);
+            static JobPool pool;
+            static struct AtEnd { // runs before the manager's end
+                ~AtEnd()
+                {
+                    JobPool late;
+                    Add(late, [](Task&) { return DataItem(); });
+                    late.Wait();
+                }
+            } const at_end;
+            pool.AddNewJob(new Leaving([](Task&) { return DataItem(); }));
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 TEST(ThreadMgrExitDeathTest, OtherThreadsMayGoOnWithPoolsWhileTheProcessEnds)
