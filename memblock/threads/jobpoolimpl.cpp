@@ -2,11 +2,15 @@
 
 #include <memblock/base/number.h>
 #include <memblock/base/raise.h>
+#include <memblock/threads/consultation_internal.h>
+#include <memblock/threads/held_internal.h>
 #include <memblock/threads/joblog_internal.h>
 #include <memblock/threads/jobpool.h>
-#include <memblock/threads/jobpoolkinds_internal.h>
+#include <memblock/threads/localpool_internal.h>
 #include <memblock/threads/mutex.h>
+#include <memblock/threads/threadedpool_internal.h>
 #include <memblock/threads/threadmgr.h>
+#include <memblock/threads/workerthread.h>
 
 #include <algorithm>
 #include <atomic>

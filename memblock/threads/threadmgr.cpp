@@ -4,11 +4,13 @@
 #include <memblock/serial/warning.h>
 #include <memblock/threads/joblog_internal.h>
 #include <memblock/threads/jobpool.h>
-#include <memblock/threads/jobpoolkinds_internal.h>
 #include <memblock/threads/spinner_internal.h>
+#include <memblock/threads/threadedpool_internal.h>
 
 #include <algorithm>
 #include <boost/date_time/posix_time/posix_time_types.hpp>
+#include <cstdlib>
+#include <memory>
 #include <thread>
 #include <unistd.h>
 #include <utility>

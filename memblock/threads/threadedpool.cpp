@@ -1,10 +1,9 @@
-#include <memblock/threads/jobpoolkinds_internal.h>
+#include <memblock/threads/threadedpool_internal.h>
 
-#include <memblock/base/raise.h>
-#include <memblock/core/memblock_internal.h>
+#include <memblock/threads/consultation_internal.h>
+#include <memblock/threads/held_internal.h>
 #include <memblock/threads/joblog_internal.h>
 #include <memblock/threads/jobpool.h>
-#include <memblock/threads/mutex.h>
 #include <memblock/threads/threadmgr.h>
 
 #include <algorithm>
@@ -13,82 +12,6 @@
 #include <utility>
 
 namespace NKelmic {
-
-void MakeIndependent(DataItem& value)
-{
-    if (value.GetType() != it_memblock && value.GetType() != it_sharable)
-        return;
-    value.MakeCopy();
-    if (value.GetType() == it_memblock)
-        if (auto& block = value.MemoryRef())
-            MakeIndependent(*block); // a private object may still hold shared ones
-}
-
-Consultation::Consultation(DataItem& question)
-{
-    value_.swap(question);
-    MakeIndependent(value_);
-}
-
-Consultation& Consultation::Of(PoolMsg const& message)
-{
-    return *static_cast<Consultation*>(message.value.GetPointer());
-}
-
-void Consultation::Dismiss(std::vector<PoolMsg> const& messages)
-{
-    for (auto const& message : messages)
-        if (message.type == PoolMsg::consult)
-            Of(message).Answer({});
-}
-
-void Consultation::Answer(DataItem answer)
-{
-    boost::mutex::scoped_lock const lock(mutex_);
-    value_ = std::move(answer);
-    done_ = true;
-    condition_.notify_all(); // under the lock: who asked takes it before the record goes
-}
-
-DataItem Consultation::WaitForAnswer()
-{
-    // Not to be interrupted: the record has to stay until it is answered.
-    boost::this_thread::disable_interruption const steady;
-    boost::unique_lock<boost::mutex> lock(mutex_);
-    condition_.wait(lock, [this] { return done_; });
-    return std::move(value_);
-}
-
-void JobPoolImpl_ST::DoAddJob(Job* job)
-{
-    JobPoolImpl::DoAddJob(job);
-    jobs_.push_back(job);
-}
-
-void JobPoolImpl_ST::DoNotifyAborted()
-{
-    for (auto* job : std::exchange(jobs_, {}))
-        DeleteJob(job);
-}
-
-int JobPoolImpl_ST::DoWait(int, JobPool& pool)
-{
-    while (!pool.Finished() && !IsAborted()) {
-        if (HandleKept())
-            continue;
-        if (jobs_.empty()) // a job waits itself
-            break;
-        Job& job = *jobs_.front();
-        jobs_.pop_front();
-        RunHere(job);
-    }
-    return Unfinished(); // not the length of the queue: an abort may have emptied it
-}
-
-void JobPoolImpl_ST::DoPostPoolMessage(PoolMsg& message)
-{
-    HandleFromHere(message);
-}
 
 JobPoolImpl_MT_base::JobPoolImpl_MT_base(bool continue_on_error, int threads)
     : JobPoolImpl(continue_on_error), maxbusy_(threads), threads_(threads)

@@ -1,52 +1,14 @@
-#ifndef MEMBLOCK_THREADS_JOBPOOLKINDS_INTERNAL_H
-#define MEMBLOCK_THREADS_JOBPOOLKINDS_INTERNAL_H
+#ifndef MEMBLOCK_THREADS_THREADEDPOOL_INTERNAL_H
+#define MEMBLOCK_THREADS_THREADEDPOOL_INTERNAL_H
 
-#include <memblock/threads/held_internal.h>
 #include <memblock/threads/jobpoolimpl.h>
 #include <memblock/threads/threadfifo_internal.h>
 
-#include <boost/thread/condition_variable.hpp>
+#include <boost/thread/mutex.hpp>
 #include <deque>
+#include <vector>
 
 namespace NKelmic {
-
-/// A question on the stack of the thread that asks. It doesn't leave before it is answered.
-class Consultation {
-public:
-    explicit Consultation(DataItem& question);
-
-    static Consultation& Of(PoolMsg const& message);
-    /// Answer with undefined what no handler will answer.
-    static void Dismiss(std::vector<PoolMsg> const& messages);
-
-    DataItem TakeQuestion() { return std::move(value_); }
-    Held* ChainOfAsker() const { return asker_; } ///< valid until the answer
-    void Answer(DataItem answer);                 ///< the record is gone afterwards
-    DataItem WaitForAnswer();
-
-private:
-    DataItem value_; // the question, then the answer
-    bool done_ = false;
-    Held* const asker_ = Held::ChainOfThisThread();
-    boost::mutex mutex_;
-    boost::condition_variable_any condition_;
-};
-
-/// Make a value safe to leave its thread: nothing that it reaches is counted from elsewhere.
-void MakeIndependent(DataItem& value);
-
-/// Runs its jobs inside `Wait`, on the waiting thread.
-class JobPoolImpl_ST : public JobPoolImpl {
-public:
-    explicit JobPoolImpl_ST(bool continue_on_error) : JobPoolImpl(continue_on_error) {}
-    void DoAddJob(Job* job) override;
-    void DoNotifyAborted() override;
-    int DoWait(int timeout_s, JobPool& pool) override;
-    void DoPostPoolMessage(PoolMsg& message) override;
-
-private:
-    std::deque<Job*> jobs_;
-};
 
 /// What the manager knows of a pool: its run queue, and how many of its jobs may run at a time.
 class JobPoolImpl_MT_base : public JobPoolImpl {
@@ -109,4 +71,4 @@ public:
 
 } // namespace NKelmic
 
-#endif // MEMBLOCK_THREADS_JOBPOOLKINDS_INTERNAL_H
+#endif // MEMBLOCK_THREADS_THREADEDPOOL_INTERNAL_H
