@@ -76,7 +76,7 @@ bool IsWordChar(char c)
     return IsLetter(c) || IsDigit(c) || c == '_';
 }
 
-/// Read a text that is a number as `is_numeric` tells it.
+/// Read a text that is a number by the rules of `is_numeric`.
 std::optional<detail::numeric_t> WholeNumber(safestring const& text)
 {
     char const* start = text.c_str();
@@ -250,7 +250,7 @@ char const* extract_morvane_constant(char const* text, numeric_t& out)
         return std::strlen(name) == length && safestring_traits::compare(text, name, length) == 0;
     };
     if (is("oo")) {
-        // Settled: the greatest int stands for infinity in the whole system.
+        // Settled: the greatest int means infinity in the whole system.
         out.kind = numeric_t::integer;
         out.u = std::numeric_limits<int>::max();
     } else if (is("pi"))

@@ -10,7 +10,7 @@ void MakeIndependent(DataItem& value)
 {
     if (value.GetType() != it_memblock && value.GetType() != it_sharable)
         return;
-    value.MakeCopy();
+    value.MakeCopy(); // numbers and texts are owned by the item, only objects are shared
     if (value.GetType() == it_memblock)
         if (auto& block = value.MemoryRef())
             MakeIndependent(*block); // a private object may still hold shared ones
@@ -39,7 +39,8 @@ void Consultation::Answer(DataItem answer)
     boost::mutex::scoped_lock const lock(mutex_);
     value_ = std::move(answer);
     done_ = true;
-    condition_.notify_all(); // under the lock: who asked takes it before the record goes
+    // Under the lock: the asking thread takes it before it destroys this record.
+    condition_.notify_all();
 }
 
 DataItem Consultation::WaitForAnswer()

@@ -57,6 +57,7 @@ JobPool::JobPool(bool continue_on_error, bool headless)
 {
     int cores = 0, desired = 0, busy = 0, threads = 0;
     JobPoolImpl::GetInfo(cores, desired, busy, threads);
+    // The default is one worker for each processor; Create knows what overrides it.
     impl_ = JobPoolImpl::Create(continue_on_error, threads, headless);
 }
 
@@ -67,11 +68,12 @@ JobPool::~JobPool()
 
 ThreadSharablePointer<ThreadSharable> JobPool::DoClone() const
 {
-    return const_cast<JobPool*>(this);
+    return const_cast<JobPool*>(this); // a copy of a value that holds a pool means the same pool
 }
 
 ThreadSharablePointer<JobPoolImpl> JobPool::Impl() const
 {
+    // Any thread may abort or ask: a copy keeps the implementation while it is used.
     boost::mutex::scoped_lock const lock(mutex_);
     return impl_;
 }
@@ -133,6 +135,7 @@ void JobPool::Notify(int code, DataItem& value)
 
 DataItem JobPool::Consult(int code, DataItem& value)
 {
+    // The creator is the thread that would answer: waiting for itself it would wait for ever.
     auto const impl = Impl();
     return impl->IsCreatorThread() ? HandleConsult(-1, code, value)
                                    : impl->Consult(-1, code, value);

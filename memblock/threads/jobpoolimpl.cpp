@@ -65,10 +65,12 @@ ThreadSharablePointer<JobPoolImpl> JobPoolImpl::Create(bool continue_on_error, i
                    "context.");
         return new JobPoolImpl_ST(continue_on_error);
     }
-    if (ThreadMgr::Instance().HasEnded()) {
+    if (ThreadMgr::Instance().HasEnded()) { // no worker would ever take its jobs
         LogJobs(7, "Creating a single-threaded JobPool, because the program is ending.");
         return new JobPoolImpl_ST(continue_on_error);
     }
+    // Inside a job that a waiting thread runs. Its inner pools must not depend on workers, which
+    // may all wait for this thread. A headless pool is not waited for, so it can have workers.
     if (!headless && Held::IsInsideJob()) {
         LogJobs(7, "Creating a single-threaded JobPool, because running inside a job.");
         return new JobPoolImpl_ST(continue_on_error);
@@ -117,7 +119,7 @@ void JobPoolImpl::DoAbandon()
 int JobPoolImpl::AddJob(Job* job)
 {
     ThrowIfAborted_mt();
-    job->pool_ = this;
+    job->pool_ = this; // first: a worker may run the job before DoAddJob returns
     DoAddJob(job);
     return GetJobCount() - 1;
 }
@@ -133,13 +135,13 @@ void JobPoolImpl::DoAddJob(Job* job)
 int JobPoolImpl::Wait(int timeout_s, JobPool& pool)
 {
     ThrowIfAborted_mt();
-    struct Waiting { // a handler may wait again, also for a pool of its own
+    struct Waiting { // a handler may wait again, and this call goes on afterwards
         JobPool*& place;
         JobPool* const before;
         ~Waiting() { place = before; }
     } const waiting{waiting_, waiting_};
     waiting_ = &pool;
-    RaiseThrown(); // one a Wait, as with workers
+    RaiseThrown(); // one for each Wait, as for messages of workers
     int const left = DoWait(timeout_s, pool);
     RaiseThrown(); // of a handler that a notification of the pool itself called
     return left;
@@ -153,7 +155,7 @@ void JobPoolImpl::Abort(safestring const& message)
         if (!message.empty())
             abort_message_ = message;
     }
-    DoWakeWaiter();
+    DoWakeWaiter(); // outside of the lock, which is a leaf
 }
 
 bool JobPoolImpl::IsAborted() const
@@ -165,12 +167,12 @@ void JobPoolImpl::ThrowIfAborted_mt()
 {
     if (!IsAborted())
         return;
-    if (IsCreatorThread())
+    if (IsCreatorThread()) // jobs are destroyed where they were made
         DoNotifyAborted();
     boost::unique_lock<boost::mutex> lock(abort_mutex_);
     safestring const message = abort_message_;
     lock.unlock();
-    Raise(err_notify, "%s", message);
+    Raise(err_notify, "%s", message); // without the lock: it is logged, and a sink may use the pool
 }
 
 void JobPoolImpl::SetResult(bool ok, int job, DataItem& value)
@@ -232,7 +234,9 @@ void JobPoolImpl::Handle(PoolMsg& message)
 
 void JobPoolImpl::HandleFromHere(PoolMsg& message)
 {
-    bool const asks = message.type == PoolMsg::consult; // and can't wait for the next Wait
+    // A question can't be kept for the next Wait: the job needs its answer to go on. What was kept
+    // before it comes first, so that handlers see the messages of the job in order.
+    bool const asks = message.type == PoolMsg::consult;
     while (asks && !kept_.empty()) {
         PoolMsg earlier = std::move(kept_.front());
         kept_.pop_front();
@@ -291,7 +295,7 @@ void JobPoolImpl::AnswerConsultation(PoolMsg& message)
             given = waiting_->HandleConsult(message.job, message.code, question);
         MakeIndependent(given);
         answer = std::move(given); // what is left here may wait in its destructor: not later
-    } catch (...) {                // who asked must not wait for ever
+    } catch (...) {                // the asking thread must not wait for ever
         asked.Answer({});
         throw;
     }
@@ -302,7 +306,8 @@ void JobPoolImpl::NotifyJobPoolDestroyed()
 {
     Abort(safestring());
     DoAbandon();
-    // Callers may share what the results refer to, and this object may end on a worker.
+    // Counts of objects have no lock. The caller may hold objects of the results, and the last job
+    // may destroy this object on a worker: so the results go here, on the caller's thread.
     std::vector<DataItem>().swap(results_);
     statuses_.clear();
     kept_.clear();
@@ -321,7 +326,7 @@ DataItem JobPoolImpl::Consult(int job, int code, DataItem& value)
     Consultation asked(value);
     PoolMsg message(PoolMsg::consult, job);
     message.code = code;
-    message.value = DataItem(static_cast<void*>(&asked));
+    message.value = DataItem(static_cast<void*>(&asked)); // stays here until it is answered
     PostPoolMessage(message);
     return asked.WaitForAnswer();
 }
@@ -333,7 +338,7 @@ bool JobPoolImpl::IsCreatorThread() const
 
 int JobPoolImpl::GetJobStatus(int index) const
 {
-    auto const i = static_cast<unsigned>(index);
+    auto const i = static_cast<unsigned>(index); // a negative index is a large one
     return i < statuses_.size() ? statuses_[i] : status_unknown;
 }
 

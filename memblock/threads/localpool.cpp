@@ -14,6 +14,7 @@ void JobPoolImpl_ST::DoAddJob(Job* job)
 
 void JobPoolImpl_ST::DoNotifyAborted()
 {
+    // The queue is empty before the first destructor runs: it may call this pool.
     for (auto* job : std::exchange(jobs_, {}))
         DeleteJob(job);
 }
@@ -23,10 +24,10 @@ int JobPoolImpl_ST::DoWait(int, JobPool& pool)
     while (!pool.Finished() && !IsAborted()) {
         if (HandleKept())
             continue;
-        if (jobs_.empty()) // a job waits itself
+        if (jobs_.empty()) // those that are left run further up on this stack
             break;
         Job& job = *jobs_.front();
-        jobs_.pop_front();
+        jobs_.pop_front(); // first: the job may wait for this pool, which runs the next one
         RunHere(job);
     }
     return Unfinished(); // not the length of the queue: an abort may have emptied it
