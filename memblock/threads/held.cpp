@@ -26,6 +26,8 @@ int Held::CountJobs(JobPoolImpl const& pool)
     return count;
 }
 
+// This and the next function look at this thread alone: what another thread holds does not run
+// on this one.
 bool Held::IsInsideJob()
 {
     for (Held const* held = innermost_; held; held = held->outer_)

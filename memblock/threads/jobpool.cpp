@@ -114,7 +114,7 @@ int JobPool::Wait(int timeout_s)
 
 void JobPool::Wait()
 {
-    if (Wait(0x7FFFFFFF) > 0)
+    if (Wait(0x7FFFFFFF) > 0) // sleeps without a limit
         Raise(err_notify, "JobPool: some jobs did not complete.");
 }
 
@@ -173,6 +173,7 @@ void JobPool::SetCurrentThreadRunningAsWorker(bool on)
 
 JobPool::BlockingOperation::BlockingOperation() : was_worker_(IsCurrentThreadRunningAsWorker())
 {
+    // Other threads are not counted, so nothing has to take their place.
     if (!was_worker_)
         return;
     LogJobs(7, "Worker thread blocking in a wait operation");

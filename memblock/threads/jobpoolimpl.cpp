@@ -94,6 +94,7 @@ void JobPoolImpl::GetInfo(int& cores, int& desired, int& busy, int& threads)
     ThreadMgr::Instance().GetInfo(cores, desired, busy, threads);
 }
 
+// The serial names the pool in the items of threads, which outlive it: an address may come again.
 JobPoolImpl::JobPoolImpl(bool continue_on_error)
     : continue_on_error_(continue_on_error), serial_(++last_serial),
       creator_thread_(GetCurrentThreadId())
@@ -201,7 +202,7 @@ void JobPoolImpl::SetResult(bool ok, int job, DataItem& value)
 
 void JobPoolImpl::NotifyJobStarted(int job)
 {
-    DataItem nothing;
+    DataItem nothing; // an item of its own for each call: handlers may write to it
     HandleNotifyOfWaiting(job, jp_notify_started, nothing);
 }
 

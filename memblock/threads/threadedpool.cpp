@@ -48,7 +48,7 @@ void JobPoolImpl_MT::DoAddJob(Job* job)
     boost::unique_lock<boost::mutex> lock(queue_mutex_, boost::defer_lock);
     LockSoon(lock);
     // A short run queue lets pools that come later get their turn, and an abort finds most jobs in
-    // prewait_, which no other thread touches. Twice the threads keeps each worker supplied until
+    // prewait_, from which no worker takes any. Twice the threads keeps each worker supplied until
     // the waiting thread refills the queue.
     bool const room = run_queue_.size() < 2 * static_cast<std::size_t>(threads_);
     lock.unlock();
