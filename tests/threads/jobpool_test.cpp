@@ -441,14 +441,17 @@ TEST(JobPool, TheJobsOfAnAbortedPoolAreDroppedByItsCreator)
 {
     ASSERT_TRUE(NoneLeft());
     Threads const threads(1);
-    std::atomic<bool> open{false};
+    std::atomic<bool> started{false}, open{false};
     {
         Pool pool;
         for (int i = 0; i < 20; ++i)
             pool.Add([&](Task&) {
+                started = true;
                 WaitUntil([&] { return open.load(); });
                 return DataItem();
             });
+        WaitUntil(
+            [&] { return started.load(); }); // a worker that comes later ends its jobs at once
         boost::thread([&] {
             pool.Abort("stopped");
             pool.Abort(""); // leaves the message
