@@ -4,8 +4,7 @@
 #include <memblock/base/number.h>
 #include <memblock/core/memblock_internal.h>
 #include <memblock/core/subitem_internal.h>
-#include <memblock/imaging/image.h>
-#include <memblock/imaging/intervalparts_internal.h>
+#include <memblock/imaging/intervaldraw_internal.h>
 #include <memblock/imaging/shape_internal.h>
 #include <memblock/imaging/targetdata_internal.h>
 #include <memblock/vector/summary.h>

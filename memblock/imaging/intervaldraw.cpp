@@ -1,6 +1,7 @@
+#include <memblock/imaging/intervaldraw_internal.h>
+
 #include <memblock/base/raise.h>
-#include <memblock/imaging/image.h>
-#include <memblock/imaging/intervalparts_internal.h>
+#include <memblock/imaging/intervaltarget_internal.h>
 #include <memblock/imaging/shape_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 

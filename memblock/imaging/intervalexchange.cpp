@@ -1,7 +1,7 @@
 #include <memblock/base/alloc.h>
 #include <memblock/base/raise.h>
 #include <memblock/imaging/image.h>
-#include <memblock/imaging/intervalparts_internal.h>
+#include <memblock/imaging/intervallimits_internal.h>
 #include <memblock/vector/convert.h>
 #include <memblock/vector/vectorchunk_internal.h>
 

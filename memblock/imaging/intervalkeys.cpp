@@ -4,7 +4,7 @@
 #include <memblock/core/memblock_internal.h>
 #include <memblock/core/visitor.h>
 #include <memblock/imaging/image.h>
-#include <memblock/imaging/intervalparts_internal.h>
+#include <memblock/imaging/intervallimits_internal.h>
 #include <memblock/imaging/targetdata_internal.h>
 #include <memblock/vector/convert.h>
 #include <memblock/vector/vectorchunk_internal.h>
@@ -113,7 +113,7 @@ bool SetInnerIndexArray(IntervalVector& v, SafeValue const& value, ThrowHandlerF
     }
     IntervalVector* layer = &v;
     while (Layer(layer->Target()))
-        layer = Layer(IntervalParts::OwnTarget(*layer));
+        layer = Layer(layer->OwnTarget());
     if (!PixelList(layer->Target())) {
         Report(handler, err_kind,
                "Cannot set as inner_index_array, does not match current IntervalVector structure: "
@@ -123,7 +123,7 @@ bool SetInnerIndexArray(IntervalVector& v, SafeValue const& value, ThrowHandlerF
     }
     if (!pixels.Conforms("indexvector"))
         ThrowAssertException(__FILE__, __LINE__, "v.Conforms(\"indexvector\")");
-    IntervalParts::ReplaceTarget(*layer, pixels);
+    layer->ReplaceTarget(pixels);
     v.UpdateType();
     v.ContentHasBeenChanged();
     return true;
@@ -137,7 +137,7 @@ bool SetInnerVector(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc 
         return false;
     IntervalVector* layer = &v;
     while (Layer(layer->Target()))
-        layer = Layer(IntervalParts::OwnTarget(*layer));
+        layer = Layer(layer->OwnTarget());
     layer->SetTarget(vector);
     v.UpdateType();
     v.ContentHasBeenChanged();
@@ -194,7 +194,7 @@ IndexVector::TargetData ShapeOf(Vector const& vector)
 /// The innermost index vector, or null after a report.
 DerivedPointer<IndexVector> FinalTarget(IntervalVector& v, ThrowHandlerFunc handler)
 {
-    auto const final = IntervalParts::OwnFinalTarget(v);
+    auto const final = OwnFinalTarget(v);
     if (!final)
         Report(handler, err_kind, "Setting target_data: no IndexVector object here: %s", v);
     return final;
@@ -307,25 +307,23 @@ bool IntervalVector::Entertain(MemBlockVisitor& v, safestring const& path, enter
     }
     if (Target_ && !EntertainChild(Target_, v, TraverseNode(node, "target").Path(), mode))
         return false;
-    return !EndArray_ ||
-           IntervalParts::EntertainEnds(*this, v, TraverseNode(node, "endarray").Path(), mode);
+    return !EndArray_ || EntertainEnds(v, TraverseNode(node, "endarray").Path(), mode);
 }
 
-bool IntervalParts::EntertainEnds(IntervalVector& v, MemBlockVisitor& visitor,
-                                  safestring const& path, MemBlock::entertainmode_t mode)
+bool IntervalVector::EntertainEnds(MemBlockVisitor& visitor, safestring const& path,
+                                   entertainmode_t mode)
 {
-    auto const fits = [&v](PMemBlock const& object) {
+    auto const fits = [this](PMemBlock const& object) {
         Vector const* const ends = MemCast<Vector>(object);
-        return ends && ends->ElemType() == Vector::UnsignedInt &&
-               ends->Length() == v.IntervalCount_;
+        return ends && ends->ElemType() == UnsignedInt && ends->Length() == IntervalCount_;
     };
-    PMemBlock const before = v.EndArray_->Clone(true); // shares the array until it is written
-    bool const go_on = v.EntertainChild(v.EndArray_, visitor, path, mode);
+    PMemBlock const before = EndArray_->Clone(true); // shares the array until it is written
+    bool const go_on = EntertainChild(EndArray_, visitor, path, mode);
     // A visitor may leave anything in this place, which is taken only if it can be an array of
     // ends; or nothing, where it has packed the limits.
-    bool const still_apart = v.Length() == v.IntervalCount_;
-    if (still_apart && !fits(v.EndArray_) && fits(before))
-        v.EndArray_ = before;
+    bool const still_apart = Length() == IntervalCount_;
+    if (still_apart && !fits(EndArray_) && fits(before))
+        EndArray_ = before;
     return go_on;
 }
 

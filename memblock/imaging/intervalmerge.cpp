@@ -1,7 +1,7 @@
 #include <memblock/base/alloc.h>
 #include <memblock/base/raise.h>
 #include <memblock/imaging/image.h>
-#include <memblock/imaging/intervalparts_internal.h>
+#include <memblock/imaging/intervallimits_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
 #include <cstdio>
@@ -38,7 +38,7 @@ DerivedPointer<Vector> IntervalVector::MergedVector() const
         return values.CloneSlice(0, 0);
     if (!intervals.Tile()) {
         DerivedPointer<Vector> const merged(values.Clone(true));
-        merged->SetTypedChunk(IntervalParts::Gather(values, intervals));
+        merged->SetTypedChunk(ElementsOf(values, intervals));
         return merged;
     }
     unsigned int const from = intervals.From(0), to = intervals.To(intervals.Count() - 1);
@@ -127,7 +127,7 @@ void unpack_three_layer_const(DerivedPointer<IntervalVector> const& v, unsigned 
     outer = zones.StartAndEnd(0, false, true, nullptr);
     // Packing may have put another layer there; one that others hold stays as they know it.
     if (Layer(zones.Target())->HasEndArray())
-        IntervalParts::OwnTarget(const_cast<IntervalVector&>(zones));
+        const_cast<IntervalVector&>(zones).OwnTarget();
     IntervalVector const& middle = *Layer(zones.Target());
     medium = middle.StartAndEnd(0, false, true, nullptr);
     inner = std::as_const(*PixelList(middle.Target())).UnsignedIntPointer();
@@ -231,7 +231,7 @@ void IntervalVector::Append(DerivedPointer<Vector> v)
     auto const target =
         JoinedTargets(*MemCast<Vector>(Target_), last, *MemCast<Vector>(behind->Target()),
                       other.From(0), other.To(other.Count() - 1));
-    IntervalParts::Install(*this, JoinedLimits(mine, other, last), target);
+    Commit(JoinedLimits(mine, other, last), PMemBlock(), target);
 }
 
 } // namespace NKelmic

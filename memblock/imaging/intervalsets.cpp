@@ -1,7 +1,7 @@
 #include <memblock/base/raise.h>
 #include <memblock/core/options.h>
 #include <memblock/imaging/image.h>
-#include <memblock/imaging/intervalparts_internal.h>
+#include <memblock/imaging/intervallimits_internal.h>
 #include <memblock/imaging/setops_kernels.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
@@ -265,13 +265,6 @@ PMemBlock PointOp(char op, IntervalVector const& v, PMemBlock rhs, op_options co
 }
 
 } // namespace
-
-DerivedPointer<IndexVector> OpenIndexVector(unsigned long n, IndexVector::TargetData const& target)
-{
-    auto indices = IndexVector::Create(0, target);
-    indices->SetTypedChunk(OpenChunk(n, DataTypeBase::UnsignedInt));
-    return indices;
-}
 
 int intvecop(char op, int const* a, int na, int const* b, int nb, int* out, int* worka, int* workb)
 {

@@ -158,6 +158,11 @@ public:
     PMemBlock const& Target() const { return Target_; }
     /// Throws, with nothing changed: "Target too short (%d), must be >=%d: %s".
     void SetTarget(DerivedPointer<Vector>);
+    /// The same for a target that may be too short by now: keys bring a structure piece by piece,
+    /// and its limits may come first. Throws, with nothing changed, as `DetectType` does.
+    void ReplaceTarget(PMemBlock const& target);
+    /// The target to be written to: made private first, so that its other owners keep theirs.
+    DerivedPointer<Vector> OwnTarget();
     /// Throws: 512 "IndexVector::IndexVectorTarget(): Target of is not an indexvector: " with the
     /// description. Settled: the gap in the text is part of it.
     DerivedPointer<IndexVector> IndexVectorTarget();
@@ -205,9 +210,23 @@ protected:
     safestring DoGetDescription() const override;
     /// Intervals `from` up to, not including, `to`, over the same target.
     DerivedPointer<Vector> DoCloneSlice(unsigned int from, unsigned int to) const override;
+    /// Put limits and a target in place of the present ones: the last step of each change.
+    ///
+    /// starts: with null `ends` the limits of the contiguous form, otherwise a start an interval.
+    /// ends: a vector of as many unsigned int. Nothing is checked. Fails only for lack of memory,
+    /// with nothing changed.
+    void Commit(TypedChunk const& starts, PMemBlock ends, PMemBlock target);
 
 private:
-    friend struct IntervalParts; // the sources of this class share their inner tools there
+    /// The hook by which an edit of elements, in `Vector`, commits what it did to packed limits.
+    friend void TakePacked(Vector& v, Vector const& packed);
+
+    /// The start of interval k; for k = `IntervalCount()` the limit behind the last interval.
+    unsigned int LimitAt(unsigned int k) const;
+    /// The ends of intervals `from` up to `to`, as `EndArray_` holds them.
+    PMemBlock EndsOf(unsigned int from, unsigned int to) const;
+    /// Offer the array of ends as a child.
+    bool EntertainEnds(MemBlockVisitor&, safestring const& path, entertainmode_t);
 
     unsigned int IntervalCount_ = 0;
     PMemBlock EndArray_; // unsigned int elements, as many as intervals; null: contiguous
