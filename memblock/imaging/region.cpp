@@ -8,6 +8,7 @@
 #include <memblock/imaging/image.h>
 #include <memblock/imaging/intervalvector.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace NKelmic {
@@ -51,7 +52,7 @@ DerivedPointer<IndexVector> RegionBase::GetVectorRepr() const
         Image const* const image = MemCast<Image>(image_);
         if (!image) // a visitor has taken both forms away
             Raise(err_state, "No representation stored: %s", *this);
-        vector_ = MakeVector(*image);
+        vector_ = Kind().trace(*image);
     }
     return DerivedPointer<IndexVector>(vector_);
 }
@@ -60,13 +61,22 @@ IndexVector::TargetData RegionBase::GetTargetData() const
 {
     IndexVector::TargetData target;
     if (IndexVector const* const vector = MemCast<IndexVector>(vector_)) {
-        if (auto const pixels = PixelsOf(*vector))
+        if (auto const pixels = Kind().pixels_of(*vector))
             target = cref(pixels).GetTargetData();
     } else if (Image const* const image = MemCast<Image>(image_)) {
         target.descr = image->GetDescription();
         target.dims = {image->width(), image->height()};
     }
     return target;
+}
+
+void RegionBase::SetContent_(PMemBlock content)
+{
+    if (MemCast<Image>(content))
+        return TakeImage(std::move(content), Kind().image_type);
+    // The argument keeps the object until the end: a vector that is handed over with its last
+    // pointer becomes the form as it is.
+    TakeVector(Kind().vector_of(content));
 }
 
 void RegionBase::TakeImage(PMemBlock image, int lg_type)
@@ -89,12 +99,12 @@ void RegionBase::TakeVector(PMemBlock vector)
 
 // ---- Walks
 
-// Settled: a walk that starts here passes through to the form that stands for the object. One that
+// Settled: a walk that starts here passes through to the current form. One that
 // has visited the region itself gets the forms that are stored, each in its place.
 bool RegionBase::Entertain(MemBlockVisitor& v, safestring const& path, entertainmode_t mode)
 {
     if (mode != em_no_self && mode != em_traverse)
-        return !Standing() || Standing()->Entertain(v, path, mode);
+        return !Current() || Current()->Entertain(v, path, mode);
     KeepAlive const alive(*this);
     if (!MemBlock::Entertain(v, path, mode))
         return false;
@@ -104,25 +114,25 @@ bool RegionBase::Entertain(MemBlockVisitor& v, safestring const& path, entertain
     return !image_ || EntertainChild(image_, v, TraverseNode(node, "image").Path(), mode);
 }
 
-// ---- Forwarded to the form that stands for the object
+// ---- Forwarded to the current form
 
 void RegionBase::DoSerialize(int format, SerializeVisitor& v, safestring const& path,
                              Formatter const& formatter, safestring& output) const
 {
-    if (Standing())
-        Standing()->Serialize(format, v, path, formatter, output);
+    if (Current())
+        Current()->Serialize(format, v, path, formatter, output);
 }
 
 bool RegionBase::DoSetSubItem(safestring const& key, SafeValue const& value, safestring const&,
                               ThrowHandlerFunc handler)
 {
-    if (!Standing()) {
+    if (!Current()) {
         Report(handler, err_kind, "Cannot set item \"%s\" (%s) in a %s object.", key, value,
                Class());
         return false;
     }
-    MakeExclusive(Standing()); // a form that was handed in may have other owners
-    if (!Standing()->SetSubItem(key, value, handler))
+    MakeExclusive(Current()); // a form that was handed in may have other owners
+    if (!Current()->SetSubItem(key, value, handler))
         return false;
     ContentHasBeenChanged();
     return true;
@@ -145,12 +155,12 @@ PMemBlock RegionBase::ConvertFrom(PMemBlock source, ConvertOptions const& option
     auto const* region = dynamic_cast<RegionBase const*>(source.Pointer());
     if (region && !SameName(region->Class(), Class()))
         region = nullptr;
-    if (!region && !IsSource(source))
+    if (!region && !MemCast<Image>(source) && !Kind().is_vector(source))
         return {};
     DerivedPointer<RegionBase> made;
     if (!region) {
-        made = New();
-        made->Take(std::move(source));
+        made = Kind().create();
+        made->SetContent_(std::move(source));
         region = made.Pointer();
     }
     safestring const form = options.GetValue(representation, DataItem("vector")).GetString();
@@ -179,8 +189,8 @@ DataItem RegionBase::ResolveSubItem(safestring const& key, ThrowHandlerFunc hand
     if (auto const* const row = region_keys.Find(key))
         return ReadKey(*row, *this, handler);
     if (key.empty() || key == "!")
-        return DataItem(Told().keys + MemBlock::ResolveSubItem(key, handler).GetString());
-    bool const of_list = AnyKeyOfList(safestring(Told().keys), [&](KeyListEntry const& entry) {
+        return DataItem(Kind().keys + MemBlock::ResolveSubItem(key, handler).GetString());
+    bool const of_list = AnyKeyOfList(safestring(Kind().keys), [&](KeyListEntry const& entry) {
         return SameName(entry.name, {key.data(), key.size()});
     });
     if (of_list) // the rest of the own list is what the vector form answers
@@ -192,7 +202,7 @@ DataItem RegionBase::ResolveSubItem(safestring const& key, ThrowHandlerFunc hand
 
 PMemBlock RegionBase::DoClone(int mode) const
 {
-    auto const copy = New();
+    auto const copy = Kind().create();
     // The forms are children: the higher modes leave them to a walk over the copy.
     if (image_)
         copy->image_ = mode > 1 ? image_ : image_->Clone(mode > 0);
@@ -213,7 +223,7 @@ bool RegionBase::Equals(MemBlock const& other) const
 
 safestring RegionBase::DoGetDescription() const
 {
-    return Text(Told().description, Dimension(*this, 0).GetInt(), Dimension(*this, 1).GetInt(),
+    return Text(Kind().description, Dimension(*this, 0).GetInt(), Dimension(*this, 1).GetInt(),
                 vector_ ? "vector" : "image");
 }
 
@@ -229,13 +239,22 @@ bool RegionBase::Consistent(safestring& message, bool deep) const
     Vector const* const vector = MemCast<Vector>(vector_);
     auto const target = GetTargetData();
     if (target.dims.size() != 2) {
-        message += Text(Told().no_image, *this);
+        message += Text(Kind().no_image, *this);
         return false;
     }
-    if (image && !ImageIsFit(*image, message))
+    auto const sizes = Kind().pixel_size;
+    if (image && std::find(sizes.begin(), sizes.end(), image->Bpp()) == sizes.end()) {
+        message += Text(Kind().wrong_pixels, *image);
         return false;
-    if (vector && !VectorIsFit(*vector, message))
+    }
+    if (vector && !SameName(vector->Class(), Kind().vector_class)) {
+        message += Text("Invalid vector representation class: %s\n", *vector);
         return false;
+    }
+    if (vector && Kind().vector_type && vector->LgType() != Kind().vector_type) {
+        message += Text("Not a 2D stencil: %s\n", *vector);
+        return false;
+    }
     if (image && vector &&
         (image->width() != target.dims[0] || image->height() != target.dims[1])) {
         message +=
