@@ -31,6 +31,7 @@ std::vector<unsigned int> OrderOf(Intervals const& intervals, bool sorted)
 {
     std::vector<unsigned int> order(intervals.Count());
     std::iota(order.begin(), order.end(), 0u);
+    // Mostly they are in order: the test costs one pass and no moves.
     if (sorted && !std::is_sorted(order.begin(), order.end(), IntervalSorter(intervals)))
         std::sort(order.begin(), order.end(), IntervalSorter(intervals));
     return order;
@@ -38,8 +39,8 @@ std::vector<unsigned int> OrderOf(Intervals const& intervals, bool sorted)
 
 /// Copy the elements of all intervals side by side.
 template <class T>
-void start_and_end_tmpl_wrap(T const* __restrict source, Intervals const& intervals,
-                             std::vector<unsigned int> const& order, T* __restrict target)
+void CopyIntervals(T const* __restrict source, Intervals const& intervals,
+                   std::vector<unsigned int> const& order, T* __restrict target)
 {
     for (unsigned int const k : order)
         target = std::copy(source + intervals.From(k), source + intervals.To(k), target);
@@ -56,8 +57,7 @@ TypedChunk GatherElements(Vector const& target, Intervals const& intervals,
                    : "Function return start_and_end_tmpl4 not implemented for data type '%s'";
     return WithElemType<TargetTypes>(target.ElemType(), miss, [&]<class T>(Elem<T>) -> TypedChunk {
         TypedChunk fresh = OpenChunk(intervals.Total(), target.ElemType());
-        start_and_end_tmpl_wrap(target.TypedPointer<T>(), intervals, order,
-                                static_cast<T*>(fresh.Data()));
+        CopyIntervals(target.TypedPointer<T>(), intervals, order, static_cast<T*>(fresh.Data()));
         return fresh;
     });
 }
@@ -67,6 +67,7 @@ PMemBlock GatherLayer(IntervalVector const& target, Intervals const& intervals,
                       std::vector<unsigned int> const& order)
 {
     Intervals const medium(target);
+    // Overlapping intervals repeat their items, so the sum may be more than any vector holds.
     CheckLength(intervals.Total());
     LimitArray starts(intervals.Total()), ends(intervals.Total());
     unsigned int n = 0;
@@ -151,6 +152,8 @@ struct Packed {
 Packed Pack(IntervalVector const& v, unsigned int last, bool sorted, bool with_owners, int width)
 {
     Intervals const intervals(v);
+    // Where each interval begins at the end of the one before it, one array can hold the limits as
+    // they are. Sorting also asks that they do not fall, since that would change their order.
     bool const target_stays = sorted ? intervals.Tile() : intervals.Chain();
     auto const order = OrderOf(intervals, sorted && !target_stays);
     Packed packed{target_stays ? ChainedLimits(v, intervals, last)
@@ -182,6 +185,7 @@ int IntervalVector::Reformat(bool sorted, unsigned short** shortindices)
 {
     if (!EndArray_)
         return 0;
+    // The elements of other targets, such as images, have a shape that gathering would lose.
     if (!Target_ || !(MemCast<IndexVector>(Target_) || SameName(Target_->Class(), "vector")))
         return 1;
     constexpr unsigned int most_short = 65533; // 65534 and 65535 stay free for callers' marks
@@ -202,6 +206,7 @@ int IntervalVector::Reformat(bool sorted, unsigned short** shortindices)
 unsigned int* IntervalVector::StartAndEnd(int base, bool sorted, bool reformat,
                                           unsigned short** shortindices)
 {
+    // Callers that only want to know the form take null for an answer.
     if (EndArray_ && !reformat)
         return nullptr;
     if (EndArray_) {
@@ -255,6 +260,7 @@ DerivedPointer<Vector> PackedLimits(Vector const& v)
 
 void TakePacked(Vector& v, Vector const& packed)
 {
+    // An edit may have set another factor, which the commit leaves as it was.
     double const factor = packed.Factor();
     static_cast<IntervalVector&>(v).Commit(packed.Chunk(), PMemBlock(),
                                            static_cast<IntervalVector const&>(packed).Target());
@@ -271,6 +277,7 @@ IndexVector::TargetData OfRank(int rank, IndexVector const& target)
     unsigned long total = dims.empty() ? 0 : 1;
     for (unsigned int const size : dims)
         total *= size;
+    // Cut to what a size can be. Pixels beyond it stay in the list, and readers leave them out.
     auto const whole = static_cast<unsigned int>(std::min(total, 0xFFFFFFFFUL));
     unsigned int const width = dims.empty() ? 0 : dims[0];
     if (rank == 1)
@@ -280,6 +287,8 @@ IndexVector::TargetData OfRank(int rank, IndexVector const& target)
                                 : IndexVector::TargetData(2, width, width ? whole / width : 0);
     if (dims.size() == 2)
         return IndexVector::TargetData(3, dims[0], dims[1], 1u);
+    // Nothing says what shape a cube had; one of equal sides has about as many voxels, and keys set
+    // the sizes afterwards.
     auto const side = static_cast<unsigned int>(std::lround(std::pow(double(whole), 1.0 / 3)));
     return IndexVector::TargetData(3, side, side, side);
 }
@@ -323,6 +332,7 @@ void IntervalVector::RebuildAs(logic_class_t type)
         target = PixelsOfRank(1, Target_);
         break;
     case subnum:
+        // Values that are there stay: files bring them before or after the class.
         if (Target_ && SameName(Target_->Class(), "vector"))
             return;
         target = Vector::Create(items, Int, true, 0, 1.0);

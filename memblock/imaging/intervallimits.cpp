@@ -14,6 +14,7 @@ LimitArray::LimitArray(unsigned long n)
 {
     if (!cells_)
         throw std::bad_alloc();
+    // Object 0 is none, but the cell is copied with the others.
     cells_[0] = 0;
 }
 
@@ -24,6 +25,7 @@ LimitArray::~LimitArray()
 
 TypedChunk FirstElements(TypedChunk const& chunk, unsigned long count)
 {
+    // Delayed values would be made for the fewer elements only, and the buffer is shared.
     chunk.DelayedInitialize();
     return TypedChunk(count, chunk.Type(), chunk.Chunk(), chunk.GetOffset());
 }
@@ -56,6 +58,7 @@ unsigned int* IntervalVector::End(int base)
 
 void IntervalVector::ResizeVector(unsigned long n, bool keep, bool init)
 {
+    // A length is a number of limits in both forms; starts alone would be one short.
     if (EditPacked(*this, [&](Vector& limits) { limits.ResizeVector(n, keep, init); }))
         return;
     n = std::max(n, 1UL); // no intervals have one limit, too
@@ -88,12 +91,15 @@ void IntervalVector::Rearrange(int const* order, unsigned int n, unsigned int ne
 
 DerivedPointer<Vector> IntervalVector::DoCloneSlice(unsigned int from, unsigned int to) const
 {
+    // Callers cut to the length, which in separate ends is that of the starts and here is one more.
     to = std::min(to, IntervalCount_);
     from = std::min(from, to);
     DerivedPointer<IntervalVector> slice(Clone(true));
     if (EndArray_)
         slice->Commit(CopyOfRange(Chunk(), from, to - from), EndsOf(from, to), Target_);
     else
+        // The limits keep their values: the slice shares the whole target, and its objects are
+        // where they were.
         slice->SetTypedChunk(CopyOfRange(Chunk(), from, to - from + 1UL));
     slice->IntervalCount_ = to - from;
     return slice;
@@ -117,9 +123,9 @@ void IntervalVector::Commit(TypedChunk const& starts, PMemBlock ends, PMemBlock 
 {
     unsigned long const count = starts.Length();
     TypedChunk const payload = ends && count == 0 ? OneBehind(starts) : starts;
-    // From here on nothing fails. Without ends the payload is any vector's, so that the doors of
-    // the base class don't try to pack it first. The old parts are released after the change: a
-    // destructor of theirs must not meet a half of it.
+    // Without ends the object is a plain vector to the base class, which otherwise would pack the
+    // limits first. The old parts are released after the change: a destructor of theirs must not
+    // meet a half of it.
     PMemBlock const old_target = std::exchange(Target_, std::move(target));
     PMemBlock const old_ends = std::exchange(EndArray_, PMemBlock());
     SetTypedChunk(payload);

@@ -25,6 +25,7 @@ DerivedPointer<IndexVector> IntervalVector::IndexVectorTarget()
 DerivedPointer<IndexVector> IntervalVector::GetFinalIndexVectorTarget() const
 {
     PMemBlock target = Target_;
+    // A structure may hold itself by way of its target, as keys are set in any order.
     for (int depth = 0; depth < most_layers; ++depth) {
         IntervalVector const* const layer = Layer(target);
         if (!layer)
@@ -49,6 +50,8 @@ void IntervalVector::SetTarget(DerivedPointer<Vector> target)
 {
     unsigned int const last = LastEnd(*this);
     unsigned int const items = ItemCount(target.Pointer());
+    // Settled: only the last end is checked. Limits of other intervals are cut by readers, as files
+    // bring them unsorted.
     if (target && last > items)
         Raise(err_kind, "Target too short (%d), must be >=%d: %s", items, last, target);
     ReplaceTarget(target);
@@ -56,6 +59,8 @@ void IntervalVector::SetTarget(DerivedPointer<Vector> target)
 
 DerivedPointer<Vector> IntervalVector::OwnTarget()
 {
+    // The clone shares its buffer: the copy of elements is made by the first write, if there is
+    // one.
     if (Target_ && Target_->RefCount() > 1)
         Target_ = Target_->Clone(true);
     return DerivedPointer<Vector>(Target_);
@@ -77,6 +82,7 @@ DerivedPointer<IndexVector> OwnFinalTarget(IntervalVector& v)
 
 void IntervalVector::ReplaceTarget(PMemBlock const& target)
 {
+    // A target that contains this object would make every walk endless.
     PMemBlock below(target);
     for (int depth = 0; IntervalVector const* const layer = Layer(below); ++depth) {
         if (layer == this || depth == most_layers)
@@ -108,6 +114,7 @@ int IntervalVector::DetectType() const
 {
     if (!Target_)
         Raise(err_kind, "Created Intervalvector without target.");
+    // The order matters: an interval vector is an index vector too, of rank 0.
     IndexVector const* const indices = MemCast<IndexVector>(Target_);
     if (indices && indices->TargetRank() == 2)
         return stencil;
@@ -128,6 +135,7 @@ void IntervalVector::UpdateType()
     for (int depth = 0; layer && depth < most_layers; ++depth) {
         int const type = layer->DetectType();
         layer->DoSetLgType(type);
+        // A change of the innermost pixels may change what each layer above them is.
         layer = type == subobj ? Layer(layer->Target_) : nullptr;
     }
 }
@@ -138,6 +146,7 @@ bool IntervalVector::Consistent(safestring& message, bool deep) const
     bool const packs = EndArray_ && !Intervals(*this).Chain();
     if (!IndexVector::Consistent(message, deep && !packs))
         return false;
+    // Detection throws for structures that have no class, which is just what is asked here.
     bool const bad_type = [&] {
         try {
             return LgType() != DetectType();

@@ -21,6 +21,8 @@ IntervalVector::IntervalVector(unsigned int count, unsigned int base, unsigned i
 {
     if (end)
         EndArray_ = Vector::Create(count, UnsignedInt, end, release, static_cast<int>(base), 1.0);
+    // The given array counts from its base. Without an interval the cells ahead of it would be
+    // taken for a known limit.
     if (end && count == 0)
         EndArray_ = Vector::Create(0, UnsignedInt, true, 0, 1.0); // without a limit ahead
     UpdateType();
@@ -50,6 +52,7 @@ DerivedPointer<IntervalVector> IntervalVector::Create(unsigned int count, unsign
 DerivedPointer<IntervalVector> IntervalVector::Create(unsigned int count,
                                                       DerivedPointer<Vector> target)
 {
+    // One limit more than intervals, which a 32-bit sum would lose.
     CheckLength(count + 1UL);
     void* const cells = mb_calloc(count + 2UL, sizeof(unsigned int));
     if (!cells)
@@ -90,6 +93,8 @@ bool IntervalVector::Conforms(char const* name) const
 {
     if (SameName(name, "intervalvector"))
         return true;
+    // Only the class with pixels of an image can be used in place of a stencil; the others are
+    // interval vectors by structure.
     if (SameName(name, "stencil"))
         return LgType() == stencil && Target_.Conforms("indexvector");
     if (SameName(name, "indexvector"))
@@ -99,6 +104,8 @@ bool IntervalVector::Conforms(char const* name) const
 
 void IntervalVector::DoSetLgType(int type)
 {
+    // Keys may give the class before the target: the target that is there must be replaced for the
+    // class to be true.
     if (DetectType() != type)
         RebuildAs(static_cast<logic_class_t>(type));
     MemBlock::DoSetLgType(type);
@@ -136,7 +143,7 @@ int LogicClass(safestring const& word)
     return -1;
 }
 
-/// What the description of a zone structure takes from its target: how its pixels lie.
+/// What the description of a zone structure takes from its target: where its pixels are.
 safestring BehindObjects(safestring const& description)
 {
     constexpr char mark[] = " objects";
@@ -179,6 +186,7 @@ PMemBlock IntervalVector::DoClone(int mode) const
 {
     DerivedPointer<IntervalVector> copy(new IntervalVector(*this));
     copy->FinishClone(mode);
+    // A deep copy owns ends and target. Otherwise both are shared until one side writes.
     if (mode <= 0) {
         if (EndArray_)
             copy->EndArray_ = EndsOf(0, IntervalCount_);
@@ -197,8 +205,11 @@ bool IntervalVector::Equals(MemBlock const& other) const
     bool const same_limits =
         IntervalCount_ == 0 || (std::equal(Start(0), Start(0) + IntervalCount_, o->Start(0)) &&
                                 std::equal(End(0), End(0) + IntervalCount_, o->End(0)));
+    // Copies share their target. This spares a pass over its elements.
     if (same_limits && Target_ == o->Target_)
         return true;
+    // Separate ends may leave gaps and come in any order, so they are compared by what packing
+    // makes of them.
     if (EndArray_ || o->EndArray_)
         return ContiguousForm(*this)->Equals(*ContiguousForm(*o));
     return same_limits && Target_ && o->Target_ && *Target_ == *o->Target_;

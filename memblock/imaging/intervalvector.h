@@ -17,7 +17,7 @@ enum rangespec_t { rangespec_any = 0 };
 /// forms of the limits answer everything alike:
 ///
 /// - contiguous: `IntervalCount() + 1` limits, interval k runs from limit k to limit k + 1;
-/// - separate ends: an array of starts and one of ends. Intervals may stand in any order, overlap
+/// - separate ends: an array of starts and one of ends. Intervals may come in any order, overlap
 ///   or leave gaps. Only this form can be permuted.
 ///
 /// The payload, as `Length` and the pointers know it, is the first array of the form. What computes
@@ -31,10 +31,10 @@ enum rangespec_t { rangespec_any = 0 };
 /// whatever reads through them stays inside the target. Objects are numbered from 1 by base 1
 /// (`Start(1)[1]` is the first limit), from 0 by base 0.
 ///
-/// Errors raised here carry code 128 unless another is told.
+/// Errors raised here carry code 128 unless another is given.
 class MEMBLOCK_API IntervalVector : public IndexVector {
 public:
-    /// What the structure stands for; it follows from the target, see `DetectType`.
+    /// What the structure means; it follows from the target, see `DetectType`.
     enum logic_class_t {
         stencil = 23,         ///< objects of pixels: over an index vector into an image
         subobj = 24,          ///< objects of zones of pixels: over an interval vector
@@ -45,7 +45,7 @@ public:
     static char const* StaticClass() { return "intervalvector"; }
 
     // ---- Creation. `base` cells ahead of the first limit are skipped in the given arrays, so that
-    // object 1 may stand in cell 1; `release` gives each array back.
+    // object 1 may be in cell 1; `release` gives each array back.
 
     /// Without objects, over an empty index vector.
     static DerivedPointer<IntervalVector> Create();
@@ -257,7 +257,7 @@ MEMBLOCK_API void ComposeStencilImage_tmpl(unsigned int const* start, unsigned i
                                            unsigned int count, unsigned int const* indices,
                                            unsigned int nindices, T* pixels, unsigned long npixels,
                                            IntervalVector const* v);
-/// One interval for each element: an index vector, or an image that stands for its mask.
+/// One interval for each element: an index vector, or an image, of which the mask is taken.
 /// Throws: "Incompatible targets: %s AND %s", "Type of vector element %d not supported: %s".
 MEMBLOCK_API DerivedPointer<IntervalVector>
 pmemory_vector_to_intervalvector(DerivedPointer<Vector> objects);

@@ -41,6 +41,8 @@ bool RegionBase::Conforms(char const* classname) const
 
 DerivedPointer<Image> RegionBase::GetImageRepr() const
 {
+    // Kept once made, also in a const object: scripts read many keys of one region, and each may
+    // need the other form.
     if (!image_)
         image_ = cref(GetVectorRepr()).GetMaskImage();
     return DerivedPointer<Image>(image_);
@@ -60,6 +62,7 @@ DerivedPointer<IndexVector> RegionBase::GetVectorRepr() const
 IndexVector::TargetData RegionBase::GetTargetData() const
 {
     IndexVector::TargetData target;
+    // Only from a form that is there: the other one would have to be made for it, which may fail.
     if (IndexVector const* const vector = MemCast<IndexVector>(vector_)) {
         if (auto const pixels = Kind().pixels_of(*vector))
             target = cref(pixels).GetTargetData();
@@ -82,6 +85,7 @@ void RegionBase::SetContent_(PMemBlock content)
 void RegionBase::TakeImage(PMemBlock image, int lg_type)
 {
     if (image->LgType() != lg_type) {
+        // Other owners keep the class that the image had.
         MakeExclusive(image);
         image->DoSetLgType(lg_type);
     }
@@ -119,6 +123,7 @@ bool RegionBase::Entertain(MemBlockVisitor& v, safestring const& path, entertain
 void RegionBase::DoSerialize(int format, SerializeVisitor& v, safestring const& path,
                              Formatter const& formatter, safestring& output) const
 {
+    // Written as its current form and read back as a list or an image: files do not know regions.
     if (Current())
         Current()->Serialize(format, v, path, formatter, output);
 }
@@ -152,6 +157,8 @@ bool RegionBase::AddConvertArg(safestring const& key, DataItem const& value,
 
 PMemBlock RegionBase::ConvertFrom(PMemBlock source, ConvertOptions const& options) const
 {
+    // A region of the other class is not converted: a mask has no objects, and those of a stencil
+    // may overlap.
     auto const* region = dynamic_cast<RegionBase const*>(source.Pointer());
     if (region && !SameName(region->Class(), Class()))
         region = nullptr;
@@ -188,6 +195,8 @@ DataItem RegionBase::ResolveSubItem(safestring const& key, ThrowHandlerFunc hand
 {
     if (auto const* const row = region_keys.Find(key))
         return ReadKey(*row, *this, handler);
+    // The own list says which keys of the vector form are offered, so that a key of the base class
+    // is never mistaken for one of a form.
     if (key.empty() || key == "!")
         return DataItem(Kind().keys + MemBlock::ResolveSubItem(key, handler).GetString());
     bool const of_list = AnyKeyOfList(safestring(Kind().keys), [&](KeyListEntry const& entry) {
@@ -216,6 +225,8 @@ bool RegionBase::Equals(MemBlock const& other) const
     auto const* const o = dynamic_cast<RegionBase const*>(&other);
     if (!o)
         return false;
+    // Lists first: comparing them costs the pixels of the region, images cost all pixels. But two
+    // lists that differ in order only are different.
     if (vector_ && o->vector_)
         return *vector_ == *o->vector_;
     return *GetImageRepr() == *o->GetImageRepr();
@@ -238,6 +249,7 @@ bool RegionBase::Consistent(safestring& message, bool deep) const
     Image const* const image = MemCast<Image>(image_);
     Vector const* const vector = MemCast<Vector>(vector_);
     auto const target = GetTargetData();
+    // A key may have made a cube or a row of the vector form; no image can be made of that.
     if (target.dims.size() != 2) {
         message += Text(Kind().no_image, *this);
         return false;

@@ -54,7 +54,7 @@ public:
     /// The forms. They stay the object's own: a second call gives the same one.
     DerivedPointer<Image> GetImageRepr() const;
     DerivedPointer<IndexVector> GetVectorRepr() const;
-    /// Size and description of the image that the region lies in; nothing where a key has made
+    /// Size and description of the image that the region is in; nothing where a key has made
     /// something else of the vector form.
     IndexVector::TargetData GetTargetData() const;
 
