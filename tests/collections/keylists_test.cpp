@@ -2,6 +2,7 @@
 #include "every_class.h"
 
 #include <memblock/core/keytable.h>
+#include <memblock/serial/loader.h>
 #include <memblock/serial/warning.h>
 
 #include <gtest/gtest.h>
@@ -56,6 +57,20 @@ safestring OddName(std::mt19937& random)
 }
 
 } // namespace
+
+/// The tests on every class leave none out.
+TEST(EveryClass, HasAnObjectOfEachExportedClassAndOfNoOther)
+{
+    ClassInfo const* table = nullptr;
+    int count = 0;
+    ASSERT_EQ(ExportedClasses(&table, &count), 0);
+    std::set<safestring> exported, tested; // letter case does not count
+    for (int i = 0; i < count; ++i)
+        exported.insert(table[i].name);
+    for (PMemBlock const& object : EveryClass())
+        tested.insert(object->Class());
+    EXPECT_EQ(tested, exported);
+}
 
 TEST(KeyLists, OfEveryClassHoldNamesThatCanBeReadAndNoOthers)
 {
