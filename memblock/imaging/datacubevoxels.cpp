@@ -42,6 +42,7 @@ bool HasValue(T element, V value)
     else if constexpr (std::is_signed_v<wide_t<T>>)
         return element == value;
     else
+        // Without the test -1 would find the greatest element of 32 bits.
         return value >= 0 && static_cast<wide_t<T>>(element) == static_cast<unsigned int>(value);
 }
 
@@ -68,6 +69,8 @@ template <class V>
 DerivedPointer<IndexVector> ListOfValue(DataCube const& cube, V value)
 {
     unsigned int count = 0;
+    // Two passes: most values are rare, and a list with room for every element would be as large as
+    // the cube.
     WithElemType<NumericTypes>(
         cube.ElemType(), "Function n=count_pixels not implemented for data type '%s'",
         [&]<class T>(TypeTag<T>) {
@@ -136,6 +139,7 @@ void DataCube::ReplaceZVector(int x, int y, DerivedPointer<Vector> const& v)
                     ReplaceZVector_tmpl_int(source, stride, target.TypedPointer<T>() + first);
                 });
     };
+    // The first write is a rehearsal on a copy of the column: what it refuses has changed nothing.
     write(*column, 0, 1, cref(values));
     unsigned int const first =
         static_cast<unsigned int>(x) + static_cast<unsigned int>(y) * width();
@@ -154,6 +158,7 @@ DerivedPointer<IndexVector> DataCube::GetMaskVector(double value) const
         return ListOfValue(*this, value);
     if (!IsInSet<IntegerTypes>(ElemType()))
         Raise(err_kind, "Element type not supported.");
+    // Elements are whole numbers, so the question is for the nearest one.
     double const rounded = RoundHalfAway(value);
     if (!FitsAfterTrunc<int>(rounded)) // no element is NaN, and the others are compared as int
         return IndexVector::Create(0, DerivedPointer<Vector>(this));
