@@ -541,4 +541,34 @@ TEST(IntervalVector, NoLimitsReachBeyondTheTarget)
     }
 }
 
+TEST(IntervalVector, AKernelBecomesAddressOffsetsInThePicture)
+{
+    auto const picture = Image::Create(10, 8, Vector::Byte, 1.0);
+    auto const kernel = Image::Create(3, 3, Vector::UnsignedShort, 1.0); // around pixel 4
+    for (auto const& [at, object] : {std::pair{1u, 2}, {4u, 1}, {3u, 2}, {8u, 2}})
+        kernel->UnsignedShortPointer()[at] = static_cast<unsigned short>(object);
+    auto const shifts =
+        PrepareMatrixes_f(picture, DerivedPointer<Vector>(kernel->GetStencilVector()));
+    ASSERT_EQ(shifts->Length(), 2u);
+    EXPECT_EQ(TextOf(cref(shifts).ElemMemory(0)), "0");
+    EXPECT_EQ(TextOf(cref(shifts).ElemMemory(1)), "-10 -1 11");
+    auto const all = DerivedPointer<Image>(kernel->Clone(true));
+    all->SetType(Image::mask);
+    EXPECT_EQ(TextOf(PrepareMatrixes_f(picture, all)), "-10 -1 0 11");
+    ExpectRefusals({{[&] { PrepareMatrixes_f(Bytes({1}), all); }, 128,
+                     "Unsupported image type. Function  PrepareMatrixes_f: Vector of 1 elements of "
+                     "type byte"},
+                    {[&] { PrepareMatrixes_f(picture, Bytes({1})); }, 128,
+                     "Kernel type not supported: Vector of 1 elements of type byte"}});
+}
+
+TEST(IntervalVector, LabelsBeyondSixteenBitsAreListed)
+{
+    for (int const greatest : {65535, 65536}) {
+        auto const labels = Image::Create(2, 1, Vector::Int, 1.0);
+        labels->IntPointer()[1] = greatest;
+        EXPECT_EQ(labels->GetStencilVector()->IntervalCount(), static_cast<unsigned>(greatest));
+    }
+}
+
 } // namespace
