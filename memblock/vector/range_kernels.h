@@ -12,6 +12,7 @@
 
 /// The least and the greatest of many numbers, found once for all that need them.
 namespace NKelmic {
+inline namespace minmax { // in lower case, as all kernels: these are not exported
 
 /// The start of a search for the least (the greatest): beyond every number of the type.
 template <class V>
@@ -102,6 +103,7 @@ MinMax<wide_t<T>> FiniteMinMaxOf(T const* x, std::size_t n, MinMax<wide_t<T>> co
     return all.IsFinite() ? all : MinMaxOf<true>(x, n);
 }
 
+} // namespace minmax
 } // namespace NKelmic
 
 #endif // MEMBLOCK_VECTOR_RANGE_KERNELS_H
