@@ -7,6 +7,7 @@
 #include <atomic>
 #include <benchmark/benchmark.h>
 #include <cstdio>
+#include <ctime>
 #ifdef MEMBLOCK_HAVE_SPDLOG
 #include <spdlog/sinks/base_sink.h>
 #include <spdlog/sinks/basic_file_sink.h>

@@ -66,7 +66,7 @@ DerivedPointer<Vector> Data(std::size_t n, unsigned seed)
     return v;
 }
 
-/// Two operands, the second a scalar or not, and room for a result.
+/// Two operands, the second a scalar or not, and space for a result.
 template <class T, class R>
 struct Run {
     DerivedPointer<Vector> x, y, out;

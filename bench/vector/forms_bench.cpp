@@ -1,5 +1,6 @@
-// Text and binary forms of vectors, and reads by key. Each form stands beside what a program would
-// write by hand: snprintf per element, EVP_EncodeBlock where OpenSSL is installed, a map look-up.
+// Text and binary forms of vectors, and reads by key. Each form is timed beside what a program
+// would write by hand: snprintf per element, EVP_EncodeBlock where OpenSSL is installed, a map
+// look-up.
 
 #include <memblock/base/text.h>
 #include <memblock/serial/serializer.h>

@@ -1,6 +1,6 @@
 // Growth by single elements, writes, and conversions of element types. Growth stays linear: the
-// time per element at 10 M is that at 100 k. Conversions stand beside a plain loop into a buffer
-// of their own and, where it is installed, the same conversion of the peer.
+// time per element at 10 M is that at 100 k. Conversions are timed beside a plain loop into a
+// buffer of their own and, where it is installed, the same conversion of the peer.
 
 #include <memblock/vector/convert.h>
 

@@ -18,13 +18,13 @@ namespace {
     if (LogEnabled(log_memory, 2)) {
         try {
             Log(log_memory, 2, Text("Cannot allocate %u times %u bytes", count, size));
-        } catch (std::bad_alloc const&) {
+        } catch (std::bad_alloc const&) { // the caller learns it from the null pointer
         }
     }
     return nullptr;
 }
 
-/// A block between both worlds changes its owner and is copied.
+/// Move a block between the C library and the large blocks. That takes a copy.
 void* CopyOver(void* block, unsigned long used, unsigned long size)
 {
     void* const fresh = size >= large::threshold ? large::Allocate(size, false) : malloc(size);
@@ -39,7 +39,7 @@ void* ReallocLarge(void* block, unsigned long capacity, unsigned long size)
     if (size >= large::threshold)
         return large::Resize(block, capacity, size);
     void* const fresh = size == 0 ? nullptr : CopyOver(block, capacity, size);
-    if (fresh || size == 0)
+    if (fresh || size == 0) // on failure the block stays, as realloc leaves it
         large::Free(block, capacity);
     return fresh;
 }
@@ -70,6 +70,7 @@ void* mb_realloc(void* block, unsigned long size)
 {
     if (!block)
         return mb_malloc(size);
+    // Only the address shows where a block is from.
     if (large::MayBe(block)) [[unlikely]]
         if (auto const capacity = large::Capacity(block))
             return ReallocLarge(block, capacity, size);

@@ -24,8 +24,8 @@ namespace Ntarnwick {
 /// `mb_calloc` does not clear a fresh mapping, whose pages are zero already and cost nothing until
 /// they are written. It clears a kept block of up to 8 MiB and takes none beyond.
 ///
-/// Thread-safe. Each function has one definition that is not inline, so that its address tells
-/// who owns a buffer. Builds with the address or thread sanitizer send all sizes to the C library,
+/// Thread-safe. Each function has one definition that is not inline, so that its address names
+/// a buffer's owner. Builds with the address or thread sanitizer send all sizes to the C library,
 /// so that the sanitizer sees every block; defining MEMBLOCK_LARGE_BLOCKS as 0 (for valgrind) too.
 MEMBLOCK_API void* mb_malloc(unsigned long size);
 /// Null also if count times size does not fit a number.

@@ -18,7 +18,7 @@ namespace {
 constexpr char base64_letters[] =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-/// The two letters of each 12-bit number, in the order in which they stand in memory.
+/// The two letters of each 12-bit number, in their order in memory.
 constexpr auto base64_pairs = [] {
     std::array<std::array<char, 2>, 4096> pairs{};
     for (unsigned i = 0; i < pairs.size(); ++i)
@@ -84,6 +84,7 @@ constexpr bool HasVectors()
 safestring Encode_base64(void const* data, unsigned long size)
 {
     auto const* in = static_cast<unsigned char const*>(data);
+    // Filled with what pads the last group: the encoders overwrite all but that.
     safestring encoded((size + 2) / 3 * 4, '=');
     char* out = encoded.data();
     if (HasVectors()) {
@@ -115,6 +116,7 @@ safestring Encode_gzip(void const* data, unsigned long size)
         ~Closer() { deflateEnd(&stream); }
     } const closer{stream};
 
+    // The bound holds for input at once as for input by pieces, so the output never has to grow.
     safestring encoded(deflateBound(&stream, size), '\0');
     constexpr unsigned long piece = std::numeric_limits<uInt>::max(); // zlib counts in 32 bits
     stream.next_in = static_cast<Bytef*>(const_cast<void*>(data));

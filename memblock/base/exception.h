@@ -7,11 +7,11 @@
 
 namespace Ntarnwick {
 
-/// A failure with a numeric code and a text. The codes stand by name in raise.h.
+/// A failure with a numeric code and a text. The names of the codes are in raise.h.
 class MEMBLOCK_API Exception : public std::exception {
 public:
-    /// `extra` is a word for those who throw and catch; the exception does not own what it points
-    /// to.
+    /// `extra` is between the code that throws and the code that catches; the exception does not
+    /// own what it points to.
     Exception(unsigned int code, safestring const& message, void const* extra = nullptr);
     Exception(Exception const&);
     ~Exception() noexcept override;
@@ -20,8 +20,8 @@ public:
     unsigned int Code() const { return code_; }
     void const* Extra() const { return extra_; }
 
-    /// Throw a copy of this object. Derived classes override it, so that who holds a reference
-    /// only throws the whole of it.
+    /// Throw a copy of this object. Derived classes override it, so that code with a reference
+    /// to the base throws the whole object.
     virtual void Raise() const;
 
 private:
@@ -30,7 +30,7 @@ private:
     void const* extra_;
 };
 
-/// What a failure is told to. If the call returns, the operation that failed goes on with its
+/// Receives failures. If the call returns, the operation that failed goes on with its
 /// failure result: undefined, 0, null or false.
 class MEMBLOCK_API ThrowHandlerBase {
 public:
@@ -54,7 +54,7 @@ MEMBLOCK_API extern ThrowHandlerBase* const stock_handlers[2];
 } // namespace detail
 
 enum ThrowHandlerFunc_Constant {
-    throw_always = 0, ///< throws what it is told
+    throw_always = 0, ///< throws the failure
     throw_never = 1   ///< ignores it
 };
 

@@ -1,7 +1,7 @@
 #ifndef MEMBLOCK_BASE_FWD_H
 #define MEMBLOCK_BASE_FWD_H
 
-/// Tarnwick, the base library: what everything else stands on and that knows nothing of it.
+/// Tarnwick, the base library: all other code uses it, and it knows nothing of that code.
 /// Texts, errors, numbers, encoders, allocation.
 namespace Ntarnwick {
 

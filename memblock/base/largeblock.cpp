@@ -20,7 +20,7 @@ constexpr std::size_t RoundUp(std::size_t n, std::size_t unit)
 }
 
 /// The length of a mapping for `size` bytes: whole huge pages where that wastes at most an eighth.
-/// The tail of a smaller one gets small pages, since a huge page must lie inside its mapping.
+/// The tail of a smaller one gets small pages, since a huge page must be inside its mapping.
 std::size_t MappingLength(std::size_t size)
 {
     std::size_t const huge = RoundUp(size, huge_page);

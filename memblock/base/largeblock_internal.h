@@ -36,7 +36,7 @@ inline bool MayBe(void const* block)
 /// The usable bytes of a live large block; 0 for any other address.
 std::size_t Capacity(void const* block);
 
-/// Get a block of at least `size` bytes, zeroed if told so. Null if the system has none.
+/// Get a block of at least `size` bytes, zeroed on request. Null if the system has none.
 void* Allocate(std::size_t size, bool zeroed);
 
 /// Make a live large block of `capacity` bytes hold at least `size` bytes, itself at least

@@ -19,6 +19,7 @@ namespace Ntarnwick {
 
 namespace {
 
+// to_chars here and from_chars below: unlike printf and strtod they ignore the locale.
 template <class T>
 safestring Decimal(T v)
 {
@@ -67,6 +68,7 @@ safestring str(double v, int significant_digits)
 
 namespace {
 
+// Not isalpha: names must be the same in all locales.
 bool IsLetter(char c)
 {
     return safestring_traits::fold_up(c) >= 'A' && safestring_traits::fold_up(c) <= 'Z';
@@ -76,13 +78,14 @@ bool IsWordChar(char c)
     return IsLetter(c) || IsDigit(c) || c == '_';
 }
 
-/// Read a text that is a number as `is_numeric` tells it.
+/// Read a text that is a number by the rules of `is_numeric`.
 std::optional<detail::numeric_t> WholeNumber(safestring const& text)
 {
     char const* start = text.c_str();
     if (*start == '-' || *start == '+')
         ++start;
     detail::numeric_t number;
+    // Compared with the size of the text: a NUL inside ends the number, but not the text.
     char const* const end = detail::extract_numeric_lowlevel(start, number, '.', ',');
     bool const whole = number.kind != detail::numeric_t::none && end == text.c_str() + text.size();
     if (!whole || (number.kind == detail::numeric_t::floating && std::isinf(number.d)))
@@ -141,7 +144,8 @@ namespace {
 /// A number that from_chars finds out of range: too great, or too small?
 double BeyondRange(char const* first, char const* last)
 {
-    // The place of the first digit that counts, and the exponent, decide.
+    // from_chars reports both with one code. The place of the first digit other than 0, plus the
+    // exponent, decides.
     long place = 0;
     bool behind_point = false, significant = false;
     char const* p = first;
@@ -159,7 +163,7 @@ double BeyondRange(char const* first, char const* last)
     bool const negative = p != last && p[1] == '-';
     long exponent = 0;
     for (; p != last; ++p)
-        if (IsDigit(*p) && exponent < 1000000000)
+        if (IsDigit(*p) && exponent < 1000000000) // far enough to decide, and no overflow
             exponent = exponent * 10 + (*p - '0');
     place += negative ? -exponent : exponent;
     return significant && place > 0 ? HUGE_VAL : 0.0;
@@ -184,7 +188,7 @@ char const* SkipExponent(char const* p)
     if (*p != 'e' && *p != 'E')
         return p;
     char const* const digits = p + (p[1] == '-' || p[1] == '+' ? 2 : 1);
-    return IsDigit(*digits) ? SkipDigits(digits) : p;
+    return IsDigit(*digits) ? SkipDigits(digits) : p; // "2e" is 2, followed by a text
 }
 
 void SetDouble(numeric_t& out, double d)
@@ -233,7 +237,7 @@ char const* extract_numeric_lowlevel(char const* text, numeric_t& out, char poin
     if (!has_point || *point == '.') {
         SetDouble(out, ParseDouble(text, end));
     } else {
-        std::string dotted(text, end);
+        std::string dotted(text, end); // from_chars knows no point but '.'
         dotted[point - text] = '.';
         SetDouble(out, ParseDouble(dotted.data(), dotted.data() + dotted.size()));
     }
@@ -250,7 +254,7 @@ char const* extract_morvane_constant(char const* text, numeric_t& out)
         return std::strlen(name) == length && safestring_traits::compare(text, name, length) == 0;
     };
     if (is("oo")) {
-        // Settled: the greatest int stands for infinity in the whole system.
+        // Settled: the greatest int means infinity in the whole system.
         out.kind = numeric_t::integer;
         out.u = std::numeric_limits<int>::max();
     } else if (is("pi"))
@@ -290,6 +294,7 @@ bool ReadSigned(safestring const& text, char point1, char point2, ThrowHandlerFu
         Report(handler, err_value, empty_text);
         return false;
     }
+    // The sign is kept apart: a magnitude uses all 64 bits.
     out.negative = *p == '-';
     if (*p == '-' || *p == '+')
         ++p;
@@ -419,3 +424,23 @@ double StrToDouble(safestring const& text)
 }
 
 } // namespace Ntarnwick
+
+namespace NKelmic {
+
+bool IsNaturalInteger(char const* text, char extra)
+{
+    if (!*text)
+        return false;
+    for (; *text; ++text) {
+        if ((*text < '0' || *text > '9') && *text != extra)
+            return false;
+    }
+    return true;
+}
+
+bool NumericNonNegativeInteger(char const* text)
+{
+    return !*text || IsNaturalInteger(text, '0');
+}
+
+} // namespace NKelmic

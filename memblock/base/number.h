@@ -33,7 +33,7 @@ MEMBLOCK_API bool is_positive(safestring const& text);
 /// Whether a text says no: "false", "no", "off", or a number that is 0.
 MEMBLOCK_API bool is_negative(safestring const& text);
 
-/// Whether a text can stand as a name without quoting: ASCII letters, digits and '_' only, at
+/// Whether a text can be a name without quoting: ASCII letters, digits and '_' only, at
 /// least one, or a name that `QuoteName` has quoted.
 MEMBLOCK_API bool is_alphanumeric(safestring const& text);
 
@@ -60,7 +60,7 @@ inline double RoundHalfAway(double v)
     return __builtin_trunc(v > 0 ? v + 0.5 : v - 0.5);
 }
 
-/// Whether `v`, truncated towards zero, lies in the range of the integer type T.
+/// Whether `v`, truncated towards zero, is in the range of the integer type T.
 ///
 /// False for NaN. The bounds are exact doubles: 2^63 does not fit a signed and 2^64 not an
 /// unsigned 64-bit type, though comparing with their greatest value would let them through.
@@ -73,7 +73,7 @@ constexpr bool FitsAfterTrunc(double v)
     if constexpr (!limits::is_signed)
         return v > -1.0 && v < above;
     else if constexpr (limits::digits < 53)
-        return v > -above - 1.0 && v < above; // what lies above lowest - 1 truncates to lowest
+        return v > -above - 1.0 && v < above; // what is above lowest - 1 truncates to lowest
     else
         return v >= -above && v < above;
 }
@@ -119,19 +119,19 @@ MEMBLOCK_API char const* extract_morvane_constant(char const* text, numeric_t& o
 namespace NStnPol { // exported: a template is as visible as what it is made over
 /// An integer result from a text with a fraction is rounded and not refused.
 struct MEMBLOCK_API Rounding_Supported {};
-/// '.' or ',' stands before a fraction.
+/// '.' or ',' begins a fraction.
 struct MEMBLOCK_API DecimalPoint_Dot_And_Comma {
     static char First() { return '.'; }
     static char Second() { return ','; }
 };
-/// '.' or the decimal point of the current locale stands before a fraction.
+/// '.' or the decimal point of the current locale begins a fraction.
 struct MEMBLOCK_API DecimalPoint_Current_Locale_And_Dot {
     static char First() { return '.'; }
     static char Second() { return CurrentDecimalPoint(); }
 };
 struct MEMBLOCK_API Morvane_Keywords_Supported {};
 struct MEMBLOCK_API Empty_String_Is_Error {};
-/// Spaces, tabs, carriage returns and line feeds may stand around the number.
+/// Spaces, tabs, carriage returns and line feeds may surround the number.
 struct MEMBLOCK_API Padding_Allow_Whitespace {};
 } // namespace NStnPol
 
@@ -179,5 +179,14 @@ extern template struct StringToNumber<
     NStnPol::Padding_Allow_Whitespace>;
 
 } // namespace Ntarnwick
+
+namespace NKelmic {
+
+/// True for a text of decimal digits, not empty, in which `extra` may also stand anywhere.
+MEMBLOCK_API bool IsNaturalInteger(char const* text, char extra);
+/// True for a text of decimal digits only, also the empty one.
+MEMBLOCK_API bool NumericNonNegativeInteger(char const* text);
+
+} // namespace NKelmic
 
 #endif // MEMBLOCK_BASE_NUMBER_H

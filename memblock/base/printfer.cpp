@@ -22,7 +22,8 @@ struct Conversion {
     unsigned long length = 0; // in the format
 };
 
-constexpr int size_max = 4095; // of width and precision
+// Of width and precision, so that a format can't ask for any amount of memory.
+constexpr int size_max = 4095;
 
 bool TakeFlag(Conversion& c, char flag)
 {
@@ -66,6 +67,7 @@ Conversion Parse(char const* const start, char const* const end)
         ++p;
         c.precision = TakeSize(p, end);
     }
+    // Lengths are skipped: the argument knows its own type.
     while (p != end && std::memchr("hlLqjzt", *p, 7))
         ++p;
     if (p == end || !std::memchr("diuoxXcspeEfFgGaA", *p, 17))
@@ -129,6 +131,7 @@ void AppendDigits(safestring& out, Conversion const& c, std::string_view prefix,
                   unsigned long long magnitude, int base)
 {
     char digits[24];
+    // Zero with precision 0 has no digits, and '#' makes an octal number begin with 0: as printf.
     char* end = std::to_chars(digits, digits + sizeof digits, magnitude, base).ptr;
     if (c.precision == 0 && magnitude == 0)
         end = digits;
@@ -213,6 +216,7 @@ char* DoubleDigits(Conversion const& c, double v, char* first, char* last)
 
 void AppendFinite(safestring& out, Conversion const& c, double v)
 {
+    // Nearly all numbers fit the stack; only a great precision needs an allocation.
     char small[400];
     safestring large;
     char* first = small;

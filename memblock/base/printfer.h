@@ -19,7 +19,7 @@ namespace Ntarnwick {
 /// - a text under any conversion but %p prints as text, null as "(null)".
 ///
 /// "%%" is '%'. A conversion without argument prints nothing, a surplus argument is ignored, an
-/// unknown conversion stands as it is. What arguments print is never scanned for conversions.
+/// unknown conversion is copied as it is. What arguments print is never scanned for conversions.
 class MEMBLOCK_API printfer {
 public:
     explicit printfer(safestring const& format);
@@ -38,7 +38,7 @@ public:
     printfer& operator()(void const* v);
     printfer& operator()(safestring const& v);
 
-    /// End the chain: what stands behind the last argument is added. Never fails.
+    /// End the chain: what follows the last argument is added. Never fails.
     printfer& Finalize();
 
     operator safestring const&() const { return out_; }

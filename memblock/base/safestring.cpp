@@ -145,6 +145,7 @@ void safestringlist::erase(unsigned long i)
 
 safestringlist SplitString(safestring const& text, safestring const& separators, bool skip_empty)
 {
+    // A list has one separator, so all others become the first one.
     char const kept = separators.empty() ? ',' : separators[0];
     safestring joined;
     bool first = true;

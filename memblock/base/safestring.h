@@ -10,7 +10,7 @@ namespace Ntarnwick {
 
 /// Character traits that ignore ASCII case in every comparison and search.
 ///
-/// Order: letters fold to upper case and bytes compare as signed chars, so 0x80 and above stand
+/// Order: letters fold to upper case and bytes compare as signed chars, so 0x80 and above sort
 /// before ASCII and '_' behind all letters. No byte but 'A' to 'Z' and 'a' to 'z' is folded.
 struct MEMBLOCK_API safestring_traits : std::char_traits<char> {
     using comparison_category = std::weak_ordering;
@@ -39,9 +39,9 @@ private:
 /// It has no `std::hash` and no `<<`: print `c_str()`. Its objects may not be moved by bytes.
 typedef std::basic_string<char, safestring_traits> safestring;
 
-/// A list of texts held as one text, the items standing between a separator character.
+/// A list of texts held as one text, with a separator character between the items.
 ///
-/// What is separated is the text as it stands: "a,,b" has three items, "a," two, the empty text
+/// The text is separated as it is: "a,,b" has three items, "a," two, the empty text
 /// none. An item that holds the separator comes out as several.
 class MEMBLOCK_API safestringlist {
 public:
@@ -56,7 +56,7 @@ public:
     /// The item at a position; empty at and behind the end. O(length of the text).
     safestring operator[](unsigned long i) const;
 
-    /// Append an item. The empty item cannot stand alone: pushed to an empty list it leaves it
+    /// Append an item. The empty item cannot be the only one: pushed to an empty list it leaves it
     /// empty.
     void push_back(safestring const& item);
 

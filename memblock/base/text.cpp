@@ -10,7 +10,7 @@ namespace Ntarnwick {
 
 namespace {
 
-/// What stands for a byte between double quotes; null if it stands for itself.
+/// How a byte is written between double quotes; null if as it is.
 char const* QuotedForm(char c)
 {
     switch (c) {
@@ -157,7 +157,7 @@ safestring FormatLocalTime(long time, char const* format)
         return safestring(buffer, length);
     if (*format == '\0')
         return {};
-    // A length of 0 may be right or too long for the room: a blank in front tells which.
+    // A length of 0 may be right or too long for the buffer: a blank in front shows which.
     safestring const marked = safestring(" ") + format;
     safestring text(2 * sizeof buffer + 2 * marked.size(), '\0');
     std::size_t length;

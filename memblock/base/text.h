@@ -7,13 +7,13 @@ namespace Ntarnwick {
 
 // ---- quoting ------------------------------------------------------------------------------------
 
-/// Make a text fit to stand between double quotes: '"' and '\' get a '\' in front, line feed,
+/// Prepare a text for double quotes around it: '"' and '\' get a '\' in front, line feed,
 /// carriage return and tab become "\n", "\r" and "\t". The quotes are the caller's to add.
 MEMBLOCK_API void ApplyQuoting(safestring& text);
 /// The same on a copy.
 MEMBLOCK_API safestring QuoteAdd(safestring const& text);
 
-/// Quote a name so that it can be told from a key: '@' name '@'. `is_alphanumeric` accepts the
+/// Quote a name to distinguish it from a key: '@' name '@'. `is_alphanumeric` accepts the
 /// result. Test for the empty name first: its quoted form passes as a name.
 MEMBLOCK_API void QuoteName(safestring& name);
 /// Undo `QuoteName`; other texts, "@mean" among them, stay as they are.

@@ -6,7 +6,7 @@
 #include <memblock/base/text.h>
 #include <memblock/collections/containerimpl_internal.h>
 #include <memblock/core/deepstack_internal.h>
-#include <memblock/serial/serializer.h>
+#include <memblock/core/serializer.h>
 #include <memblock/serial/warning.h>
 
 namespace NKelmic {

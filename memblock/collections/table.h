@@ -18,7 +18,8 @@ namespace NKelmic {
 /// Columns are shared with whoever else holds them until rows are added. A change either happens
 /// as a whole or, with the error raised, leaves the table as it was. That goes for what is
 /// inherited, too: `SetElem`, `Fill`, `SetTypedChunk` and their like take columns of the right
-/// length and refuse all else.
+/// length and refuse all else; and for writes by a path through the table, whatever key of a
+/// column would change its length.
 ///
 /// Errors carry code 128 unless another is told.
 class MEMBLOCK_API Table : public Vector {
@@ -152,7 +153,7 @@ private:
     bool IsColumn(int index) const { return index >= 0 && index < ColumnCount(); }
     bool LengthsMatch() const;
     bool HasColumn(PMemBlock const& column) const;
-    void ColumnIsAboutToChange(SafeValue const* argv) const;
+    int AnswerToChange(SafeValue const* argv) const;
     std::vector<int> SelectColumns(Formatter const& formatter) const;
 
     int row_count_ = -1;

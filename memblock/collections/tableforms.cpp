@@ -7,7 +7,7 @@
 #include <memblock/base/text.h>
 #include <memblock/collections/columnsbyname_internal.h>
 #include <memblock/core/deepstack_internal.h>
-#include <memblock/serial/serializer.h>
+#include <memblock/core/serializer.h>
 #include <memblock/vector/vectorforms.h>
 #include <memblock/vector/vectorforms_internal.h>
 
@@ -18,9 +18,6 @@ namespace {
 
 constexpr int default_precision = 6;
 constexpr int rows_at_once = 1024; // rows are made of columns by blocks, so that memory stays small
-
-using IntegerTypes = TypeSet<int, unsigned int, short, unsigned short, char, unsigned char, triple,
-                             long long, unsigned long long>;
 
 /// The decimal text of a number; a whole one gets ".0", so that it reads back as floating.
 safestring FloatingText(double value, int precision)
@@ -68,7 +65,7 @@ bool NumberTexts(Vector const& column, std::vector<safestring>& strings, int fir
     };
     return WithElemTypeOr<NumericTypes>(
         column.ElemType(), [] { return false; },
-        [&]<class T>(NKelmic::Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             T const* const data = column.TypedPointer<T>();
             if constexpr (IntegerTypes::has<T>) {
                 if (factor == 1.0)

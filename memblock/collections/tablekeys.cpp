@@ -5,7 +5,7 @@
 #include <memblock/base/text.h>
 #include <memblock/core/attempt_internal.h>
 #include <memblock/core/deepstack_internal.h>
-#include <memblock/core/subitem.h>
+#include <memblock/core/subitem_internal.h>
 #include <memblock/vector/vectorforms_internal.h>
 
 #include <algorithm>
@@ -56,7 +56,7 @@ DataItem RowOrNothing(Table const& t, int row)
 
 bool AppendRowOrTable(Table& t, SafeValue const& value, ThrowHandlerFunc)
 {
-    PMemBlock const block = value.GetType() == it_memblock ? value.GetMemory() : PMemBlock();
+    PMemBlock const block = MemoryOrNull(value);
     if (auto const* const row = MemCast<Container>(block.Pointer()))
         t.AppendRow(*row, true, true);
     else if (auto const* const rows = MemCast<Table>(block.Pointer()))
@@ -81,7 +81,7 @@ bool SetOrder(Table& t, SafeValue const& value, ThrowHandlerFunc)
 
 bool SetNames(Table& t, SafeValue const& value, ThrowHandlerFunc)
 {
-    PMemBlock const block = value.GetType() == it_memblock ? value.GetMemory() : PMemBlock();
+    PMemBlock const block = MemoryOrNull(value);
     auto const* const names = MemCast<Vector>(block.Pointer());
     if (!names || names->ElemType() != Vector::String)
         Raise(err_kind, "The \"columns\" subkey requires a string vector, this is: %s", value);
@@ -152,16 +152,11 @@ constexpr KeyTable table_verbs{std::to_array<Verb<Table>>({
 
 bool SetColumnByName(Table& t, safestring const& name, SafeValue const& value)
 {
-    PMemBlock const block = value.GetType() == it_memblock ? value.GetMemory() : PMemBlock();
+    PMemBlock const block = MemoryOrNull(value);
     if (!MemCast<Vector>(block))
         Raise(err_kind, "Cannot set column \"%s\" to a non-vector: %s", name, value);
     t.SetColumn(name, block);
     return true;
-}
-
-bool IsLengthKey(safestring const& key)
-{
-    return key == "length" || key == "size" || key == "@length" || key == "@size";
 }
 
 } // namespace
@@ -184,17 +179,19 @@ safestring Table::GetExpression() const
 }
 
 /// Asked before a script writes below a column; the arguments are column, key, flag and value.
-void Table::ColumnIsAboutToChange(SafeValue const* argv) const
+///
+/// Any key of any class may turn out to change the length. So the write is made to a copy of the
+/// column, which the table looks at before it keeps it (2): all but that of an element, where
+/// copying the others each time would be too slow.
+int Table::AnswerToChange(SafeValue const* argv) const
 {
     DataItem const child = ResolveSubItem(argv[0].GetString(), throw_never);
     if (child.GetType() != it_memblock || !HasColumn(child.GetMemory()))
-        return; // an attribute or the like
-    safestring const key = argv[1].GetString();
-    bool const reshapes =
-        key.substr(0, 8) == "@insert:" || key == "empty_dimensions" || key == "@empty_dimensions";
-    if (reshapes || (IsLengthKey(key) && argv[3].GetInt() != row_count_))
-        Raise(err_kind, "Cannot change the length of columns inside a table, change "
-                        "table.@rowcount instead!");
+        return 1; // an attribute or the like
+    MemBlock const& column = *child.GetMemory();
+    bool const keeps_length =
+        SameName(column.Class(), "vector") || SameName(column.Class(), "image");
+    return keeps_length && is_numeric(argv[1].GetString()) ? 1 : 2;
 }
 
 DataItem Table::DoVerb(char const* verb, int argc, SafeValue* argv)
@@ -202,12 +199,10 @@ DataItem Table::DoVerb(char const* verb, int argc, SafeValue* argv)
     if (!argv)
         argc = 0;
     if (SameName(verb, "chldchng")) {
-        if (argc >= 4)
-            ColumnIsAboutToChange(argv);
         if (!LengthsMatch())
             Raise(err_kind, "Cannot change the length of columns inside a table, change "
                             "table.@rowcount instead!");
-        return 1;
+        return argc >= 4 ? AnswerToChange(argv) : 1;
     }
     if (SameName(verb, "notif_objects_chng") && argc >= 3)
         return CheckColumns(argv);

@@ -39,22 +39,15 @@ int KindOf(DataItem const& value)
     return value.GetType() == it_shortstring ? it_string : value.GetType();
 }
 
-/// The types that hold no fractions: those of 8 to 64 bits, and Triple.
-bool HoldsWholeNumbersOnly(int elem_type)
-{
-    return elem_type >= 0 && elem_type <= 16 && (0x1843F >> elem_type & 1) != 0;
-}
-
 /// Floating numbers that nobody told are NaN; elements of other types stay as they are.
 void FillWithNaN(Vector& column, int from, int to)
 {
-    auto const fill = [&]<class T>(T* data) {
-        std::fill(data + from, data + to, std::numeric_limits<T>::quiet_NaN());
-    };
-    if (column.ElemType() == Vector::Double)
-        fill(column.DoublePointer());
-    else if (column.ElemType() == Vector::Float)
-        fill(column.FloatPointer());
+    WithElemTypeOr<FloatTypes>(
+        column.ElemType(), [] {},
+        [&]<class T>(TypeTag<T>) {
+            T* const data = column.TypedPointer<T>();
+            std::fill(data + from, data + to, std::numeric_limits<T>::quiet_NaN());
+        });
 }
 
 } // namespace
@@ -65,7 +58,7 @@ bool DataTypeFitting(int item_type, DataType elem_type)
     case Vector::Int:
         return true;
     case Vector::Double:
-        return !HoldsWholeNumbersOnly(elem_type);
+        return !IsInSet<IntegerTypes>(elem_type);
     case Vector::String:
         return elem_type == Vector::String || elem_type == Vector::PMemory;
     case Vector::Int64:
@@ -81,7 +74,7 @@ DataType FindCoverTypeForNonFittingType2(int item_type, DataType elem_type)
     case Vector::Int:
         return Vector::NoType;
     case Vector::Double:
-        return HoldsWholeNumbersOnly(elem_type) ? Vector::Double : elem_type;
+        return IsInSet<IntegerTypes>(elem_type) ? Vector::Double : elem_type;
     case Vector::PMemory:
         return Vector::PMemory;
     case Vector::String:

@@ -50,7 +50,7 @@ unsigned TypedChunk::SizeOf(DataType type)
 {
     return WithElemTypeOr<AllTypes>(
         type, []() -> unsigned { throw "TypedChunk::SizeOf(): unknown vector type"; },
-        []<class T>(Elem<T>) { return static_cast<unsigned>(sizeof(T)); });
+        []<class T>(TypeTag<T>) { return static_cast<unsigned>(sizeof(T)); });
 }
 
 char const* TypedChunk::TypeToString(DataType type)
@@ -77,7 +77,7 @@ void TypedChunk::Initialize_Buffer(void* raw, unsigned long count, DataType type
 {
     for_objects(
         type, count,
-        [=]<class T>(Elem<T>) {
+        [=]<class T>(TypeTag<T>) {
             std::uninitialized_value_construct_n(static_cast<T*>(raw), count);
         },
         nothing);
@@ -87,7 +87,7 @@ void TypedChunk::Copy_Buffer(void* live, void const* src, unsigned long count, D
 {
     for_objects(
         type, count,
-        [=]<class T>(Elem<T>) {
+        [=]<class T>(TypeTag<T>) {
             std::copy_n(static_cast<T const*>(src), count, static_cast<T*>(live));
         },
         [=](unsigned long bytes) { std::memcpy(live, src, bytes); });
@@ -97,7 +97,7 @@ void TypedChunk::Init_Copy_Buffer(void* raw, void const* src, unsigned long coun
 {
     for_objects(
         type, count,
-        [=]<class T>(Elem<T>) {
+        [=]<class T>(TypeTag<T>) {
             std::uninitialized_copy_n(static_cast<T const*>(src), count, static_cast<T*>(raw));
         },
         [=](unsigned long bytes) { std::memcpy(raw, src, bytes); });
@@ -106,7 +106,7 @@ void TypedChunk::Init_Copy_Buffer(void* raw, void const* src, unsigned long coun
 void TypedChunk::Destroy_Buffer(void* live, unsigned long count, DataType type)
 {
     for_objects(
-        type, count, [=]<class T>(Elem<T>) { std::destroy_n(static_cast<T*>(live), count); },
+        type, count, [=]<class T>(TypeTag<T>) { std::destroy_n(static_cast<T*>(live), count); },
         nothing);
 }
 
@@ -116,7 +116,7 @@ void TypedChunk::Init_Move_Buffer(void* raw, void* src, unsigned long count, Dat
         return;
     for_objects(
         type, count,
-        [=]<class T>(Elem<T>) { relocate(static_cast<T*>(raw), static_cast<T*>(src), count); },
+        [=]<class T>(TypeTag<T>) { relocate(static_cast<T*>(raw), static_cast<T*>(src), count); },
         [=](unsigned long bytes) { std::memmove(raw, src, bytes); });
 }
 

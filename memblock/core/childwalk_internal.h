@@ -37,6 +37,13 @@ bool EntertainPlace(PMemBlock& child, Find&& find, MemBlockVisitor& v, safestrin
     return go_on;
 }
 
+/// Put `by` in the place of a child, for which the parent need not have a key that can be set.
+///
+/// step: the key that reads it, which decides where the parent holds the child in several places.
+/// False, and nothing has changed, if the parent's own walk does not come to it.
+bool ReplaceChild(MemBlock& parent, MemBlock const& child, PMemBlock const& by,
+                  safestring const& step);
+
 } // namespace NKelmic
 
 #endif // MEMBLOCK_CORE_CHILDWALK_INTERNAL_H

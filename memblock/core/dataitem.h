@@ -134,7 +134,7 @@ public:
     bool IsUndefined() const { return bits_.type == it_undefined; }
     bool IsDefined() const { return bits_.type != it_undefined; }
 
-    /// The line of the macro text that made the value, -1 if none is told.
+    /// The line of the macro text that made the value, -1 if none is known.
     int GetCreator() const { return bits_.creator; }
     /// Throws: 4096 "Script too long(?)" outside -32768 to 32767.
     void SetCreator(int line);
@@ -183,7 +183,7 @@ public:
     ///
     /// Throws: 512 "Cannot convert data item to void pointer: %s" (%s: `GetString`).
     void* GetPointer() const;
-    /// Where the value lies: in the item itself for numbers and short text, else its data or null.
+    /// Where the value is: in the item itself for numbers and short text, else its data or null.
     void* GetPrivatePointer() const;
     /// The object; a number or text gives a new vector of one element on each call, all else null.
     PMemBlock GetMemory() const;
@@ -246,7 +246,7 @@ public:
     bool Fetch(safestring const& key, double& out, double const& def) const;
     bool Fetch(safestring const& key, int& out, int const& def) const;
 
-    /// Check the object or sharable inside; a breach is told at the end of `message`.
+    /// Check the object or sharable inside; a breach is appended to `message`.
     bool Consistent(safestring& message);
     /// The bytes that hang on this item; what is held twice counts once.
     long long CalcMemUsage() const;

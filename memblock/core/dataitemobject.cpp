@@ -1,8 +1,8 @@
 #include <memblock/core/dataitem.h>
 
 #include <memblock/core/memblock_internal.h>
+#include <memblock/core/serializer.h>
 #include <memblock/core/visitor.h>
-#include <memblock/serial/serializer.h>
 #include <memblock/vector/vector.h>
 
 namespace NKelmic {

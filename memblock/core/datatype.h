@@ -5,6 +5,7 @@
 #include <memblock/core/fwd.h>
 #include <memblock/export.h>
 
+#include <algorithm>
 #include <limits>
 #include <type_traits>
 #include <utility>
@@ -75,11 +76,21 @@ struct DataTypeBase {
 };
 using DataType = DataTypeBase::DataType;
 
-/// Tag that carries an element type into a kernel: `[&]<class T>(Elem<T>) { ... }`.
+/// Tag that carries an element type into a kernel: `[&]<class T>(TypeTag<T>) { ... }`.
 template <class T>
-struct Elem {
+struct TypeTag {
     using type = T;
 };
+/// The tag by its earlier name. Inside of `Vector` it is hidden by the member function.
+template <class T>
+using Elem = TypeTag<T>;
+
+/// The greatest id of an element type.
+#define MEMBLOCK_ID(NAME, ID, T, TEXT) , ID
+constexpr int greatest_elem_type_id = [](int, auto... id) {
+    return std::max({id...});
+}(0 MEMBLOCK_ELEM_TYPES(MEMBLOCK_ID));
+#undef MEMBLOCK_ID
 
 /// The element type id of a C++ type: `type_of<float>::value == DataTypeBase::Float`.
 template <class T>
@@ -121,6 +132,26 @@ using NumericTypes = TypeUnion<IntegerTypes, FloatTypes>;
 using PlainTypes = TypeUnion<NumericTypes, TypeSet<void*>>;
 using AllTypes = TypeUnion<PlainTypes, ObjectTypes>;
 
+/// How many types a set has. A source that decides for each type of a set by hand asserts the
+/// number that it knows, so that a new row of the list finds it.
+#define MEMBLOCK_COUNTED(NAME, ID, T, TEXT) +Set::template has<T>
+template <class Set>
+constexpr int type_count = 0 MEMBLOCK_ELEM_TYPES(MEMBLOCK_COUNTED);
+#undef MEMBLOCK_COUNTED
+
+/// The numbers of a set that take at most so many bytes.
+template <class Set, unsigned int bytes>
+struct TypesUpTo {
+    using first = typename Set::first;
+    template <class U>
+    static constexpr bool has = [] {
+        if constexpr (Set::template has<U>)
+            return sizeof(U) <= bytes;
+        else
+            return false; // of another type the size may be unknown here
+    }();
+};
+
 /// The text of an element type; "" for an id out of range.
 constexpr char const* TypeToString(DataType type)
 {
@@ -136,7 +167,7 @@ constexpr char const* TypeToString(DataType type)
     return "";
 }
 
-/// Call `kernel(Elem<T>{})` for the C++ type of `type` if it is in `Set`, `missed()` otherwise.
+/// Call `kernel(TypeTag<T>{})` for the C++ type of `type` if it is in `Set`, `missed()` otherwise.
 ///
 /// This is the only switch from a runtime type to a template. Every kernel of one call returns the
 /// same type.
@@ -147,7 +178,7 @@ decltype(auto) WithElemTypeOr(DataType type, Miss&& missed, Kernel&& kernel)
 #define MEMBLOCK_CASE(NAME, ID, T, TEXT)                                                           \
     case DataTypeBase::NAME:                                                                       \
         if constexpr (Set::template has<T>)                                                        \
-            return kernel(Elem<T>{});                                                              \
+            return kernel(TypeTag<T>{});                                                           \
         else                                                                                       \
             break;
         MEMBLOCK_ELEM_TYPES(MEMBLOCK_CASE)
@@ -163,7 +194,7 @@ template <class Set, class Kernel>
 decltype(auto) WithElemType(DataType type, char const* miss, Kernel&& kernel,
                             unsigned int code = err_kind)
 {
-    using Result = decltype(kernel(Elem<typename Set::first>{}));
+    using Result = decltype(kernel(TypeTag<typename Set::first>{}));
     return WithElemTypeOr<Set>(
         type, [&]() -> Result { Raise(code, miss, TypeToString(type)); },
         std::forward<Kernel>(kernel));
@@ -174,7 +205,7 @@ template <class Set>
 constexpr bool IsInSet(DataType type)
 {
     return WithElemTypeOr<Set>(
-        type, [] { return false; }, []<class T>(Elem<T>) { return true; });
+        type, [] { return false; }, []<class T>(TypeTag<T>) { return true; });
 }
 
 } // namespace NKelmic

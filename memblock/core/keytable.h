@@ -12,7 +12,7 @@
 
 namespace NKelmic {
 
-/// A key that scripts see on objects of class T. The name stands as scripts write it; a null
+/// A key that scripts see on objects of class T. The name is as scripts write it; a null
 /// reader or writer means that the key can't be read or written.
 template <class T>
 struct Key {
@@ -94,7 +94,8 @@ private:
     static constexpr std::size_t slot_count =
         std::bit_ceil(3 * N + 1); // mostly empty: quick misses
 
-    // The length and three characters tell nearly all names apart; setting bit 5 folds the letters.
+    // The length and three characters distinguish nearly all names; setting bit 5 folds the
+    // letters.
     static constexpr std::size_t Hash(char const* name, std::size_t length)
     {
         if (length == 0)

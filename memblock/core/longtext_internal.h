@@ -8,7 +8,7 @@
 
 namespace NKelmic {
 
-/// The text of a value that is too long to lie inside it.
+/// The text of a value that is too long to fit inside it.
 ///
 /// Such a text costs two blocks, this object and its characters. Values come and go by the million,
 /// so each thread keeps the last few blocks of dropped objects and uses them first.

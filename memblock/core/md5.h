@@ -29,7 +29,7 @@ MEMBLOCK_API extern int g_debug_md5_log;
 class MEMBLOCK_API md5_visitor : public MemBlockVisitor {
 public:
     /// needs_valid_data: arrays that wait for their initialization get it first; otherwise their
-    /// memory is taken as it stands.
+    /// memory is taken as it is.
     explicit md5_visitor(bool needs_valid_data) : needs_valid_data_(needs_valid_data)
     {
         reads_paths_ = false;

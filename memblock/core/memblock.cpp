@@ -1,12 +1,12 @@
 #include <memblock/core/memblock.h>
 
 #include <memblock/base/raise.h>
+#include <memblock/base/warning.h>
 #include <memblock/collections/container.h>
 #include <memblock/core/deepstack_internal.h>
 #include <memblock/core/memblock_internal.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/logging/logger.h>
-#include <memblock/serial/warning.h>
 #include <memblock/threads/mutex.h>
 #include <memblock/vector/vector.h>
 
@@ -342,22 +342,6 @@ void MemBlock::CheckThreadId() const
             std::fputs(Text("Recorded thread ID mismatch for a: %s\n", *this).c_str(), stderr);
     } catch (...) { // a check that is made anywhere must not fail
     }
-}
-
-bool IsNaturalInteger(char const* text, char extra)
-{
-    if (!*text)
-        return false;
-    for (; *text; ++text) {
-        if ((*text < '0' || *text > '9') && *text != extra)
-            return false;
-    }
-    return true;
-}
-
-bool NumericNonNegativeInteger(char const* text)
-{
-    return !*text || IsNaturalInteger(text, '0');
 }
 
 } // namespace NKelmic

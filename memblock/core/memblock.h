@@ -3,67 +3,11 @@
 
 #include <memblock/base/alloc.h>
 #include <memblock/base/exception.h>
-#include <memblock/core/fwd.h>
+#include <memblock/core/pmemblock.h>
 
-#include <cstddef>
-#include <type_traits>
 #include <utility>
 
 namespace NKelmic {
-
-/// Owning pointer to an object, exactly one machine word.
-///
-/// The count that it keeps is a plain integer: an object, and with it all pointers to it, belongs
-/// to one thread at a time. Assignment is const, because a pointer may exchange the object behind
-/// it where a conversion asks for that.
-class MEMBLOCK_API PMemBlock {
-public:
-    PMemBlock() : block_(nullptr) {}
-    PMemBlock(MemBlock const* block);
-    PMemBlock(PMemBlock const& o);
-    PMemBlock(PMemBlock&& o) noexcept : block_(std::exchange(o.block_, nullptr)) {}
-    /// Take the object of `source` as one of class `classname`.
-    ///
-    /// An object of an older form is converted on the way, see
-    /// `MakeBackwardCompatAutoConversionsToConform`. A null source is an error too.
-    /// Throws: 512 "Data does not conform to \"%s\" class: %s".
-    PMemBlock(PMemBlock const& source, char const* classname);
-    ~PMemBlock();
-    PMemBlock const& operator=(PMemBlock const& o) const
-    {
-        Assign(o.block_);
-        return *this;
-    }
-    PMemBlock const& operator=(PMemBlock&& o) const noexcept;
-    /// Hold another object, or none. The new one is taken before the old one is released.
-    void Assign(MemBlock const* block) const;
-    MemBlock* operator->() const { return block_; }
-    MemBlock& operator*() const { return *block_; }
-    MemBlock* Pointer() const { return block_; }
-    explicit operator bool() const { return block_ != nullptr; }
-    bool operator!() const { return !block_; }
-    bool operator==(PMemBlock const& o) const { return block_ == o.block_; } // identity
-    void swap(PMemBlock& o) { std::swap(block_, o.block_); }
-    /// Tell if the object is of that class, or has been made so by the backward compatible
-    /// conversion. False for null.
-    bool Conforms(char const* classname) const;
-    /// Turn a plain image of earlier files into the stencil or mask that it stands for.
-    ///
-    /// Changes the object if this is its only pointer; otherwise holds a changed clone, and the
-    /// other owners keep theirs. Returns false, with nothing changed, in all other cases.
-    bool MakeBackwardCompatAutoConversionsToConform(char const* classname) const;
-    safestring GetDescription() const;  ///< "none" for null
-    static bool do_dereference_check(); ///< false
-
-protected:
-    mutable MemBlock* block_;
-};
-
-/// The checked cast behind `DerivedPointer`: true if the object, which must not be null, is of
-/// that class or converts to it.
-///
-/// Throws: 128 "Illegal MemBlock cast: %s --> %s".
-MEMBLOCK_API bool MemBlockConformsInternal(PMemBlock const& block, char const* classname);
 
 /// The text by which messages name an object: "none" for null.
 MEMBLOCK_API safestring Describe(MemBlock const* block);
@@ -120,7 +64,7 @@ public:
     ///
     /// Says nothing about the C++ class: use `MemCast` or `DerivedPointer` to get at that.
     virtual bool Conforms(char const* classname) const = 0;
-    /// Pass a visitor over this object, its attributes and its children, as the mode tells.
+    /// Pass a visitor over this object, its attributes and its children, as the mode says.
     ///
     /// A class with children calls the base form, ends with false if that does, and then calls
     /// `EntertainChild` for each child with the pointer in its place, not a copy: visitors look
@@ -247,7 +191,7 @@ public:
     void Traverse(TraverseVisitor& v, TraverseNode const& node);
     /// The bytes that this object and what hangs below it hold; what is shared counts once.
     ///
-    /// Counted are arrays of elements, texts too long to lie inside their value, and what objects
+    /// Counted are arrays of elements, texts too long for their value, and what objects
     /// answer to "memusage_self". Containers answer nothing: their items and names are left out,
     /// as are caches, but for the sticky values in them.
     long long CalcMemUsage() const;
@@ -327,134 +271,6 @@ inline PMemBlock const& PMemBlock::operator=(PMemBlock&& o) const noexcept
     return *this;
 }
 
-static_assert(sizeof(PMemBlock) == sizeof(void*));
-
-/// Get at the C++ class of an object: by its class name, also through the backward compatible
-/// conversion, and by the type itself. Null if the object is not a T.
-///
-/// A class name answers for content: an image of logic class mask conforms to "mask" and is no
-/// `Mask`. So nothing is ever cast down without this.
-template <class T>
-T* MemCast(PMemBlock const& p)
-{
-    return p.Conforms(T::StaticClass()) ? dynamic_cast<T*>(p.Pointer()) : nullptr;
-}
-
-/// The same for a plain pointer, without the backward compatible conversion.
-template <class T>
-T* MemCast(MemBlock* p)
-{
-    return p && p->Conforms(T::StaticClass()) ? dynamic_cast<T*>(p) : nullptr;
-}
-
-template <class T>
-T const* MemCast(MemBlock const* p)
-{
-    return p && p->Conforms(T::StaticClass()) ? dynamic_cast<T const*>(p) : nullptr;
-}
-
-namespace NCast {
-[[noreturn]] MEMBLOCK_API void RaiseIllegalCast(PMemBlock const& block, char const* classname);
-[[noreturn]] MEMBLOCK_API void RaiseNotConforming(PMemBlock const& block, char const* classname);
-
-/// The object as a T, null for null, 128 "Illegal MemBlock cast: %s --> %s" if it is none.
-template <class T>
-T* CastOrNull(PMemBlock const& p)
-{
-    if (!p)
-        return nullptr;
-    MemBlockConformsInternal(p, T::StaticClass());
-    if (T* object = dynamic_cast<T*>(p.Pointer()))
-        return object;
-    RaiseIllegalCast(p, T::StaticClass());
-}
-
-/// The object as a T, 512 "Data does not conform to \"%s\" class: %s" if it is none or null.
-template <class T>
-T* CastForAssignment(PMemBlock const& p, char const* classname)
-{
-    if (p.Conforms(classname)) {
-        if (T* object = dynamic_cast<T*>(p.Pointer()))
-            return object;
-    }
-    RaiseNotConforming(p, classname);
-}
-} // namespace NCast
-
-/// Owning pointer to an object of one class.
-///
-/// Two ways lead here from a `PMemBlock`, and they fail differently: construction takes null as
-/// it is and raises 128 "Illegal MemBlock cast: %s --> %s" for another class; assignment, and
-/// construction with a class name, raise 512 "Data does not conform to \"%s\" class: %s" for
-/// another class and for null. Both may exchange the object that the source holds, see
-/// `PMemBlock::MakeBackwardCompatAutoConversionsToConform`.
-///
-/// A const pointer gives a non-const object. Read through `cref`: the non-const forms of data
-/// access copy a shared buffer.
-template <class T>
-class DerivedPointer : public PMemBlock {
-    template <class D>
-    static constexpr bool is_upcast = !std::is_same_v<D, T> && std::is_convertible_v<D*, T*>;
-
-public:
-    DerivedPointer() {}
-    DerivedPointer(std::nullptr_t) {}
-    explicit DerivedPointer(T const* object) : PMemBlock(object) {}
-    DerivedPointer(DerivedPointer const& o) : PMemBlock(o) {}
-    DerivedPointer(DerivedPointer&& o) noexcept : PMemBlock(std::move(o)) {}
-    template <class D, class = std::enable_if_t<is_upcast<D>>>
-    DerivedPointer(DerivedPointer<D> const& o) : PMemBlock(o)
-    {
-    }
-    template <class D, class = std::enable_if_t<is_upcast<D>>>
-    DerivedPointer(DerivedPointer<D>&& o) noexcept : PMemBlock(std::move(o))
-    {
-    }
-    DerivedPointer(PMemBlock const& p) : PMemBlock(NCast::CastOrNull<T>(p)) {}
-    DerivedPointer(PMemBlock const& p, char const* classname)
-        : PMemBlock(NCast::CastForAssignment<T>(p, classname))
-    {
-    }
-    ~DerivedPointer() {}
-    DerivedPointer const& operator=(DerivedPointer const& o) const
-    {
-        Assign(o.block_);
-        return *this;
-    }
-    DerivedPointer const& operator=(DerivedPointer&& o) const noexcept
-    {
-        PMemBlock::operator=(std::move(o));
-        return *this;
-    }
-    template <class D, class = std::enable_if_t<is_upcast<D>>>
-    DerivedPointer const& operator=(DerivedPointer<D> const& o) const
-    {
-        Assign(o.Pointer());
-        return *this;
-    }
-    DerivedPointer const& operator=(std::nullptr_t) const
-    {
-        Assign(nullptr);
-        return *this;
-    }
-    DerivedPointer const& operator=(PMemBlock const& p) const
-    {
-        Assign(NCast::CastForAssignment<T>(p, T::StaticClass()));
-        return *this;
-    }
-    T* operator->() const { return Pointer(); } // no null test
-    T& operator*() const { return *Pointer(); }
-    // All ways in have checked the class, so this one cast down is free.
-    T* Pointer() const { return static_cast<T*>(block_); }
-};
-
-/// Read an object through this: the const forms of data access leave shared buffers alone.
-template <class T>
-T const& cref(DerivedPointer<T> const& p)
-{
-    return *p.Pointer();
-}
-
 // Error texts take objects as they are, see base/raise.h.
 inline safestring TextArg(MemBlock const& block)
 {
@@ -469,28 +285,15 @@ inline safestring TextArg(PMemBlock const& block)
     return Describe(block.Pointer());
 }
 
-/// The library's hook at unload: tells the class factory to let go of all classes.
+/// The library's hook at unload: the class factory drops all classes.
 MEMBLOCK_API void MemBlockCleanup();
-/// True for a text of decimal digits, not empty, in which `extra` may also stand anywhere.
-MEMBLOCK_API bool IsNaturalInteger(char const* text, char extra);
-/// True for a text of decimal digits only, also the empty one.
-MEMBLOCK_API bool NumericNonNegativeInteger(char const* text);
-MEMBLOCK_API int ThreadSharableGetRefCount(void const* sharable);
-
-/// Handler that turns failures into warnings and lets the operation go on.
-class MEMBLOCK_API LogWarnings_ : public ThrowHandlerBase {
-public:
-    unsigned int operator()(Exception const& e) override;
-};
-MEMBLOCK_API LogWarnings_& LogWarnings(); // converts to ThrowHandlerFunc
-
-// Hooks that other libraries link against. They do nothing but what is said here.
-MEMBLOCK_API void PrintMemTrack(char const* text, MemBlock const* block);
-MEMBLOCK_API void MemTrackCapture(MemBlock const* block);
-MEMBLOCK_API void MemManagerActivateMultiThreading();
-MEMBLOCK_API void AssignThreadId(PMemBlock& block, unsigned int id);
-MEMBLOCK_API bool HasThreadId(PMemBlock& block, unsigned int id); ///< true
-MEMBLOCK_API void bp();                                           ///< debugger trap
 } // namespace NKelmic
+
+// What was a part of this header.
+#include <memblock/base/number.h>
+#include <memblock/base/warning.h>
+#include <memblock/core/derivedpointer.h>
+#include <memblock/core/memcast.h>
+#include <memblock/core/memtrack.h>
 
 #endif // MEMBLOCK_CORE_MEMBLOCK_H

@@ -1,6 +1,7 @@
 #include <memblock/core/memblock.h>
 
 #include <memblock/base/raise.h>
+#include <memblock/core/imageclass.h>
 #include <memblock/core/memblock_internal.h>
 #include <memblock/core/memblockimpl.h>
 
@@ -13,7 +14,8 @@ struct OldLogicClass {
     int old_lg_type;
     int lg_type;
 };
-constexpr OldLogicClass old_logic_classes[] = {{"stencil", 3, 13}, {"mask", 5, 12}};
+constexpr OldLogicClass old_logic_classes[] = {{"stencil", lg_old_stencil, lg_stencil},
+                                               {"mask", lg_old_mask, lg_mask}};
 } // namespace
 
 void MakeExclusive(PMemBlock const& block)

@@ -5,9 +5,9 @@
 #include <memblock/core/childwalk_internal.h>
 #include <memblock/core/md5.h>
 #include <memblock/core/safevalue.h>
+#include <memblock/core/summarykeys.h>
 #include <memblock/logging/logger.h>
 #include <memblock/threads/mutex.h>
-#include <memblock/vector/vector.h>
 
 namespace NKelmic {
 namespace {
@@ -69,12 +69,8 @@ struct KeyName {
 
 safestring TextArg(KeyName const& name)
 {
-    return Vector::Key2string(name.key);
-}
-
-void ReportNoNumber(int key, ThrowHandlerFunc handler)
-{
-    Report(handler, err_kind, "Cannot calculate subkey: %s", KeyName{key});
+    char const* const known = SummaryKeyName(name.key);
+    return known ? safestring(known) : str(name.key);
 }
 
 } // namespace
@@ -139,23 +135,20 @@ DataItem MemBlockImpl::SecondaryItem(int key, ThrowHandlerFunc handler)
     return item;
 }
 
-int MemBlockImpl::CalculateInt(int key, ThrowHandlerFunc handler)
+template <class Number>
+Number MemBlockImpl::Calculate(int key, ThrowHandlerFunc handler)
 {
     SafeValue const item(ItemForNumber(*this, key, handler));
-    if (item.IsDefined())
+    if (item.IsUndefined())
+        Report(handler, err_kind, "Cannot calculate subkey: %s", KeyName{key});
+    else if constexpr (std::is_integral_v<Number>)
         return item.GetInt(handler);
-    ReportNoNumber(key, handler);
-    return 0;
-}
-
-double MemBlockImpl::CalculateDouble(int key, ThrowHandlerFunc handler)
-{
-    SafeValue const item(ItemForNumber(*this, key, handler));
-    if (item.IsDefined())
+    else
         return item.GetFloating(handler);
-    ReportNoNumber(key, handler);
     return 0;
 }
+template int MemBlockImpl::Calculate(int key, ThrowHandlerFunc handler);
+template double MemBlockImpl::Calculate(int key, ThrowHandlerFunc handler);
 
 PMemBlock MemBlockImpl::SecondaryMemBlock(int key, ThrowHandlerFunc handler)
 {
@@ -292,7 +285,7 @@ void PimplFlushSecondary(MemBlockImpl* pimpl)
 safestring MemKey2String(int key)
 {
     switch (key) {
-    case 108: // the key of the histogram in vectors and images
+    case key_histogram:
         return "histogram";
     case MemBlock::key_sticky:
         return "@sticky";
@@ -306,48 +299,6 @@ safestring MemKey2String(int key)
         Logger::Log(topic_run, "key", level,
                     Text("MBI501: No translation for MemBlock key: %d", key));
     return Text("@key%d", key);
-}
-
-// The doors on the object. A cache does not change the value of an object, so all are const.
-
-DataItem MemBlock::SecondaryItem(int key, ThrowHandlerFunc handler) const
-{
-    return Pimpl()->SecondaryItem(key, handler);
-}
-
-int MemBlock::SecondaryInt(int key, ThrowHandlerFunc handler) const
-{
-    return (pimpl_ ? pimpl_ : Pimpl())->SecondaryInt(key, handler);
-}
-
-double MemBlock::SecondaryDouble(int key, ThrowHandlerFunc handler) const
-{
-    return (pimpl_ ? pimpl_ : Pimpl())->SecondaryDouble(key, handler);
-}
-
-PMemBlock MemBlock::SecondaryMemBlock(int key, ThrowHandlerFunc handler) const
-{
-    return Pimpl()->SecondaryMemBlock(key, handler);
-}
-
-void MemBlock::SetSecondaryItem(int key, DataItem const& item) const
-{
-    Pimpl()->SetSecondaryItem(key, item);
-}
-
-bool MemBlock::ExistsSecondaryItem(int key, DataItem& out) const
-{
-    return Pimpl()->ExistsSecondaryItem(key, out);
-}
-
-bool MemBlock::ExistsSecondaryInt(int key, int& out) const
-{
-    return Pimpl()->ExistsSecondaryInt(key, out);
-}
-
-bool MemBlock::ExistsSecondaryDouble(int key, double& out) const
-{
-    return Pimpl()->ExistsSecondaryDouble(key, out);
 }
 
 } // namespace NKelmic

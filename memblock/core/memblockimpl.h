@@ -33,12 +33,12 @@ public:
     {
         DataItem const* const stored = Find(key);
         return stored && stored->GetType() == it_int ? stored->GetInt()
-                                                     : CalculateInt(key, handler);
+                                                     : Calculate<int>(key, handler);
     }
     double SecondaryDouble(int key, ThrowHandlerFunc handler)
     {
         DataItem const* const stored = Find(key);
-        return stored && IsNumber(*stored) ? stored->GetDouble() : CalculateDouble(key, handler);
+        return stored && IsNumber(*stored) ? stored->GetDouble() : Calculate<double>(key, handler);
     }
     /// The same as an object.
     ///
@@ -81,8 +81,8 @@ private:
         return (numbers >> item.GetType() & 1U) != 0;
     }
     // Apart, so that reading a stored number stays a look-up and no more.
-    int CalculateInt(int key, ThrowHandlerFunc handler);
-    double CalculateDouble(int key, ThrowHandlerFunc handler);
+    template <class Number>
+    Number Calculate(int key, ThrowHandlerFunc handler);
 
     unsigned int flushes_ = 0;
 };
@@ -90,22 +90,8 @@ MEMBLOCK_API void PimplFlushSecondary(MemBlockImpl* pimpl); ///< null: nothing
 /// The name of a key of the cache for messages.
 MEMBLOCK_API safestring MemKey2String(int key);
 
-/// The cache of a vector with elements of type T: it works out the summary values.
 template <class T>
-class VectorImpl : public MemBlockImpl {
-public:
-    explicit VectorImpl(Vector const* owner);
-    ~VectorImpl() override;
-    DataItem CalculateSecondaryItem(int key, ThrowHandlerFunc handler) const override;
-    DataItem CalculateSecondaryItemNonVirtual(int key, bool& handled,
-                                              ThrowHandlerFunc handler) const;
-};
-
-/// Work out a summary value of an array and keep it in the cache. `handled` comes out false for a
-/// key that is none; the value is then undefined.
-template <class T>
-MEMBLOCK_API DataItem CSINV(T const* data, unsigned int n, int key, MemBlockImpl* impl,
-                            bool& handled, ThrowHandlerFunc handler);
+class VectorImpl; // see vector/summary.h
 
 } // namespace NKelmic
 

@@ -94,6 +94,57 @@ void MakeIndependent(MemBlock& root)
     DeepCopyBelow(root, nullptr, false);
 }
 
+namespace {
+
+/// Counts the places of an object right below another one, and may put something else in one.
+class ChildReplacer : public MemBlockVisitor {
+public:
+    ChildReplacer(MemBlock const& child, PMemBlock const& by, int place)
+        : child_(&child), by_(by), place_(place)
+    {
+        reads_paths_ = false;
+    }
+    using MemBlockVisitor::Visit;
+    int Visit(safestring const&, PMemBlock& block) override
+    {
+        if (block.Pointer() == child_ && places_++ == place_)
+            block = by_;
+        return skip_children;
+    }
+    bool NeedsValidData() override { return false; }
+    int Run(MemBlock& parent)
+    {
+        parent.Entertain(*this, safestring(), MemBlock::em_no_self);
+        return places_;
+    }
+
+private:
+    MemBlock const* child_; // compared only: it may be gone
+    PMemBlock by_;
+    int place_;
+    int places_ = 0;
+};
+
+} // namespace
+
+bool ReplaceChild(MemBlock& parent, MemBlock const& child, PMemBlock const& by,
+                  safestring const& step)
+{
+    constexpr int no_place = -1, most = 64; // each place costs a walk over all children
+    PMemBlock const alive(&child);
+    int const places = ChildReplacer(child, by, no_place).Run(parent);
+    for (int place = 0; place < places && places <= most; ++place) {
+        ChildReplacer(child, by, place).Run(parent);
+        if (places == 1)
+            return true;
+        DataItem const found = parent.GetSubItem(step, throw_never);
+        if (found.GetType() == it_memblock && found.GetMemory() == by)
+            return true;
+        ChildReplacer(*by, alive, 0).Run(parent); // another key's: back to what it was
+    }
+    return false;
+}
+
 PMemBlock MemBlock::CloneToBranch(safestring const& path) const
 {
     constexpr int branch_mode = 2;
@@ -110,30 +161,35 @@ PMemBlock MemBlock::CloneToBranch(safestring const& path) const
         from = dot + 1;
         MemBlock const& object = *levels.back().object;
         DataItem const item = object.GetSubItem(step, throw_never);
-        bool const leads_on = item.GetType() == it_memblock && item.GetMemory();
-        if (leads_on && item.GetMemory().Pointer() == &object)
+        MemBlock const* const found =
+            item.GetType() == it_memblock ? item.GetMemory().Pointer() : nullptr;
+        if (found == &object)
             continue; // by a step such as "@self"
+        if (found && found->RefCount() == 1)
+            break; // computed for this reader: no branch that a write could go to
         // Any other value is in the clone already: to read and write it back might round it.
         if (item.GetType() == it_sharable) {
             branch = item;
             branch.MakeCopy();
         }
-        if (leads_on || branch.IsDefined())
+        if (found || branch.IsDefined())
             levels.back().step = step;
-        if (!leads_on)
+        if (!found)
             break;
         levels.push_back({item.GetMemory(), safestring()});
     }
-    PMemBlock copy;
+    PMemBlock copy, below;
     for (; !levels.empty(); levels.pop_back()) {
         auto const& [object, step] = levels.back();
         copy = object->DoClone(branch_mode);
         if (!copy)
             continue;
         copy->CopyStickyAttributesFrom(*object);
-        if (branch.IsDefined())
-            copy->SetSubItem(step, SafeValue(branch), throw_always);
+        // A key that leads to a child need not be one that sets it.
+        if (branch.IsDefined() && !(below && ReplaceChild(*copy, *below, branch.GetMemory(), step)))
+            copy->SetSubItem(step, SafeValue(branch), throw_never);
         branch = DataItem(copy);
+        below = object;
     }
     return copy;
 }

@@ -2,7 +2,7 @@
 
 #include <memblock/base/alloc.h>
 #include <memblock/base/raise.h>
-#include <memblock/serial/warning.h>
+#include <memblock/base/warning.h>
 
 #include <algorithm>
 #include <atomic>

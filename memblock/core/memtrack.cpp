@@ -1,4 +1,4 @@
-#include <memblock/core/memblock.h>
+#include <memblock/core/memtrack.h>
 
 #include <csignal>
 

@@ -29,7 +29,7 @@ protected:
     mutable std::map<safestring, DataItem> values_;
 };
 
-/// Options of `MemBlock::Convert`; the classes tell their keys.
+/// Options of `MemBlock::Convert`; the classes define their keys.
 class MEMBLOCK_API ConvertOptions : public OptionsBase {};
 
 /// Options of `MemBlock::op`.

@@ -8,7 +8,7 @@ namespace NKelmic {
 /// A value that its receiver does not trust: the argument of verbs and of sub-item setters.
 ///
 /// Where `DataItem` converts as far as it can, the readers here state which conversions are legal.
-/// Each stands twice: with a handler it reports every failure to it and returns 0, 0.0, false, an
+/// Each has two forms: with a handler it reports every failure to it and returns 0, 0.0, false, an
 /// empty text or null; without one it throws. Failures carry code 512, or the code of the parser
 /// for a text that is no number.
 ///

@@ -2,7 +2,7 @@
 #include <memblock/base/raise.h>
 #include <memblock/base/safestring.h>
 #include <memblock/core/memblock.h>
-#include <memblock/serial/serializer.h>
+#include <memblock/core/serializer.h>
 
 namespace NKelmic {
 

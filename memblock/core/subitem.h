@@ -12,15 +12,15 @@ MEMBLOCK_API PMemBlock ResolveAttribute1(PMemBlock item, ThrowHandlerFunc handle
 
 /// Tell whether a key is a fact about the object rather than content of it.
 ///
-/// True for a key that begins with '@' and stands in the object's key list, and for one that its
-/// full list marks with '%'. A key that stands in neither is not.
+/// True for a key that begins with '@' and is in the object's key list, and for one that its
+/// full list marks with '%'. A key that is in neither is not.
 MEMBLOCK_API bool IsSystemSubKey(MemBlock const& object, safestring const& key);
 
 /// The name by which the engine knows an object; "" without the engine.
 MEMBLOCK_API safestring GetItemName1(MemBlock const* object);
 
 /// Make a path out of a soft link: `link` is relative to the place `base` of the link itself, its
-/// step "<" goes one level up, and `tail` follows as it stands.
+/// step "<" goes one level up, and `tail` follows as it is.
 ///
 /// False if the link leads above the first step of `base`: `result` is then the part of the link
 /// that is left, that "<" included, with the tail.

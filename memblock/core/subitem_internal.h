@@ -19,7 +19,13 @@ inline void ReportNoSubItem(MemBlock const& object, safestring const& path,
     Report(handler, err_value, "Subitem not found: \"%s\": %s", path, object);
 }
 
-/// For a change that only the description tells: hashes are made of it, nothing else is.
+/// The object in a value; null if it holds anything else.
+inline PMemBlock MemoryOrNull(DataItem const& value)
+{
+    return value.GetType() == it_memblock ? value.GetMemory() : PMemBlock();
+}
+
+/// For a change seen only in the description; only content hashes depend on it.
 void DropHashes(MemBlock& object);
 
 } // namespace NKelmic

@@ -3,6 +3,7 @@
 #include <memblock/base/text.h>
 #include <memblock/core/attempt_internal.h>
 #include <memblock/core/memblockimpl.h>
+#include <memblock/core/subitem_internal.h>
 #include <memblock/logging/logger.h>
 #include <memblock/vector/vector.h>
 
@@ -62,8 +63,7 @@ unsigned long AddressOf(MemBlock const& object)
 bool SetAttribute(MemBlock& object, int key, SafeValue const& value, ThrowHandlerFunc handler,
                   char const* refusal)
 {
-    PMemBlock const container =
-        value.GetType() == it_memblock ? value.GetMemory(handler) : PMemBlock();
+    PMemBlock const container = MemoryOrNull(value);
     if (!container.Conforms("container")) {
         Report(handler, err_kind, refusal, value);
         return false;

@@ -1,6 +1,7 @@
 #include <memblock/core/subitem.h>
 
 #include <memblock/core/attempt_internal.h>
+#include <memblock/core/childwalk_internal.h>
 #include <memblock/core/memblock_internal.h>
 #include <memblock/core/memblockimpl.h>
 #include <memblock/core/subitem_internal.h>
@@ -60,6 +61,17 @@ public:
         levels_.push_back({PMemBlock(&root), safestring()});
     }
 
+    // To read an attribute makes it. A write that fails behind it must not leave it: hashes cover
+    // attributes, empty ones too.
+    ~WriteWalk()
+    {
+        for (auto made = attributes_.rbegin(); !done_ && made != attributes_.rend(); ++made) {
+            made->owner->SetSecondaryItem(made->key, {}); // only takes out: nothing can fail
+            if (!made->had_sticky)
+                made->owner->ClearFlags(MemBlock::mem_has_sticky);
+        }
+    }
+
     /// Go down to the object that is asked to set the last step. False after a report.
     bool Descend()
     {
@@ -75,16 +87,25 @@ public:
 
     bool Write(SafeValue const& value)
     {
+        PMemBlock present; // where the write is made aside
         if (levels_.size() > 1) {
-            if (!ParentAgrees(value) || !MakeExclusive())
+            int const answer = AskParent(value);
+            if (answer == 0 || !MakeExclusive())
                 return false;
+            if (answer == write_aside) {
+                present = levels_.back().object;
+                levels_.back().object = present->Clone(true);
+            }
             Target().SetConst(false);
         }
         MemBlockImpl const* const cache = Target().PimplIfAny();
         unsigned int const flushes = cache ? cache->Flushes() : 0;
         if (!set_step_(Target(), key_, value, path_, handler_) || !StoreMissing())
             return false;
+        if (present && !PutInPlaceOf(present))
+            return false;
         Notify(cache && cache == Target().PimplIfAny() && cache->Flushes() != flushes);
+        done_ = true;
         return true;
     }
 
@@ -94,13 +115,18 @@ private:
         safestring step; // that led here; empty for the root
     };
 
+    // The answer of a parent that has to see the changed child before it can agree.
+    static constexpr int write_aside = 2;
+
     MemBlock& Target() const { return *levels_.back().object; }
+    MemBlock& Parent() const { return *levels_[levels_.size() - 2].object; }
 
     bool StepInto(safestring const& step, safestring::size_type rest)
     {
         if (!MakeExclusive())
             return false;
         DetachObjectElements(Target());
+        NoteNewAttribute(step);
         PMemBlock child;
         {
             DataItem const found = Target().GetSubItem(step, collect_);
@@ -110,6 +136,8 @@ private:
                 ReportNoSubKeyOfScalar(found, path_.substr(rest), handler_);
                 return false;
             }
+            if (child.Pointer() == &Target()) // no parent of itself: the one above is to agree
+                return true;
         } // the item's own count must be gone before counts are tested
         if (!child)
             child = MakeMissing(step);
@@ -119,6 +147,18 @@ private:
         }
         levels_.push_back({child, step});
         return true;
+    }
+
+    void NoteNewAttribute(safestring const& step)
+    {
+        if (step != "@sticky" && step != "@transient")
+            return;
+        int const key = step == "@sticky" ? MemBlock::key_sticky : MemBlock::key_transient;
+        MemBlock const& owner = Target();
+        DataItem present;
+        if (!owner.PimplIfAny() || !owner.ExistsSecondaryItem(key, present))
+            attributes_.push_back(
+                {levels_.back().object, key, (owner.Flags() & MemBlock::mem_has_sticky) != 0});
     }
 
     // What is missing comes into being by the write: the first of the missing containers waits for
@@ -148,14 +188,29 @@ private:
         return false;
     }
 
-    bool ParentAgrees(SafeValue const& value) const
+    // 0 cancels the write.
+    int AskParent(SafeValue const& value) const
     {
         bool const from_system_key = path_[0] == '@';
         SafeValue arguments[] = {levels_.back().step, key_, static_cast<int>(from_system_key),
                                  value};
-        MemBlock& parent = *levels_[levels_.size() - 2].object;
-        DataItem const answer = parent.DoVerb("chldchng", 4, arguments);
-        return answer.IsUndefined() || answer.GetInt() != 0;
+        DataItem const answer = Parent().DoVerb("chldchng", 4, arguments);
+        return answer.IsUndefined() ? 1 : answer.GetInt();
+    }
+
+    // The parent gets the changed copy, and its child back if it does not agree.
+    bool PutInPlaceOf(PMemBlock const& present)
+    {
+        Level const& level = levels_.back();
+        if (!ReplaceChild(Parent(), *present, level.object, level.step))
+            return set_step_(Parent(), level.step, level.object, path_, handler_);
+        try {
+            Parent().DoVerb("chldchng", 0, nullptr);
+        } catch (...) {
+            ReplaceChild(Parent(), *level.object, present, level.step);
+            throw;
+        }
+        return true;
     }
 
     // Two counts are the slot of the object above and this walk.
@@ -164,17 +219,32 @@ private:
         if (levels_.size() < 2)
             return true;
         Level& level = levels_.back();
-        MemBlock& parent = *levels_[levels_.size() - 2].object;
-        if (level.object->RefCount() <= 2 || level.object.Pointer() == &parent ||
-            level.object.Conforms("xmlnode"))
+        if (level.object->RefCount() <= 2 || level.object.Conforms("xmlnode"))
             return true;
         PMemBlock const clone = level.object->Clone(true);
-        auto const store = [&] { return set_step_(parent, level.step, clone, path_, handler_); };
-        // The clone is equal to what it replaces: no change that a transient container ends with.
-        if (!(IsAttribute(level.step) ? store() : KeepingTransient(parent, store)))
+        if (!Store(clone))
             return false;
         level.object = clone;
         return true;
+    }
+
+    // Put a clone in the place of the last level's object. A key that can be read need not be one
+    // that sets the same: in a table "_0" reads a column by its index and writes one of that name,
+    // and what is written to a mask goes to its form. There the object itself is looked for first;
+    // elsewhere last, since there may be many to look at.
+    bool Store(PMemBlock const& clone)
+    {
+        Level const& level = levels_.back();
+        MemBlock& parent = Parent();
+        auto const replace = [&] { return ReplaceChild(parent, *level.object, clone, level.step); };
+        if ((IsAttribute(level.step) || parent.Conforms("table")) && replace())
+            return true;
+        auto const store = [&](ThrowHandlerFunc handler) {
+            auto const step = [&] { return set_step_(parent, level.step, clone, path_, handler); };
+            // The clone is equal to what it replaces: no change that ends a transient container.
+            return IsAttribute(level.step) ? step() : KeepingTransient(parent, step);
+        };
+        return store(throw_never) || replace() || store(handler_);
     }
 
     // Hashes and other derived values of all that holds the changed object are out of date. An
@@ -204,6 +274,13 @@ private:
     SetStep set_step_;
     CollectThrowMessage collect_;
     std::vector<Level> levels_;
+    struct NewAttribute {
+        PMemBlock owner;
+        int key;
+        bool had_sticky; // the flag, before
+    };
+    std::vector<NewAttribute> attributes_;
+    bool done_ = false;
     std::size_t missing_ = 0; // the level of the first container that was made; 0: there is none
     safestring key_;
 };

@@ -35,7 +35,7 @@ public:
     }
 
 private:
-    /// Stands ahead of the caller's data.
+    /// Precedes the caller's data.
     struct Block {
         std::uint64_t owner_and_size; ///< in one store: below 32 bits of thread, words of 8 bytes
         Block* below;                 ///< in the order of allocation
@@ -86,14 +86,14 @@ inline RecursiveAllocator& GetRecursiveAllocator()
 }
 
 /// Short-lived small objects of one thread, to be released on it in the reverse order, as automatic
-/// objects are. Misuse is told on standard error and survived; it raises nothing, since releases
+/// objects are. Misuse is reported on standard error; it raises nothing, since releases
 /// happen in destructors.
 class MEMBLOCK_API SingleThreadAlloced {
 public:
     /// Throws: 256 for more than 32 GiB, std::bad_alloc.
     static void* Alloc(unsigned long n) { return GetRecursiveAllocator().Alloc(n); }
     /// Null is nothing. A block of another thread stays allocated; one that is not the top is
-    /// unlinked, and its memory comes back when what lies below it goes.
+    /// unlinked, and its memory comes back when what is below it goes.
     static void Free(void* p)
     {
         if (p)

@@ -234,7 +234,7 @@ bool TypedChunk::Consistent(safestring& message) const
         message += text;
         ok = false;
     };
-    if (type_ < 0 || type_ > DataTypeBase::UnsignedInt64)
+    if (type_ < 0 || type_ > greatest_elem_type_id)
         fail("Invalid Vector::ElemType(). ");
     if (!IsInSet<AllTypes>(type_) || elem_size_ != SizeOf(type_))
         fail("Vector::elem_type_ and ElemSize() do not match. ");

@@ -6,7 +6,7 @@
 
 namespace NKelmic {
 
-/// Fills an array at its first access. The library has none: whoever makes a chunk brings it.
+/// Fills an array at its first access. The library has none: the maker of a chunk brings it.
 class MEMBLOCK_API DelayedInitializer {
 public:
     virtual ~DelayedInitializer() {}
@@ -17,7 +17,7 @@ public:
 /// A typed array on a `MemChunk`, at an offset in bytes.
 ///
 /// Copies share the buffer; a writer detaches first. The object elements (`String`, `PMemory`,
-/// `PolyType`) belong to the typed views: the last view on a buffer destroys them where they lie,
+/// `PolyType`) belong to the typed views: the last view on a buffer destroys them in place,
 /// also when a plain `MemChunk` outlives it. Elements are reached by `Data()` as they are; callers
 /// run a pending initializer first.
 class MEMBLOCK_API TypedChunk {
@@ -63,7 +63,7 @@ public:
     /// chunk that is written belongs to one thread.
     void DetachSharedData();
 
-    /// Run the pending initializer, once. `HasDelayed` tells whether there is one.
+    /// Run the pending initializer, once. `HasDelayed` says whether there is one.
     void DelayedInitialize() const;
     bool HasDelayed() const { return delayed_ != nullptr; }
     void SetDelayed(DelayedInitializer* initializer); ///< takes ownership; null drops it

@@ -64,7 +64,7 @@ public:
     virtual void VisitEnd(TraverseNode const& node, DataItem& item);
     virtual void VisitEnd(TraverseNode const& node, MemBlock& block);
     virtual void VisitEnd(TraverseNode const& node, ThreadSharable& sharable);
-    /// Tell if the walk goes into this object; asked ahead of its start event. True here.
+    /// Whether the walk goes into this object; asked ahead of its start event. True here.
     virtual bool Enters(MemBlock& block);
 };
 
@@ -109,7 +109,7 @@ private:
 
 /// The two passes of `MemBlock::MakeDeepCopy`.
 ///
-/// The first one counts how many references to each object lie inside the tree, so that the rest
+/// The first one counts how many references to each object are inside the tree, so that the rest
 /// are known to be outside. What outsiders reach, directly or through another object of the tree,
 /// is exposed; the second pass puts a copy in its place, one for all places. Derived values that
 /// are objects are dropped: others may have them too, and copies have none.

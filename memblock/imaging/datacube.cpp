@@ -10,6 +10,7 @@ namespace {
 
 TypedChunk CheckedChunk(unsigned int const* dims, unsigned long n, DataType type)
 {
+    // Before memory is asked for: these run ahead of the constructor's body.
     DataCube::CheckElemTypeSupported(type);
     if (ShapeLength(dims, 3) != n)
         Raise(err_kind, "Vector length %d is not the product of dimension sizes.", n);
@@ -56,6 +57,7 @@ DerivedPointer<DataCube> DataCube::Create()
 
 DerivedPointer<DataCube> DataCube::Create(int w, int h, int d, DataType type, double factor)
 {
+    // A negative size becomes one that is too large for any vector, and is refused as such.
     unsigned int const dims[] = {static_cast<unsigned int>(w), static_cast<unsigned int>(h),
                                  static_cast<unsigned int>(d)};
     return DerivedPointer<DataCube>(new DataCube(dims, ShapeLength(dims, 3), type, factor));

@@ -11,7 +11,7 @@ class IndexVector;
 /// A stack of planes of one size: element (x, y, z) is x + width * (y + height * z).
 ///
 /// Elements are integers, floats or Triple. Errors raised here carry code 128 unless another is
-/// told. Numbers out of range: "No such plane in data cube: %d", "Point x,y is out of range: %d,
+/// given. Numbers out of range: "No such plane in data cube: %d", "Point x,y is out of range: %d,
 /// %d".
 class MEMBLOCK_API DataCube : public GeomBlock<3> {
 public:

@@ -45,8 +45,11 @@ Place ReadPlace(safestring const& key)
     for (unsigned long i = 0; i < parts.size(); ++i) {
         safestring part = parts[i];
         apply_trim(part);
+        // The key of a cube has numbers only. Others may be names of items, which the vector knows.
         if (!is_numeric(part))
             return {};
+        // Kept in the range of int, so that a number far outside is refused with its place and not
+        // as another one.
         double const number = std::clamp(RoundHalfAway(StrToDouble(part)), -beyond, beyond);
         place.at[i] = static_cast<int>(number);
         ++place.count;
@@ -58,6 +61,7 @@ Place ReadPlace(safestring const& key)
 unsigned int IndexOf(DataCube const& cube, Place const& place)
 {
     auto const [x, y, z] = place.at;
+    // As indices these would be large numbers, and their sum could come back into range.
     if (x < 0 || y < 0 || z < 0)
         return static_cast<unsigned int>(Coordinates::beyond);
     auto const step = [](unsigned long from, unsigned long size, unsigned long number) {
@@ -68,7 +72,7 @@ unsigned int IndexOf(DataCube const& cube, Place const& place)
     return static_cast<unsigned int>(step(static_cast<unsigned long>(x), cube.width(), row));
 }
 
-/// The object of a class in a value; a number stands for a vector of one element.
+/// The object of a class in a value; a number is taken as a vector of one element.
 template <class T>
 DerivedPointer<T> ObjectIn(SafeValue const& value, char const* refusal)
 {
@@ -82,6 +86,8 @@ DerivedPointer<T> ObjectIn(SafeValue const& value, char const* refusal)
 void Write(DataCube& cube, Place const& place, SafeValue const& value)
 {
     switch (place.count) {
+    // The fewer numbers a key has, the more it names: a plane, the column above a pixel, an
+    // element.
     case 1:
         return cube.ReplacePlane(place.at[0], ObjectIn<Image>(value, "Not an image: %s"));
     case 2:
@@ -145,6 +151,7 @@ DataItem DataCube::ResolveSubItem(safestring const& key, ThrowHandlerFunc handle
     Coordinates const point = ReadCoordinates(key.c_str(), key.size());
     switch (point.count) {
     case 1:
+        // These throw; a script that asks without a handler gets undefined instead.
         return Attempt(handler, [&]() -> DataItem { return GetPlane(AsInt(point.at[0])); });
     case 2:
         return Attempt(handler, [&]() -> DataItem {
@@ -171,6 +178,7 @@ DataItem DataCube::DoVerb(char const* verb, int argc, SafeValue* argv)
 {
     if (auto const* row = cube_verbs.Find(verb))
         return row->run(*this, argc, argv);
+    // The vector calls this before it changes type: a cube of texts has no planes.
     if (SameName(verb, "notif_elmtyp_chng") && argc > 0)
         CheckElemTypeSupported(static_cast<DataType>(argv[0].GetInt()));
     return Vector::DoVerb(verb, argc, argv);

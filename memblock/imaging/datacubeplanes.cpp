@@ -14,12 +14,13 @@ namespace {
 /// Factors that are closer count as one.
 constexpr double same_factor = 1e-12;
 
-/// An image of which no pixel lies in the buffer of the cube, which is about to change.
+/// An image without a pixel in the buffer of the cube, which is about to change.
 DerivedPointer<Image> Apart(DerivedPointer<Image> const& image, Vector const& cube)
 {
     auto const* const pixels =
         static_cast<char const*>(static_cast<Vector const&>(cref(image)).Pointer());
     auto const* const data = static_cast<char const*>(cube.Chunk().Chunk().Data());
+    // The whole buffer counts, not only the elements: a cube may begin in the middle of one.
     bool const inside = pixels >= data && pixels < data + cube.Chunk().Chunk().Size();
     return inside ? DerivedPointer<Image>(image->Clone(false)) : image;
 }
@@ -56,6 +57,8 @@ DerivedPointer<Image> DataCube::GetTempPlane(int z) const
 {
     CheckPlane(z, depth());
     Pointer(); // what is put off must be done now
+    // Shares the buffer, so a write to either side copies first: readers get a plane without a
+    // copy, and it stays what it was.
     unsigned long const first = PlaneLength() * static_cast<unsigned long>(z);
     TypedChunk const chunk(PlaneLength(), ElemType(), Chunk().Chunk(),
                            Chunk().GetOffset() + first * ElemSize());
@@ -67,6 +70,8 @@ DerivedPointer<Image> DataCube::GetTempPlane(int z)
     CheckPlane(z, depth());
     Vector::Pointer(); // makes the buffer private
     ContentHasBeenChanged();
+    // No owner: a write to the plane is a write to the cube. The caller keeps the cube alive and
+    // its size.
     return Image::Create(const_cast<char*>(std::as_const(*this).Plane(z)), nullptr, width(),
                          height(), ElemType(), Factor());
 }
@@ -77,6 +82,7 @@ void DataCube::DeletePlane(int z)
     unsigned long const bytes = PlaneLength() * ElemSize();
     unsigned long const first = bytes * static_cast<unsigned long>(z);
     char* const data = static_cast<char*>(Vector::Pointer());
+    // Moved ahead of the resize, which drops the end.
     std::memmove(data + first, data + first + bytes, bytes * depth() - first - bytes);
     unsigned int const sizes[] = {width(), height(), depth() - 1};
     ChangeDimSizes(sizes, 3);
@@ -98,6 +104,7 @@ void DataCube::ReplacePlane(int z, DerivedPointer<Image> image)
 void DataCube::InsertPlane(int z, DerivedPointer<Image> image)
 {
     CheckPlane(z, depth() + 1);
+    // The resize may move the buffer, and with it pixels that are inserted from the cube itself.
     image = Apart(ConformingPlane(std::move(image)), *this);
     unsigned int const sizes[] = {width(), height(), depth() + 1};
     ChangeDimSizes(sizes, 3);
@@ -125,6 +132,7 @@ DerivedPointer<Image> DataCube::ConformingPlane(DerivedPointer<Image> image) con
             image->EnsureFactor(Factor());
         }
     } catch (Exception const& e) {
+        // The code stays that of the cause.
         Raise(e.Code(), "While preparing image plain for inclusion in the data cube (%s): %s",
               *this, e.what());
     }

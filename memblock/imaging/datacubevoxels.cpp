@@ -42,6 +42,7 @@ bool HasValue(T element, V value)
     else if constexpr (std::is_signed_v<wide_t<T>>)
         return element == value;
     else
+        // Without the test -1 would find the greatest element of 32 bits.
         return value >= 0 && static_cast<wide_t<T>>(element) == static_cast<unsigned int>(value);
 }
 
@@ -68,16 +69,18 @@ template <class V>
 DerivedPointer<IndexVector> ListOfValue(DataCube const& cube, V value)
 {
     unsigned int count = 0;
+    // Two passes: most values are rare, and a list with room for every element would be as large as
+    // the cube.
     WithElemType<NumericTypes>(
         cube.ElemType(), "Function n=count_pixels not implemented for data type '%s'",
-        [&]<class T>(Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             count = count_pixels(cube.TypedPointer<T>(), cube.Length(), value);
         });
     // One more than there are: the loop needs no branch then.
     auto list = IndexVector::Create(count + 1UL, DerivedPointer<Vector>(&cube));
     WithElemType<NumericTypes>(
         cube.ElemType(), "Function copy_pixels not implemented for data type '%s'",
-        [&]<class T>(Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             copy_pixels(cube.TypedPointer<T>(), cube.Length(), value, list->UnsignedIntPointer());
         });
     list->ResizeVector(count, true, false);
@@ -101,7 +104,7 @@ DerivedPointer<Vector> DataCube::GetZVector(int x, int y) const
         static_cast<unsigned int>(x) + static_cast<unsigned int>(y) * width();
     WithElemType<NumericTypes>(
         ElemType(), "Function zvector_tmpl not implemented for data type '%s'",
-        [&]<class T>(NKelmic::Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             zvector_tmpl(TypedPointer<T>() + first, static_cast<unsigned long>(width()) * height(),
                          depth(), static_cast<T*>(column.Data()));
         });
@@ -126,16 +129,17 @@ void DataCube::ReplaceZVector(int x, int y, DerivedPointer<Vector> const& v)
             WithElemType<FloatTypes>(
                 ElemType(),
                 "Function ReplaceZVector_tmpl_double not implemented for data type '%s'",
-                [&]<class T>(NKelmic::Elem<T>) {
+                [&]<class T>(TypeTag<T>) {
                     ReplaceZVector_tmpl_double(source, stride, target.TypedPointer<T>() + first);
                 });
         else
             WithElemType<IntegerTypes>(
                 ElemType(), "Function ReplaceZVector_tmpl_int not implemented for data type '%s'",
-                [&]<class T>(NKelmic::Elem<T>) {
+                [&]<class T>(TypeTag<T>) {
                     ReplaceZVector_tmpl_int(source, stride, target.TypedPointer<T>() + first);
                 });
     };
+    // The first write is a rehearsal on a copy of the column: what it refuses has changed nothing.
     write(*column, 0, 1, cref(values));
     unsigned int const first =
         static_cast<unsigned int>(x) + static_cast<unsigned int>(y) * width();
@@ -154,6 +158,7 @@ DerivedPointer<IndexVector> DataCube::GetMaskVector(double value) const
         return ListOfValue(*this, value);
     if (!IsInSet<IntegerTypes>(ElemType()))
         Raise(err_kind, "Element type not supported.");
+    // Elements are whole numbers, so the question is for the nearest one.
     double const rounded = RoundHalfAway(value);
     if (!FitsAfterTrunc<int>(rounded)) // no element is NaN, and the others are compared as int
         return IndexVector::Create(0, DerivedPointer<Vector>(this));

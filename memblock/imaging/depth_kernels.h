@@ -1,7 +1,7 @@
 #ifndef MEMBLOCK_IMAGING_DEPTH_KERNELS_H
 #define MEMBLOCK_IMAGING_DEPTH_KERNELS_H
 
-#include <memblock/base/multiversion.h>
+#include <memblock/vector/range_kernels.h>
 
 #include <algorithm>
 #include <array>
@@ -25,16 +25,9 @@ MEMBLOCK_MULTIVERSION void AverageBytes(unsigned char const* __restrict src, uns
 
 /// The greatest pixel that is finite; 0 if none is above 0.
 template <class T>
-MEMBLOCK_MULTIVERSION double FiniteMaximum(T const* __restrict src, unsigned int n)
+double FiniteMaximum(T const* src, unsigned int n)
 {
-    T greatest = 0;
-    for (unsigned int i = 0; i < n; ++i) {
-        bool counts = src[i] > greatest;
-        if constexpr (std::is_floating_point_v<T>)
-            counts = counts && src[i] <= std::numeric_limits<T>::max();
-        greatest = counts ? src[i] : greatest;
-    }
-    return static_cast<double>(greatest);
+    return static_cast<double>(std::max(T(0), MinMaxOf<true>(src, n).max));
 }
 
 /// Truncate; what a byte can't hold, and NaN, becomes 0.

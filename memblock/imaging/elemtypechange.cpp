@@ -12,6 +12,8 @@ namespace NKelmic {
 ElemTypeChange::ElemTypeChange(Vector& v)
     : image_(v.GetRank() == 2 ? dynamic_cast<Image*>(&v) : nullptr)
 {
+    // Taken out before the change, as it drops all cached values. These two are no values of the
+    // pixels, though kept in the same place.
     if (!image_ || !image_->PimplIfAny())
         return;
     image_->ExistsSecondaryItem(Image::key_stencil_count, stencil_count_);
@@ -24,6 +26,7 @@ void ElemTypeChange::PutBack() const
         return;
     if (edge_width_.IsDefined())
         image_->SetSecondaryItem(Image::key_edge_width, edge_width_);
+    // The change may have ended the class, and a count without a stencil would be believed later.
     if (stencil_count_.IsDefined() && image_->Type() == Image::stencil)
         image_->SetSecondaryItem(Image::key_stencil_count, stencil_count_);
 }
@@ -33,12 +36,15 @@ void ElemTypeChange::Finish()
     PutBack();
     if (!image_ || image_->ElemType() != Vector::Triple)
         return;
+    // Colours are shown as they are.
     image_->EnsureFactor(1.0);
     image_->DoSetLgType(Image::visual);
 }
 
 void CountObjects(Vector const& v)
 {
+    // A pass over pixels that are not yet made would make them; such an image has no labels to
+    // count.
     if (v.LgType() != Image::stencil || v.Chunk().HasDelayed())
         return;
     if (auto const* const image = dynamic_cast<Image const*>(&v))
@@ -78,6 +84,17 @@ void CheckLengthIsFree(Vector const& v)
 {
     if (dynamic_cast<Point const*>(&v))
         Raise(err_kind, Point::refusal_to_resize);
+}
+
+PMemBlock PixelListOf(DerivedPointer<Vector> const& indices, unsigned int width,
+                      unsigned int height)
+{
+    return IndexVector::Create(indices, width, height);
+}
+
+PMemBlock RangeOfIndices(unsigned int length)
+{
+    return NumRange::Create(0, static_cast<int>(length), true);
 }
 
 } // namespace NKelmic

@@ -11,6 +11,7 @@ namespace NKelmic {
 unsigned long ShapeLength(unsigned int const* sizes, int rank)
 {
     std::for_each(sizes, sizes + rank, CheckLength);
+    // Settled: a shape without elements keeps its other sizes, each of which must be a length.
     if (std::count(sizes, sizes + rank, 0U) > 0)
         return 0;
     unsigned long length = 1;
@@ -29,7 +30,9 @@ Coordinates ReadCoordinates(char const* key, std::size_t length)
         char const* const first = p;
         unsigned long value = 0;
         for (; p != end && *p >= '0' && *p <= '9'; ++p)
+            // Cut at each digit: a key of a thousand digits overflows nothing.
             value = std::min(10 * value + static_cast<unsigned long>(*p - '0'), point.beyond);
+        // No digits between two commas, or a fourth number: no coordinates, but maybe a name.
         if (p == first || point.count == 3)
             return {};
         point.at[static_cast<std::size_t>(point.count++)] = value;
@@ -71,6 +74,8 @@ void GeomBlock<N>::ChangeDimSizes(unsigned int const* dims, int n)
               "%s",
               n, *this);
     ShapeLength(dims, N);
+    // ResizeVector is virtual and checks the length against the sizes, so they are set before it
+    // and taken back if it refuses.
     Sizes const old = sizes_;
     std::copy_n(dims, N, sizes_.begin());
     try {
@@ -86,6 +91,7 @@ template <int N>
 void GeomBlock<N>::FitLength()
 {
     unsigned long const length = ShapeLength(sizes_.data(), N);
+    // An equal length keeps the buffer shared: a change of shape alone copies nothing.
     if (length != Length())
         ResizeVector(length, true, true);
 }
@@ -93,6 +99,7 @@ void GeomBlock<N>::FitLength()
 template <int N>
 void GeomBlock<N>::Reshape(Sizes const& sizes, TypedChunk const& chunk)
 {
+    // In this order: SetTypedChunk compares the length with the sizes.
     sizes_ = sizes;
     SetTypedChunk(chunk);
 }
@@ -100,6 +107,7 @@ void GeomBlock<N>::Reshape(Sizes const& sizes, TypedChunk const& chunk)
 template <int N>
 DerivedPointer<Vector> GeomBlock<N>::DoCloneSlice(unsigned int from, unsigned int to) const
 {
+    // A part of the elements is no rectangle in general, so it is a plain vector.
     return Create(CopyOfRange(Chunk(), from, to - from), Factor());
 }
 

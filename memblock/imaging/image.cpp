@@ -48,6 +48,8 @@ Image::Image(TypedChunk const& chunk, unsigned int w, unsigned int h, double fac
 Image::Image(Image const& o) : GeomBlock(o)
 {
     int count = 0;
+    // A copied buffer has no cached values of its own. The count must go with it: the number of
+    // objects may be larger than the greatest label, and no pass over the pixels finds that again.
     if (o.Type() == stencil && o.RecordedStencilCount(count))
         RecordStencilCount(count);
 }
@@ -67,6 +69,7 @@ DerivedPointer<Image> Image::Create(void* mem, void (*release)(void*), unsigned 
 DerivedPointer<Image> Image::Create(TypedChunk const& chunk, unsigned int w, unsigned int h,
                                     double factor)
 {
+    // Checked before the image exists: sizes whose product overflows would pass as a small length.
     PixelCount(w, h);
     DerivedPointer<Image> image(new Image(chunk, w, h, factor));
     image->FitLength();
@@ -84,6 +87,8 @@ bool Image::Conforms(char const* classname) const
         return true;
     if (SameName(classname, "color_data"))
         return ElemType() == Triple;
+    // Mask and stencil are also classes of their own. An image that holds the same content may be
+    // used in their place.
     if (SameName(classname, "stencil"))
         return Type() == stencil;
     if (SameName(classname, "mask"))
@@ -120,6 +125,8 @@ safestring Image::DoGetDescription() const
     case mask:
         return Text("Mask for %dx%d images, in image representation.", width(), height());
     case stencil:
+        // The count, not the maximum: scripts print the description to say how many objects there
+        // are.
         return Text("Stencil of %d objects for %dx%d images, in image representation.",
                     GetStencilCount(), width(), height());
     default:
@@ -165,6 +172,8 @@ PMemBlock Image::DoClone(int mode) const
 bool Image::Equals(MemBlock const& other) const
 {
     auto const* o = dynamic_cast<Image const*>(&other);
+    // Two stencils with the same pixels differ if one of them counts more objects: empty ones at
+    // the end count, too.
     return o && Vector::Equals(other) && GetEdgeWidth() == o->GetEdgeWidth() &&
            LgType() == o->LgType() &&
            (Type() != stencil || GetStencilCount() == o->GetStencilCount());
@@ -182,6 +191,7 @@ bool Image::Consistent(safestring& message, bool deep) const
         return false;
     }
     int const edge = GetEdgeWidth();
+    // An edge of more than half the size leaves no pixel inside.
     if (edge < 0 || static_cast<unsigned int>(edge) > width() / 2 ||
         static_cast<unsigned int>(edge) > height() / 2) {
         message += Text("Edgewidth %d not valid for %dx%d image. ", edge, width(), height());
@@ -193,6 +203,7 @@ bool Image::Consistent(safestring& message, bool deep) const
             message += "Image of stencil logical type does not have stencilcount recorded.\n";
             return false;
         }
+        // A label above the count would be in no list of objects.
         if (int const greatest = RawMaximum(); greatest > count) {
             message += Text("Stencilcount of an image-type stencil (%d) is less than the max pixel "
                             "value: %d",
@@ -208,6 +219,7 @@ bool Image::Consistent(safestring& message, bool deep) const
 int Image::GetEdgeWidth() const
 {
     int width = 0;
+    // Most images record nothing. Asking for the cache would make one for each of them.
     return PimplIfAny() && ExistsSecondaryInt(key_edge_width, width) ? width : 0;
 }
 
@@ -233,6 +245,8 @@ int Image::RawMaximum() const
         return 0;
     using limits = std::numeric_limits<int>;
     double const greatest = SecondaryDouble(key_max, throw_always);
+    // Labels above the range of int exist in images of 32 bits without sign. Cut to the range they
+    // still count as too many, as a negative number would not.
     if (greatest >= limits::max())
         return limits::max();
     return greatest != greatest ? 0 : TruncToInt(greatest); // NaN: no pixel is a number
@@ -240,9 +254,12 @@ int Image::RawMaximum() const
 
 void Image::SetStencilCount(int n, ThrowHandlerFunc handler)
 {
+    // The count is part of the hash, but setting it changes no pixel: the other cached values stay.
     DropHashes(*this);
     if (n >= 0)
         return RecordStencilCount(n);
+    // A negative number asks for the count to be forgotten. A stencil may not be without one, so it
+    // falls back to the greatest label.
     if (Type() == stencil) {
         if (SecondaryItem(key_max, handler).IsDefined())
             RecordStencilCount(RawMaximum());
@@ -255,6 +272,8 @@ int Image::GetStencilCount() const
 {
     int const greatest = RawMaximum();
     int count = 0;
+    // Pixels may have been written since the count was recorded. A count that is too small is
+    // replaced, one that is too large is right.
     bool const recorded = RecordedStencilCount(count);
     if (recorded && count >= greatest)
         return count;

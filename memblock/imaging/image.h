@@ -1,6 +1,7 @@
 #ifndef MEMBLOCK_IMAGING_IMAGE_H
 #define MEMBLOCK_IMAGING_IMAGE_H
 
+#include <memblock/core/imageclass.h>
 #include <memblock/imaging/geomblock.h>
 
 namespace NKelmic {
@@ -10,19 +11,19 @@ class IntervalVector;
 
 /// A picture: width times height elements, row after row, (0,0) the top left corner.
 ///
-/// The logical class tells what the pixels mean. To change it is a checked operation that may
+/// The logical class says what the pixels mean. To change it is a checked operation that may
 /// rewrite them, see `DoSetLgType`. A factor other than 1.0 remains with class data only.
 ///
-/// Errors raised here carry code 128 unless another is told.
+/// Errors raised here carry code 128 unless another is given.
 class MEMBLOCK_API Image : public GeomBlock<2> {
 public:
     static char const* StaticClass() { return "image"; }
 
     enum logic_class_t {
-        data = 0,     ///< measured values
-        visual = 11,  ///< for the eye
-        mask = 12,    ///< bytes; those that are not 0 belong to the mask
-        stencil = 13, ///< 16 or 32 bits; pixel k marks object k; the one-pixel frame is 0
+        data = lg_data,       ///< measured values
+        visual = lg_visual,   ///< for the eye
+        mask = lg_mask,       ///< bytes; those that are not 0 belong to the mask
+        stencil = lg_stencil, ///< 16 or 32 bits; pixel k marks object k; the one-pixel frame is 0
     };
     enum {
         key_stencil_count = 10301, ///< the number of objects; there while the class is stencil
@@ -90,9 +91,9 @@ public:
     /// Throws: 32 "Not a valid image type: ...".
     static logic_class_t String2Type(safestring const&);
 
-    int GetEdgeWidth() const; ///< 0 if none is told
+    int GetEdgeWidth() const; ///< 0 if none is recorded
     void SetEdgeWidth(int);   ///< unchecked; `Consistent` judges it
-    /// Record the number of objects; a negative one stands for the greatest pixel on a stencil, for
+    /// Record the number of objects; a negative one means the greatest pixel on a stencil, for
     /// "none" on another image. The handler gets what an empty or unreadable stencil raises.
     void SetStencilCount(int n, ThrowHandlerFunc = throw_always);
     /// The recorded number, or the greatest pixel if that is more; a stencil then records it.
@@ -100,7 +101,7 @@ public:
     /// 0 for an image without pixels. A pixel beyond int counts as the greatest int.
     int GetStencilCount() const;
 
-    /// Cut out a rectangle, the second corner not included; -1 stands for width or height. Corners
+    /// Cut out a rectangle, the second corner not included; -1 means width or height. Corners
     /// may be exchanged; without area the result is an empty image of that size.
     DerivedPointer<Image> Crop(int x1, int y1, int x2 = -1, int y2 = -1) const;
     /// Cut out a rectangle that may reach beyond the image, where the result is 0.
@@ -119,7 +120,7 @@ public:
     /// List the pixels that are not 0, in ascending order. Two passes over bytes; wider pixels go
     /// through a byte copy.
     DerivedPointer<IndexVector> GetMaskVector() const;
-    /// List the pixels object by object, with as many objects as `GetStencilCount` tells.
+    /// List the pixels object by object, with as many objects as `GetStencilCount` gives.
     DerivedPointer<IntervalVector> GetStencilVector() const;
     /// Exchange rows and columns, into a new image.
     DerivedPointer<Image> Transposed() const;

@@ -23,6 +23,9 @@ bool BordersClear(Image& image, bool clear)
         return clear || pixels::FrameIsClear(pixels, w, h);
     };
     bool result = false;
+    // Whether a pixel is 0 is a question of its width, so one kernel serves int, unsigned and Char
+    // alike. Floats are seen as bits except for doubles, whose -0.0 counts as clear. Objects are
+    // pointers, which zeros would leak.
     switch (image.IsObject(image.ElemType()) ? 0 : image.ElemSize()) {
     case 1:
         result = check(static_cast<unsigned char*>(data));
@@ -42,6 +45,7 @@ bool BordersClear(Image& image, bool clear)
     default:
         Raise(err_kind, "Image border clearing not supported for: %s", image);
     }
+    // Looking alone must not drop the cached values: this runs whenever an image becomes a stencil.
     if (clear)
         image.ContentHasBeenChanged();
     return result;
@@ -62,20 +66,27 @@ void downconvert(T const* src, unsigned char* dst, unsigned int n)
 
 void Image::CheckWritable() const
 {
+    // Inputs of a module are marked as constant: other modules read the same image.
     if (Flags() & mem_const)
         Raise(err_kind, "Possible illegal modification of input image: %s", *this);
 }
 
 void Image::DoSetLgType(int lg_type)
 {
+    // What may be refused comes first. The class is set last, so that an image that throws here
+    // keeps both its pixels and its class.
     if (lg_type == stencil)
         PrepareStencil();
     else if (lg_type == mask)
         PrepareMask();
+    // A stencil has lost its factor in PrepareStencil, which reports nothing: labels are numbers of
+    // objects and were never scaled.
     if (lg_type != data && lg_type != stencil)
         DropFactor(lg_type);
     MemBlock::DoSetLgType(lg_type);
     DropHashes(*this);
+    // A count that stays behind would be believed when the image becomes a stencil again, with
+    // other labels.
     if (lg_type != stencil)
         return SetStencilCount(-1);
     int count = 0;
@@ -88,8 +99,12 @@ void Image::PrepareStencil()
     bool const fits = (ElemSize() == 2 || ElemSize() == 4) && IsInSet<NumericTypes>(ElemType());
     if (!fits)
         Raise(err_kind, "Attempt to declare a non-16, non-32 bpp image to be a stencil: %s", *this);
+    // Settled: an image that is a stencil already is not looked at again. Its frame may have been
+    // written to since; callers clear it when they are done.
     if (Type() == stencil)
         return;
+    // The frame of one pixel is 0 in every stencil. A constant image with a clear frame needs no
+    // write, so it may become one.
     if (!BordersClear(*this, false)) {
         CheckWritable();
         Warning(err_value,
@@ -104,13 +119,16 @@ void Image::PrepareStencil()
 
 void Image::PrepareMask()
 {
+    // Settled: bytes stay as they are. Values above 1 belong to the mask too, and the buffer may be
+    // shared.
     if (ElemSize() == 1)
         return;
     CheckWritable();
+    // Built aside: a type that cannot be converted is refused with the old pixels still there.
     TypedChunk bytes = OpenChunk(Length(), Byte);
     WithElemType<NumericTypes>(
         ElemType(), "Function downconvert not implemented for data type '%s'",
-        [&]<class T>(NKelmic::Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             downconvert(std::as_const(*this).TypedPointer<T>(),
                         static_cast<unsigned char*>(bytes.Data()), Length());
         },
@@ -120,6 +138,7 @@ void Image::PrepareMask()
 
 void Image::DropFactor(int lg_type)
 {
+    // A mask is yes or no, and a visual image is shown as it is: a scale means nothing to either.
     if (Factor() == 1.0)
         return;
     CheckWritable();
@@ -159,19 +178,9 @@ void Image::SetElemType(DataType type, bool contents, bool keep_factor)
     ElemTypeChange(*this).Finish(); // bytes that are read as colours, too
 }
 
-#define MEMBLOCK_INSTANTIATE(T)                                                                    \
+#define MEMBLOCK_INSTANTIATE(NAME, ID, T, TEXT)                                                    \
     template MEMBLOCK_API void downconvert<T>(T const*, unsigned char*, unsigned int);
-MEMBLOCK_INSTANTIATE(int)
-MEMBLOCK_INSTANTIATE(unsigned int)
-MEMBLOCK_INSTANTIATE(short)
-MEMBLOCK_INSTANTIATE(unsigned short)
-MEMBLOCK_INSTANTIATE(char)
-MEMBLOCK_INSTANTIATE(unsigned char)
-MEMBLOCK_INSTANTIATE(float)
-MEMBLOCK_INSTANTIATE(double)
-MEMBLOCK_INSTANTIATE(triple)
-MEMBLOCK_INSTANTIATE(long long)
-MEMBLOCK_INSTANTIATE(unsigned long long)
+MEMBLOCK_NUMERIC_ELEM_TYPES(MEMBLOCK_INSTANTIATE)
 #undef MEMBLOCK_INSTANTIATE
 
 } // namespace NKelmic

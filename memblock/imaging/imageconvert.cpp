@@ -13,12 +13,14 @@ namespace {
 
 PMemBlock AsList(Image const& image)
 {
+    // Only the class says what the pixels mean: 0 and 1 may be a mask, two labels, or data.
     switch (image.Type()) {
     case Image::mask:
         return image.GetMaskVector();
     case Image::stencil:
         return image.GetStencilVector();
     default:
+        // Shares the buffer: a list of all values is the same numbers without a shape.
         return Vector::Create(image.Chunk(), image.Factor());
     }
 }
@@ -41,9 +43,12 @@ DerivedPointer<Vector> WithoutFactor(Vector const& bytes)
 DerivedPointer<Vector> AsGreyTriples(Vector const& source)
 {
     DerivedPointer<Vector> v = source.ConvertElemsToType(Vector::Byte, true, false);
+    // An image of colours has no factor. A plain vector keeps its own.
     if (v->Factor() != 1.0 && MemCast<Image>(v))
         v = WithoutFactor(cref(v));
     v = cref(v).ConvertElemsToType(Vector::Triple, true, false);
+    // The conversion puts a grey value into the lowest channel, which would show as a shade of one
+    // colour.
     triple* const pixels = v->TriplePointer();
     for (unsigned int i = 0; i < v->Length(); ++i)
         pixels[i].b[1] = pixels[i].b[2] = pixels[i].b[0];
@@ -56,6 +61,7 @@ DerivedPointer<Vector> AsGreyTriples(Vector const& source)
 bool Image::AddConvertArg(safestring const& key, DataItem const& value, ConvertOptions& options,
                           ThrowHandlerFunc handler) const
 {
+    // The words name a width. Pixels are numbers without sign, so that is set as well.
     for (int const bits : {8, 16, 24, 32})
         if (key == Text("%dbpp", bits)) {
             options.SetValue("bpp", DataItem(bits));
@@ -79,10 +85,12 @@ PMemBlock Image::ConvertFrom(PMemBlock source, ConvertOptions const& options) co
 {
     auto const* vector = MemCast<Vector>(source);
     auto const* image = MemCast<Image>(source);
+    // The request is for a list: what is no image has none. Null lets the caller ask another class.
     if (options.GetValue("lgclass", "image").GetString() == "vector")
         return image ? AsList(*image) : PMemBlock();
     if (!vector)
         return nullptr;
+    // A vector of objects can be an image in one way only: as three planes of colour.
     if (IsObject(vector->ElemType()))
         return ConstructImageFromColorPlanes(DerivedPointer<Vector>(vector));
 
@@ -92,10 +100,13 @@ PMemBlock Image::ConvertFrom(PMemBlock source, ConvertOptions const& options) co
         outcome = options.GetFlag("replicate", false)
                       ? AsGreyTriples(*vector)
                       : vector->ConvertElemsToType(type, true, false);
+    // A conversion of a vector gives a vector. It becomes an image of one row, or gets the shape of
+    // the image it was made of.
     if (!MemCast<Image>(outcome))
         outcome = Create(cref(outcome).Chunk(), image ? image->width() : vector->Length(),
                          image ? image->height() : 1, outcome->Factor());
     if (options.GetFlag("clearedborders", false)) {
+        // Nothing was converted, so the outcome is the source itself, which is not ours to clear.
         if (outcome.Pointer() == vector)
             outcome = DerivedPointer<Vector>(vector->Clone(true));
         check_image_borders_clear(DerivedPointer<Image>(outcome), true);

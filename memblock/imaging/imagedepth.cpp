@@ -21,6 +21,7 @@ void AverageTo8bpp(unsigned char const* src, int bytes_per_pixel, unsigned int p
         return;
     }
     for (unsigned int i = 0; i < pixels; ++i) {
+        // Rounds halves up, as the kernel for three channels does.
         int sum = (bytes_per_pixel + 1) / 2;
         for (int byte = 0; byte < bytes_per_pixel; ++byte)
             sum += *src++;
@@ -31,8 +32,10 @@ void AverageTo8bpp(unsigned char const* src, int bytes_per_pixel, unsigned int p
 template <class T>
 void DivideTo8bpp(T const* src, unsigned int n, unsigned char* dst, double* divisor)
 {
-    bool const told = divisor && *divisor > 0;
-    double const x = told ? *divisor : depth::FiniteMaximum(src, n) / 255.0;
+    bool const given = divisor && *divisor > 0;
+    double const x = given ? *divisor : depth::FiniteMaximum(src, n) / 255.0;
+    // A whole divisor: what comes back by the factor then are whole numbers again. Never below 1,
+    // as small values would be spread over the byte and seem more exact than they are.
     double const used = x <= 1.0 ? 1.0 : x == std::floor(x) ? x : std::floor(x) + 1;
     if (used == 1.0)
         depth::CutToBytes(src, n, dst);
@@ -45,8 +48,10 @@ void DivideTo8bpp(T const* src, unsigned int n, unsigned char* dst, double* divi
 void Image::Depth8()
 {
     bool const readable = Length() > 0 && IsInSet<NumericTypes>(ElemType());
+    // From the cache where it is known, so that an image that cannot be converted costs no pass.
     if (readable && SecondaryDouble(key_min, throw_always) < 0)
         Raise(err_kind, "Conversion to 8bpp not supported for negative pixel values: %s", *this);
+    // No value of Char is negative here, so its bits are those of Byte.
     if (ElemType() == Byte || ElemType() == Char)
         return SetElemType(Byte, false, true);
 
@@ -54,11 +59,15 @@ void Image::Depth8()
     auto* const dst = static_cast<unsigned char*>(bytes.Data());
     void const* const src = std::as_const(*this).Pointer();
     double divisor = 0;
-    auto const divide = [&]<class T>(NKelmic::Elem<T>) {
+    auto const divide = [&]<class T>(TypeTag<T>) {
+        // Colours are averaged, not divided: the result is how bright the pixel looks, so there is
+        // no factor.
         if constexpr (std::is_same_v<T, triple>) {
             divisor = 1.0;
             AverageTo8bpp(static_cast<unsigned char const*>(src), 3, Length(), dst);
         } else if constexpr (std::is_integral_v<T>) {
+            // Without sign the loop is that of one type, and a negative pixel shows as one above
+            // the range.
             auto const* const pixels = static_cast<std::make_unsigned_t<T> const*>(src);
             double const greatest = depth::FiniteMaximum(pixels, Length());
             if (greatest >
@@ -71,6 +80,8 @@ void Image::Depth8()
             DivideTo8bpp(static_cast<T const*>(src), Length(), dst, &divisor);
         }
     };
+    // Settled: integers of 64 bits are refused.
+    static_assert(type_count<NumericTypes> == 11, "bytes come earlier, 64 bits are refused");
     using Divided = TypeSet<int, unsigned int, short, unsigned short, float, double, triple>;
     WithElemTypeOr<Divided>(
         ElemType(), [&] { Raise(err_kind, "Conversion to 1 Bpp not implemented for: %s", *this); },
@@ -83,44 +94,26 @@ void Image::Depth8()
 
 namespace {
 
-/// What a plane of T is divided by on its way to a byte.
+/// What a plane of T is divided by on its way to a byte: the greatest value of T becomes 255 or so.
 template <class T>
-struct cifcp_divisor {
-    static constexpr T value = 1;
-};
+constexpr long long plane_divisor = [] {
+    static_assert(sizeof(T) == 1, "a wider pixel needs a row");
+    return 1;
+}();
 template <>
-struct cifcp_divisor<short> {
-    static constexpr short value = 127;
-};
+constexpr long long plane_divisor<short> = 127;
 template <>
-struct cifcp_divisor<unsigned short> {
-    static constexpr unsigned short value = 255;
-};
+constexpr long long plane_divisor<unsigned short> = 255;
 template <>
-struct cifcp_divisor<int> {
-    static constexpr int value = 8388607;
-};
+constexpr long long plane_divisor<int> = 8388607;
 template <>
-struct cifcp_divisor<unsigned int> {
-    static constexpr unsigned int value = 16777215;
-};
+constexpr long long plane_divisor<unsigned int> = 16777215;
 template <>
-struct cifcp_divisor<triple> {
-    static constexpr unsigned int value = 65535;
-};
+constexpr long long plane_divisor<triple> = 65535;
 template <>
-struct cifcp_divisor<long long> {
-    static constexpr long long value = (1LL << 55) - 1;
-};
+constexpr long long plane_divisor<long long> = (1LL << 55) - 1;
 template <>
-struct cifcp_divisor<unsigned long long> {
-    static constexpr unsigned long long value = (1ULL << 56) - 1;
-};
-
-/// What is added before the division: half of the divisor, so that it rounds.
-template <class T>
-constexpr auto
-    cifcp_roundadd = static_cast<decltype(cifcp_divisor<T>::value)>(cifcp_divisor<T>::value / 2);
+constexpr long long plane_divisor<unsigned long long> = (1LL << 56) - 1;
 
 template <class T>
 unsigned char PlaneByte(T pixel)
@@ -129,14 +122,15 @@ unsigned char PlaneByte(T pixel)
         return pixel > 0 ? static_cast<unsigned char>(std::min<T>(pixel, 255)) : 0; // NaN: 0
     } else {
         using Wide = std::conditional_t<std::is_signed_v<T>, long long, unsigned long long>;
-        constexpr Wide divisor = cifcp_divisor<T>::value;
+        constexpr Wide divisor = plane_divisor<T>;
         Wide const v =
             static_cast<std::conditional_t<std::is_same_v<T, triple>, unsigned, T>>(pixel);
+        // Planes come from filters, which overshoot on both sides.
         if (v <= 0)
             return 0;
         if (v >= 255 * divisor) // ahead of the sum, which could overflow
             return 255;
-        return static_cast<unsigned char>((v + cifcp_roundadd<T>) / divisor);
+        return static_cast<unsigned char>((v + divisor / 2) / divisor);
     }
 }
 
@@ -154,6 +148,7 @@ void ConstructImageFromColorPlanes_tmpl(PMemBlock const* planes, unsigned int n,
 
 DerivedPointer<Image> ConstructImageFromColorPlanes(DerivedPointer<Vector> const& v)
 {
+    // Checks type and sizes of all three, so that the loop below needs no test.
     if (!IsVectorOfColorPlanes(v))
         Raise(err_value, "Cannot convert into image: %s", v);
     PMemBlock const* const planes = cref(v).PMemoryPointer();
@@ -164,7 +159,7 @@ DerivedPointer<Image> ConstructImageFromColorPlanes(DerivedPointer<Vector> const
     WithElemType<NumericTypes>(
         first->ElemType(),
         "Function ConstructImageFromColorPlanes_tmpl not implemented for data type '%s'",
-        [&]<class T>(Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             ConstructImageFromColorPlanes_tmpl<T>(planes, first->Length(), dst);
         });
     return image;

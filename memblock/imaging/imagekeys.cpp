@@ -34,12 +34,14 @@ DataItem PixelList(Image const& image, ThrowHandlerFunc)
                 Text("Subkey .vector used on image of unsuitable type. Set image.type to \"mask\" "
                      "or \"stencil\" to avoid this warning: %s",
                      image));
+    // Settled: without a class the width decides, as labels need more than a byte.
     bool const as_mask = is_mask || (image.Type() != Image::stencil && image.ElemSize() == 1);
     return as_mask ? DataItem(image.GetMaskVector()) : DataItem(image.GetStencilVector());
 }
 
 bool SetClass(Image& image, SafeValue const& value, ThrowHandlerFunc handler)
 {
+    // Settled: by a word only. A number would set any class, also that of another kind of object.
     if (!value.IsString()) {
         Report(handler, err_precondition, "Invalid type.");
         return false;
@@ -81,6 +83,7 @@ constexpr KeyTable image_keys{std::to_array<Key<Image>>({
 /// Store a raw pixel, whose refusal reads alike for numbers of 32 and of 64 bits.
 void SetInteger(Image& image, unsigned int index, long long value)
 {
+    // Most writes are small numbers, whose refusal the vector words itself.
     if (value == static_cast<int>(value))
         return image.SetElem(index, static_cast<int>(value));
     try {
@@ -129,6 +132,8 @@ DataItem ElemTypeNotice(Image& image, int argc, SafeValue const* argv)
     auto const type = argc > 0 ? static_cast<DataType>(argv[0].GetInt()) : Vector::NoType;
     if (Vector::IsObject(type))
         Raise(err_precondition, "Cannot change image pixel type to: %s", TypeToString(type));
+    // The vector calls this verb before it changes type, as it does not know the classes. So
+    // there is never a mask of floats in between.
     bool const drops = (image.Type() == Image::mask && type != Vector::Byte) ||
                        (image.Type() == Image::stencil && type != Vector::UnsignedShort &&
                         type != Vector::UnsignedInt);
@@ -169,8 +174,11 @@ DataItem Image::ResolveSubItem(safestring const& key, ThrowHandlerFunc handler) 
         return ReadKey(*row, *this, handler);
     if (IsFullList(key) || key == "*")
         return ImageList(*this, key != "*") + Vector::ResolveSubItem(key, handler).GetString();
+    // A leading underscore asks for the raw value. It stays ahead of the index, for the vector to
+    // read.
     std::size_t const raw = key[0] == '_' ? 1 : 0;
     Coordinates const point = ReadCoordinates(key.c_str() + raw, key.size() - raw);
+    // Settled: a column beyond the width runs on into the next row. A write is refused there.
     if (point.count == 2) {
         safestring index(raw, '_');
         index += IndexKey(point, width(), 0);
@@ -184,6 +192,7 @@ bool Image::DoSetSubItem(safestring const& key, SafeValue const& value, safestri
 {
     if (auto const* const row = image_keys.Find(key); row && row->write)
         return row->write(*this, value, handler);
+    // Unlike a read, a write also takes blanks and fractions.
     auto const comma = key.find(',');
     if (comma != safestring::npos) {
         safestring x = key.substr(0, comma), y = key.substr(comma + 1);
@@ -200,6 +209,7 @@ bool Image::SetPixel(safestring const& x, safestring const& y, SafeValue const& 
 {
     double const column = StrToDouble(x);
     double const row = StrToDouble(y);
+    // Worded as what must hold, so that NaN is refused too.
     if (!(column >= 0 && column < width() && row >= 0 && row < height())) {
         Report(handler, err_kind, "Pixel out of image borders: [%d, %d]", TruncToInt(column),
                TruncToInt(row));
@@ -222,6 +232,8 @@ void Image::SetPixel(unsigned int index, SafeValue const& value)
         ExistsSecondaryItem(key_max, greatest);
         before = Elem(index);
     }
+    // Settled: an integer is stored raw, a fraction is cooked and divided by the factor. A double
+    // would not hold all of 64 bits either.
     if (value.GetType() == it_int || value.GetType() == it_int64)
         SetInteger(*this, index, value.GetInt64());
     else
@@ -231,11 +243,14 @@ void Image::SetPixel(unsigned int index, SafeValue const& value)
     double const now = Elem(index);
     if (greatest.IsDefined()) {
         bool const as_int = !IsInSet<FloatTypes>(ElemType()) && now <= 0x7FFFFFFF;
+        // The write has dropped the cache. The maximum can be put back unless the pixel that had it
+        // became smaller; then only a pass finds the next one.
         if (now >= greatest.GetDouble())
             SetSecondaryItem(key_max, as_int ? DataItem(TruncToInt(now)) : DataItem(now));
         else if (before < greatest.GetDouble())
             SetSecondaryItem(key_max, greatest);
     }
+    // Records the count again where the new label is above it.
     GetStencilCount();
 }
 
@@ -243,6 +258,7 @@ DataItem Image::DoVerb(char const* verb, int argc, SafeValue* argv)
 {
     if (auto const* row = image_verbs.Find(verb))
         return row->run(*this, argc, argv);
+    // Goes on to the vector, which has its own part in the change.
     if (SameName(verb, "notif_elmtyp_chng"))
         ElemTypeNotice(*this, argc, argv);
     return Vector::DoVerb(verb, argc, argv);

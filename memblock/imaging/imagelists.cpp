@@ -34,6 +34,7 @@ unsigned int getmaskvector_tmpl(T const* pixels, unsigned int n, unsigned int* i
 
 DerivedPointer<IndexVector> Image::GetMaskVector() const
 {
+    // Wide pixels become a mask first, on a clone: one kernel over bytes then serves all types.
     DerivedPointer<Image> source(this);
     if (ElemSize() != 1) {
         source = DerivedPointer<Image>(Clone(true));
@@ -43,8 +44,10 @@ DerivedPointer<IndexVector> Image::GetMaskVector() const
         ThrowAssertException(__FILE__, __LINE__, "J->Bpp()==1");
     return WithElemType<TypeSet<unsigned char, char>>(
         source->ElemType(), "Function n = getmaskvector_tmpl not implemented for data type '%s'",
-        [&]<class T>(NKelmic::Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             T const* const data = cref(source).TypedPointer<T>();
+            // Counted before it is listed: two fast passes cost less than a list that grows, and
+            // the memory fits.
             unsigned long const count = pixels::CountNonZero(data, source->Length());
             unsigned int* const indices = NewIndices(count + overshoot);
             // From here on the list belongs to the vector, whatever happens.
@@ -58,7 +61,7 @@ template <class T>
 void find_point_address3(unsigned int n, T const* pixels, unsigned int k, unsigned int* counts,
                          unsigned int* start, unsigned int** indices)
 {
-    // Counts go two places up, so that their running sums stand one place up. There they are the
+    // Counts go two places up, so that their running sums are one place up. There they are the
     // next free positions while the list is filled, and come to rest at the starts.
     unsigned int* const next = start + 1;
     pixels::CountLabels(pixels, n, k, next + 1);
@@ -69,6 +72,7 @@ void find_point_address3(unsigned int n, T const* pixels, unsigned int k, unsign
     for (unsigned long v = 1; v <= k; ++v)
         next[v + 1] += next[v];
     unsigned int const total = next[k + 1UL];
+    // One cell more: an allocation of nothing may give null, which is a failure here.
     *indices = NewIndices(total + 1UL);
     pixels::FillLabels(pixels, n, k, next, *indices);
     next[k + 1UL] = 0; // behind the last limit
@@ -77,6 +81,8 @@ void find_point_address3(unsigned int n, T const* pixels, unsigned int k, unsign
 StencilLists ListStencil(Image const& image)
 {
     DataType const type = image.ElemType();
+    // The kernels count labels of 16 and 32 bits without sign. Others are converted to the narrower
+    // one that holds their greatest value, which halves the memory to read.
     if (type != Vector::UnsignedShort && type != Vector::UnsignedInt) {
         bool const summary_holds = type != Vector::Triple && image.Length() > 0;
         double const greatest =
@@ -88,6 +94,7 @@ StencilLists ListStencil(Image const& image)
             greatest < 65536 ? Vector::UnsignedShort : Vector::UnsignedInt, true, false));
         return ListStencil(cref(labels));
     }
+    // A label is what a script sees, so it is the cooked value.
     if (image.Factor() != 1.0) {
         DerivedPointer<Image> const cooked(image.Clone(true));
         cooked->EnsureFactor(1.0);
@@ -103,19 +110,20 @@ StencilLists ListStencil(Image const& image)
 
     StencilLists lists;
     lists.count = static_cast<unsigned int>(k);
+    // Zeros, as the kernel counts the labels in place.
     lists.start.reset(static_cast<unsigned int*>(
         mb_calloc(lists.count + StencilLists::spare, sizeof(unsigned int))));
     if (!lists.start)
         throw std::bad_alloc();
     unsigned int* indices = nullptr;
-    auto const find = [&]<class T>(Elem<T>) {
+    auto const find = [&]<class T>(TypeTag<T>) {
         find_point_address3(image.Length(), image.TypedPointer<T>(), lists.count, nullptr,
                             lists.start.get(), &indices);
     };
     if (type == Vector::UnsignedShort)
-        find(Elem<unsigned short>{});
+        find(TypeTag<unsigned short>{});
     else
-        find(Elem<unsigned int>{});
+        find(TypeTag<unsigned int>{});
     lists.pixels = IndexVector::Create(lists.start[lists.count + 1UL], indices, 0, mb_free,
                                        DerivedPointer<Vector>(&image));
     return lists;
@@ -127,19 +135,9 @@ DerivedPointer<IntervalVector> Image::GetStencilVector() const
     return IntervalVector::Create(lists.count, 1, lists.start.release(), mb_free, lists.pixels);
 }
 
-#define MEMBLOCK_INSTANTIATE(T)                                                                    \
+#define MEMBLOCK_INSTANTIATE(NAME, ID, T, TEXT)                                                    \
     template MEMBLOCK_API unsigned int getmaskvector_tmpl<T>(T const*, unsigned int, unsigned int*);
-MEMBLOCK_INSTANTIATE(int)
-MEMBLOCK_INSTANTIATE(unsigned int)
-MEMBLOCK_INSTANTIATE(short)
-MEMBLOCK_INSTANTIATE(unsigned short)
-MEMBLOCK_INSTANTIATE(char)
-MEMBLOCK_INSTANTIATE(unsigned char)
-MEMBLOCK_INSTANTIATE(float)
-MEMBLOCK_INSTANTIATE(double)
-MEMBLOCK_INSTANTIATE(triple)
-MEMBLOCK_INSTANTIATE(long long)
-MEMBLOCK_INSTANTIATE(unsigned long long)
+MEMBLOCK_NUMERIC_ELEM_TYPES(MEMBLOCK_INSTANTIATE)
 #undef MEMBLOCK_INSTANTIATE
 
 #define MEMBLOCK_INSTANTIATE(T)                                                                    \

@@ -19,6 +19,8 @@ struct Span {
 
 Span Ordered(int a, int b, unsigned int whole)
 {
+    // Settled: -1 as the far corner means the border of the image, so no corner can be one left of
+    // it.
     long const end = b == -1 ? static_cast<long>(whole) : b;
     return a <= end ? Span{a, end} : Span{end, a};
 }
@@ -43,9 +45,11 @@ TypedChunk CopyOfRectangle(Image const& image, Span x, Span y)
     unsigned long const length = ShapeLength(sizes, 2);
     Span const columns = Within(x, image.width());
     Span const rows = Within(y, image.height());
+    // Pixels outside of the image are 0. Where there are none the memory need not be cleared first.
     bool const whole = columns.Size() == x.Size() && rows.Size() == y.Size();
     TypedChunk copy =
         whole ? OpenChunk(length, image.ElemType()) : NewChunk(length, image.ElemType());
+    // A rectangle beside the image: the sums below would point outside of the buffer.
     if (columns.Size() <= 0 || rows.Size() <= 0)
         return copy;
     long const size = image.ElemSize();
@@ -54,6 +58,7 @@ TypedChunk CopyOfRectangle(Image const& image, Span x, Span y)
     char* to = static_cast<char*>(copy.Data()) +
                ((rows.from - y.from) * x.Size() + columns.from - x.from) * size;
     for (long row = rows.from; row < rows.to; ++row) {
+        // Not memcpy: pixels may be texts or objects, which count their owners.
         TypedChunk::Copy_Buffer(to, from, static_cast<unsigned long>(columns.Size()),
                                 image.ElemType());
         from += image.width() * size;
@@ -66,6 +71,7 @@ template <class T>
 bool HasLabel(T pixel, unsigned int code)
 {
     if constexpr (std::is_same_v<T, triple>)
+        // A colour has three bytes: the fourth one of a code says nothing.
         return pixel == (code & 0xFFFFFF);
     else if constexpr (std::is_same_v<T, float>)
         return pixel == static_cast<float>(code);
@@ -88,6 +94,7 @@ std::optional<Box> BoxOfLabel(T const* pixels, unsigned int w, unsigned int h, u
         if (first == pixels + w)
             continue;
         long last = w - 1L;
+        // Ends at the first pixel found at the latest, so it needs no bound.
         while (!has(pixels[last]))
             --last;
         box.x = {std::min<long>(box.x.from, first - pixels), std::max(box.x.to, last + 1)};
@@ -132,7 +139,7 @@ DerivedPointer<Image> Image::Transposed() const
 {
     TypedChunk turned = OpenChunk(Length(), ElemType());
     WithElemType<AllTypes>(ElemType(), "Function transpose_tmpl not implemented for data type '%s'",
-                           [&]<class T>(NKelmic::Elem<T>) {
+                           [&]<class T>(TypeTag<T>) {
                                transpose_tmpl(TypedPointer<T>(), static_cast<T*>(turned.Data()),
                                               width(), height());
                            });
@@ -143,6 +150,8 @@ DerivedPointer<Image> Image::Crop(int x1, int y1, int x2, int y2) const
 {
     Span const x = Ordered(x1, x2, width());
     Span const y = Ordered(y1, y2, height());
+    // Settled: an empty crop is a new image without class, edge or items; any other keeps those of
+    // this one.
     if (x.Size() < 1 || y.Size() < 1)
         return Create(SizeOfSpan(x), SizeOfSpan(y), ElemType(), Factor());
     return WithShape(SizeOfSpan(x), SizeOfSpan(y), CopyOfRectangle(*this, x, y));
@@ -157,20 +166,22 @@ DerivedPointer<Image> Image::DoCrop(int x1, int y1, int x2, int y2) const
 
 DerivedPointer<Image> Image::ExtractCoded(unsigned int code, int* x, int* y) const
 {
-    using Labels =
-        TypeSet<int, unsigned int, short, unsigned short, char, unsigned char, float, triple>;
+    using Labels = TypesUpTo<NumericTypes, 4>; // labels are unsigned int
     auto const refuse = [&]() -> DerivedPointer<Image> {
         Raise(err_request, "Image::ExtractCoded(): pixel type not supported: %s", *this);
     };
     return WithElemTypeOr<Labels>(
-        ElemType(), refuse, [&]<class T>(NKelmic::Elem<T>) -> DerivedPointer<Image> {
+        ElemType(), refuse, [&]<class T>(TypeTag<T>) -> DerivedPointer<Image> {
             auto const box = BoxOfLabel(TypedPointer<T>(), width(), height(), code);
             if (!box)
                 return nullptr;
+            // One pixel around the object, so that the cut has the clear frame of a stencil, unless
+            // the object touches the border.
             Span const columns = Within({box->x.from - 1, box->x.to + 1}, width());
             Span const rows = Within({box->y.from - 1, box->y.to + 1}, height());
             TypedChunk cut = CopyOfRectangle(*this, columns, rows);
             auto* const pixels = static_cast<T*>(cut.Data());
+            // Neighbours may reach into the rectangle.
             std::replace_if(
                 pixels, pixels + cut.Length(), [code](T p) { return !HasLabel(p, code); }, T(0));
             if (x)

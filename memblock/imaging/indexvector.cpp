@@ -4,8 +4,7 @@
 #include <memblock/base/number.h>
 #include <memblock/core/memblock_internal.h>
 #include <memblock/core/subitem_internal.h>
-#include <memblock/imaging/image.h>
-#include <memblock/imaging/intervalparts_internal.h>
+#include <memblock/imaging/intervaldraw_internal.h>
 #include <memblock/imaging/shape_internal.h>
 #include <memblock/imaging/targetdata_internal.h>
 #include <memblock/vector/summary.h>
@@ -20,6 +19,7 @@ namespace {
 
 TypedChunk AdoptedChunk(unsigned long n, unsigned int* data, int offset, void (*release)(void*))
 {
+    // An int by the interface; as a number of cells it would be a huge one.
     if (offset < 0)
         Raise(err_kind, "IndexVector::Create() called with a negative offset: %d", offset);
     return ForeignChunk(n, Vector::UnsignedInt, data, static_cast<unsigned long>(offset), release);
@@ -57,6 +57,8 @@ void IndexVector::TakeTarget(Vector const& target)
 
 void IndexVector::TakeImage(Vector const& target)
 {
+    // Settled: only an image gives its sizes here. A cube or a vector as target of given indices
+    // gives its description and no more.
     if (target.GetRank() == 2)
         SetImageDimensions(static_cast<int>(target.GetDimSize(0)),
                            static_cast<int>(target.GetDimSize(1)));
@@ -81,6 +83,7 @@ DerivedPointer<IndexVector> IndexVector::Create(unsigned long n, DerivedPointer<
     if (target)
         v->TakeTarget(cref(target));
     else
+        // Settled: without a target the indices are into an image of one pixel.
         v->target_ = TargetData(2, 1, 1);
     return v;
 }
@@ -205,6 +208,8 @@ bool IndexVector::Consistent(safestring& message, bool deep) const
     try {
         SecondaryInt(key_max, throw_always);
     } catch (Exception const& e) {
+        // The cached maximum is read as int. Only a number too large for one is a fault of the
+        // indices; any other failure is not ours to explain.
         safestring const text = e.what();
         if (text.find("cannot be converted to int type") == safestring::npos &&
             text.find("Cannot convert data item to int") == safestring::npos &&
@@ -219,6 +224,8 @@ bool IndexVector::Consistent(safestring& message, bool deep) const
 
 void IndexVector::SetElemType(DataType type, bool, bool)
 {
+    // Everything that reads pixels takes the buffer as unsigned int without a test. As another type
+    // it would be a plain vector.
     if (type != UnsignedInt && type != NoType)
         Raise(err_kind, "Conversion not supported: %s", *this);
 }
@@ -229,6 +236,7 @@ void IndexVector::Append(DerivedPointer<Vector> v)
         return Vector::Append(v);
     if (SameName(v->Class(), StaticClass())) {
         auto const* other = MemCast<IndexVector>(v);
+        // The sizes count, not the description: it is a text for people, and scripts change it.
         if (other && other->target_.dims != target_.dims)
             Raise(err_kind, "Incompatible targets: %s AND %s", *this, v);
     }
@@ -248,6 +256,7 @@ void IndexVector::SetTargetData(safestring const& descr, int rank, unsigned int 
 
 void IndexVector::SetImageDimensions(int w, int h)
 {
+    // Settled: a size above the range of int shows as negative here.
     target_.descr = Text("Image of %dx%d pixels.", w, h);
     target_.dims = {static_cast<unsigned int>(w), static_cast<unsigned int>(h)};
     DropHashes(*this);
@@ -275,6 +284,7 @@ DerivedPointer<Image> IndexVector::GetMaskImage() const
     if (TargetRank() != 2)
         Raise(err_kind, "This is not an IndexVector into an image : %s", *this);
     DerivedPointer<Image> image = ImageToDrawIn(TargetDimSize(0), TargetDimSize(1), Byte, Length());
+    // Indices are not checked when they are stored, so each write is.
     unsigned int const* const indices = UnsignedIntPointer();
     unsigned char* const pixels = image->BytePointer();
     unsigned int const count = image->Length();
@@ -290,6 +300,8 @@ DerivedPointer<Vector> IndexVector::Coordinates(bool rows) const
     unsigned int w = 0;
     unsigned int h = 0;
     GetImageDimensions(w, h, throw_always);
+    // A width of 0 with indices comes from a target without sizes; the division below must not meet
+    // it.
     CheckTargetIsImage(*this, w);
     DerivedPointer<Vector> v = Vector::Create(OpenChunk(Length(), Int), 1.0);
     unsigned int const* const indices = UnsignedIntPointer();
@@ -316,6 +328,8 @@ DerivedPointer<IndexVector> indexvector_clearborders(DerivedPointer<IndexVector>
     v->GetImageDimensions(w, h, throw_always);
     CheckTargetIsImage(*v, w);
     unsigned int const* const indices = cref(v).UnsignedIntPointer();
+    // An index below the last row is outside, but not in the frame: it stays, as every reader
+    // leaves it out itself.
     auto const inside = [&](unsigned int index) {
         unsigned int const x = index % w;
         unsigned int const y = index / w;
@@ -346,6 +360,8 @@ DerivedPointer<Vector> IndexVector2ShiftVector(DerivedPointer<IndexVector> kerne
     unsigned int const* const indices = cref(kernel).UnsignedIntPointer();
     int* const out = shifts->IntPointer();
     for (unsigned int i = 0; i < n; ++i) {
+        // Relative to the centre of the kernel, so that one addition to the address of a pixel
+        // gives each neighbour.
         long const rows = static_cast<long>(indices[i] / w) - static_cast<long>(h / 2);
         long const columns = static_cast<long>(indices[i] % w) - static_cast<long>(w / 2);
         out[i] = static_cast<int>(static_cast<unsigned long>(rows) *
@@ -361,6 +377,8 @@ void index_convert_2images_const_center(int const* src, int n, int src_w, int sr
     if (n > 0 && src_w == 0)
         Raise(err_precondition, "Image width is zero.");
     long const width = dst_w;
+    // Both centres by integer division: for even sizes the centre is the pixel right and below, in
+    // both images alike.
     long const offset = (static_cast<long>(dst_h / 2) - src_h / 2) * width + dst_w / 2 - src_w / 2;
     for (int i = 0; i < n; ++i) {
         long const index = src[i];

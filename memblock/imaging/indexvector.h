@@ -13,9 +13,9 @@ class Image;
 /// Element numbers into some other array, the target: mostly the pixels of a region of an image.
 ///
 /// It keeps no reference to the target, only a description and its dimension sizes. Elements are
-/// UnsignedInt with factor 1.0. They are not held against the sizes: who reads them does that.
+/// UnsignedInt with factor 1.0. They are not range-checked here: readers check.
 ///
-/// Errors raised here carry code 128 unless another is told.
+/// Errors raised here carry code 128 unless another is given.
 class MEMBLOCK_API IndexVector : public Vector {
 public:
     static char const* StaticClass() { return "indexvector"; }
@@ -39,7 +39,7 @@ public:
         static std::vector<unsigned int> Padded(int rank, std::vector<unsigned int> sizes);
     };
 
-    // ---- Creation. A null target means an image of 1 by 1, unless told otherwise.
+    // ---- Creation. A null target means an image of 1 by 1, unless noted otherwise.
 
     static DerivedPointer<IndexVector> Create(); ///< empty, into an image of 0 by 0
     static DerivedPointer<IndexVector> Create(unsigned long n, unsigned int w, unsigned int h);
@@ -75,7 +75,7 @@ public:
     PMemBlock ConvertFrom(PMemBlock, ConvertOptions const&) const override;
     PMemBlock ConvertTo(safestring const& classname) const override;
     /// Settled: indices beyond the target are not looked for.
-    /// Elements of another type are told by "Cannot cast data to UnsignedInt type: %s".
+    /// Elements of another type are reported as "Cannot cast data to UnsignedInt type: %s".
     bool Consistent(safestring& message, bool deep) const override;
     char const* ClassDescription() const override;
 
@@ -134,7 +134,7 @@ private:
 
 /// "Image 5x4" and the like.
 MEMBLOCK_API safestring MakeDefaultIndexVectorTargetDataDescr(int rank, unsigned int const* dims);
-/// The indices that do not lie in the one-pixel frame of their image.
+/// The indices outside of the one-pixel frame of their image.
 MEMBLOCK_API DerivedPointer<IndexVector> indexvector_clearborders(DerivedPointer<IndexVector>);
 /// The distances, in an image of that width, from a pixel to those that a kernel region centred on
 /// it covers.

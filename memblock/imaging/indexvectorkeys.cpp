@@ -37,6 +37,7 @@ DataItem IndexVector::ResolveSubItem(safestring const& key, ThrowHandlerFunc han
 {
     if (auto const* row = index_keys.Find(key))
         return ReadKey(*row, *this, handler);
+    // Settled: the list leaves out the keys of plain vectors, though they work.
     if (key.empty() || key == "!")
         return "area,image,vector,imagewidth,imageheight,x,y," +
                MemBlock::ResolveSubItem(key, handler).GetString();
@@ -70,6 +71,7 @@ PMemBlock IndexVector::ConvertFrom(PMemBlock source, ConvertOptions const& optio
     safestring const form = options.GetValue("representation", "vector").GetString();
     PMemBlock outcome;
     if (form == "vector") {
+        // A conversion to the form it has already: the object itself, without a copy.
         if (source.Pointer() == this)
             outcome = source;
     } else if (form == "image") {
@@ -83,6 +85,7 @@ PMemBlock IndexVector::ConvertFrom(PMemBlock source, ConvertOptions const& optio
     } else {
         Raise(err_request, "Unsupported mask representation: %s", form);
     }
+    // Null lets the caller ask another class. The flag is for whatever form came out.
     if (!outcome || !options.GetFlag("clearedborders", false))
         return outcome;
     if (outcome.Pointer() == this)

@@ -1,6 +1,7 @@
+#include <memblock/imaging/intervaldraw_internal.h>
+
 #include <memblock/base/raise.h>
-#include <memblock/imaging/image.h>
-#include <memblock/imaging/intervalparts_internal.h>
+#include <memblock/imaging/intervaltarget_internal.h>
 #include <memblock/imaging/shape_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
@@ -14,6 +15,8 @@ void ComposeStencilImage_tmpl(unsigned int const* start, unsigned int const* end
                               unsigned int nindices, T* pixels, unsigned long npixels,
                               IntervalVector const* v)
 {
+    // In the order of numbers: where two objects claim a pixel, the one with the higher number gets
+    // it.
     for (unsigned int k = 1; k <= count; ++k) {
         if (start[k] > end[k])
             Raise(err_kind,
@@ -38,6 +41,7 @@ namespace {
 template <class T>
 void Draw(IntervalVector const& v, IndexVector const& pixels, Image& image)
 {
+    // Without objects there need not be a first limit to point ahead of.
     if (v.IntervalCount() == 0)
         return;
     ComposeStencilImage_tmpl(v.Start(1), v.End(1), v.IntervalCount(), pixels.UnsignedIntPointer(),
@@ -80,7 +84,9 @@ DerivedPointer<Image> IntervalVector::GetMaskImage() const
         Draw<unsigned short>(*this, pixels, *image);
     else
         Draw<unsigned int>(*this, pixels, *image);
-    image->SetStencilCount(static_cast<int>(IntervalCount_)); // known: no pass for the greatest
+    // Recorded ahead of the class, so that no pass looks for the greatest label, and again after
+    // it: where the frame has to be cleared, the change drops what was recorded.
+    image->SetStencilCount(static_cast<int>(IntervalCount_));
     image->SetType(Image::stencil);
     image->SetStencilCount(static_cast<int>(IntervalCount_));
     return image;
@@ -116,6 +122,7 @@ DerivedPointer<Vector> PrepareMatrixes_f(DerivedPointer<Vector> image,
     int const width = static_cast<int>(picture->width());
     PMemBlock region(kernel);
     if (Image* const drawn = MemCast<Image>(kernel))
+        // A kernel that was drawn: its pixels are what matters, not their values.
         region = drawn->Type() == Image::stencil ? PMemBlock(drawn->GetStencilVector())
                                                  : PMemBlock(drawn->GetMaskVector());
     if (IntervalVector const* const objects = MemCast<IntervalVector>(region))

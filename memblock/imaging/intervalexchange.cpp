@@ -1,7 +1,7 @@
 #include <memblock/base/alloc.h>
 #include <memblock/base/raise.h>
 #include <memblock/imaging/image.h>
-#include <memblock/imaging/intervalparts_internal.h>
+#include <memblock/imaging/intervallimits_internal.h>
 #include <memblock/vector/convert.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
@@ -18,6 +18,7 @@ LimitArray LimitsOfRows(unsigned int n, Length const& length)
     limits[0] = 0;
     for (unsigned int k = 0; k < n; ++k) {
         total += length(k);
+        // The sum is in 64 bits and checked at each step, so no limit is stored wrapped.
         CheckLength(total);
         limits[k + 1UL] = static_cast<unsigned int>(total);
     }
@@ -49,6 +50,7 @@ Vector const& RowOf(DerivedPointer<Vector> const& rows, unsigned int k)
 
 void CheckIsObjects(DerivedPointer<Vector> const& rows)
 {
+    // Ahead of the rows: the elements of any other type cannot be read as objects.
     if (cref(rows).ElemType() != Vector::PMemory && cref(rows).Length() > 0)
         Raise(err_kind, "Element %d of input vector is not a vector: %s", 0,
               cref(rows).GetDataItem(0).GetDescription());
@@ -61,12 +63,13 @@ DerivedPointer<Vector> Flat(DerivedPointer<Vector> const& rows, unsigned long to
     auto* out = static_cast<char*>(chunk.Data());
     for (unsigned int k = 0; k < cref(rows).Length(); ++k) {
         Vector const& row = RowOf(rows, k);
+        // An empty row has no type to convert; it may be a vector of anything.
         if (row.Length() == 0)
             continue;
         try {
             auto const converted = row.ConvertElemsToType(type, true, true);
             TypedChunk::Copy_Buffer(out, cref(converted).Pointer(), row.Length(), type);
-        } catch (Exception const&) {
+        } catch (Exception const&) { // whose reason says nothing about which row it was
             RaiseElement(k, &row);
         }
         out += static_cast<unsigned long>(row.Length()) * TypedChunk::SizeOf(type);
@@ -129,11 +132,13 @@ IntervalVector::CreateFromVectorOfVectors(DerivedPointer<Vector> rows, TargetDat
 DerivedPointer<IntervalVector> pmemory_vector_to_intervalvector(DerivedPointer<Vector> objects)
 {
     unsigned int const n = objects ? cref(objects).Length() : 0;
+    // Without a row there is no target to take the sizes from.
     if (n == 0)
         return IntervalVector::Create();
     if (cref(objects).ElemType() != Vector::PMemory)
         Raise(err_kind, "Type of vector element %d not supported: %s", 0, objects);
     PMemBlock const* const elements = cref(objects).PMemoryPointer();
+    // Images become lists once and are kept, as both the limits and the pixels are made of them.
     std::vector<DerivedPointer<IndexVector>> lists(n);
     for (unsigned int k = 0; k < n; ++k) {
         Image const* const drawn = MemCast<Image>(elements[k]);

@@ -2,9 +2,10 @@
 #include <memblock/core/attempt_internal.h>
 #include <memblock/core/md5.h>
 #include <memblock/core/memblock_internal.h>
+#include <memblock/core/subitem_internal.h>
 #include <memblock/core/visitor.h>
 #include <memblock/imaging/image.h>
-#include <memblock/imaging/intervalparts_internal.h>
+#include <memblock/imaging/intervallimits_internal.h>
 #include <memblock/imaging/targetdata_internal.h>
 #include <memblock/vector/convert.h>
 #include <memblock/vector/vectorchunk_internal.h>
@@ -17,6 +18,7 @@ namespace {
 
 DataItem Mask(IntervalVector const& v, ThrowHandlerFunc handler)
 {
+    // Settled: zones have no mask, though MergedIndexVector would give one.
     if (PixelList(v.Target()))
         return DataItem(v.MergedIndexVector());
     Report(handler, err_kind, "Intervalvector target not supported: %s", v.Target());
@@ -32,12 +34,13 @@ DataItem FlatTarget(IntervalVector const& v, ThrowHandlerFunc)
     return DataItem(v.MergedIndexVector());
 }
 
-/// A dimension of the image that the pixels lie in; undefined, after a report, where there is none.
+/// A dimension of the image of the pixels; undefined, after a report, where there is none.
 template <int dimension>
 DataItem ImageSize(IntervalVector const& v, ThrowHandlerFunc handler)
 {
     unsigned int sizes[2];
     v.GetImageDimensions(sizes[0], sizes[1], handler);
+    // A report may have been ignored, so the sizes alone do not say whether there is an image.
     auto const pixels = v.GetFinalIndexVectorTarget();
     return pixels && pixels->TargetRank() == 2 ? DataItem(sizes[dimension]) : DataItem();
 }
@@ -54,7 +57,7 @@ DataItem Area(IntervalVector const& v, ThrowHandlerFunc)
 DerivedPointer<Vector> VectorIn(SafeValue const& value, char const* refusal,
                                 ThrowHandlerFunc handler)
 {
-    PMemBlock const object = value.GetType() == it_memblock ? value.GetMemory() : PMemBlock();
+    PMemBlock const object = MemoryOrNull(value);
     Vector* const vector = MemCast<Vector>(object);
     if (!vector)
         Report(handler, err_kind, refusal, value.GetDescription());
@@ -85,6 +88,7 @@ bool SetCount(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc handle
         unsigned int const last = std::as_const(limits).Start(0)[old_count];
         limits.ResizeVector(static_cast<unsigned long>(count) + 1, true, true);
         if (limits.IntervalCount() > old_count)
+            // New intervals are empty ones at the end. Zeros would make intervals that fall.
             std::fill_n(limits.Start(0) + old_count, limits.IntervalCount() + 1 - old_count, last);
         limits.ContentHasBeenChanged();
     };
@@ -93,9 +97,18 @@ bool SetCount(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc handle
     return true;
 }
 
+/// Settled: by key, numbers that are there become the innermost layer of zones, where `SetLgType`
+/// puts pixels in their place. The layers of a file come in any order, and the word "subobj"
+/// between the numbers and the limits of the zones must not drop the numbers.
 bool SetType(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc)
 {
-    v.SetLgType(value.GetString());
+    safestring const word = value.GetString();
+    if (word == IntervalVector::logic2string(IntervalVector::subobj) && v.Target() &&
+        SameName(v.Target()->Class(), "vector")) {
+        unsigned int const zones = std::max(ItemCount(v.Target().Pointer()), LastEnd(v));
+        v.SetTarget(IntervalVector::Create(zones, DerivedPointer<Vector>(v.Target())));
+    }
+    v.SetLgType(word);
     return true;
 }
 
@@ -105,15 +118,19 @@ bool SetInnerIndexArray(IntervalVector& v, SafeValue const& value, ThrowHandlerF
         value, "IntervalVector::set(\"inner_index_array\"): this is not a vector: %s", handler);
     if (!vector)
         return false;
+    // Files hold plain numbers. They get the sizes of the target that is there, which come by
+    // another key.
     PMemBlock pixels(PixelList(vector));
     if (!pixels) {
         auto const present = v.GetFinalIndexVectorTarget();
         pixels = IndexVector::Create(vector, present ? cref(present).GetTargetData()
                                                      : IndexVector::TargetData());
     }
+    // Each layer on the way is made private: the write goes to the innermost one, and other owners
+    // keep theirs.
     IntervalVector* layer = &v;
     while (Layer(layer->Target()))
-        layer = Layer(IntervalParts::OwnTarget(*layer));
+        layer = Layer(layer->OwnTarget());
     if (!PixelList(layer->Target())) {
         Report(handler, err_kind,
                "Cannot set as inner_index_array, does not match current IntervalVector structure: "
@@ -123,7 +140,8 @@ bool SetInnerIndexArray(IntervalVector& v, SafeValue const& value, ThrowHandlerF
     }
     if (!pixels.Conforms("indexvector"))
         ThrowAssertException(__FILE__, __LINE__, "v.Conforms(\"indexvector\")");
-    IntervalParts::ReplaceTarget(*layer, pixels);
+    // Unchecked length: the limits may have come first, for pixels that come now.
+    layer->ReplaceTarget(pixels);
     v.UpdateType();
     v.ContentHasBeenChanged();
     return true;
@@ -137,7 +155,7 @@ bool SetInnerVector(IntervalVector& v, SafeValue const& value, ThrowHandlerFunc 
         return false;
     IntervalVector* layer = &v;
     while (Layer(layer->Target()))
-        layer = Layer(IntervalParts::OwnTarget(*layer));
+        layer = Layer(layer->OwnTarget());
     layer->SetTarget(vector);
     v.UpdateType();
     v.ContentHasBeenChanged();
@@ -148,6 +166,7 @@ bool SetOuterIndexArray(IntervalVector& v, SafeValue const& value, ThrowHandlerF
 {
     auto const vector = VectorIn(
         value, "IntervalVector::set(\"outer_index_array\"): this is not a vector: %s", handler);
+    // The chunk and not its elements: the number of intervals follows from its length.
     if (vector)
         v.SetTypedChunk(AsLimits(vector));
     return static_cast<bool>(vector);
@@ -159,6 +178,8 @@ bool SetMediumIndexArray(IntervalVector& v, SafeValue const& value, ThrowHandler
         value, "IntervalVector::set(\"medium_index_array\"): this is not a vector: %s", handler);
     if (!vector)
         return false;
+    // Without a middle layer one is put between the limits and the target, so that the pixels may
+    // have come before it.
     DerivedPointer<IntervalVector> const medium(
         Layer(v.Target())
             ? v.Target()->Clone(true)
@@ -194,7 +215,7 @@ IndexVector::TargetData ShapeOf(Vector const& vector)
 /// The innermost index vector, or null after a report.
 DerivedPointer<IndexVector> FinalTarget(IntervalVector& v, ThrowHandlerFunc handler)
 {
-    auto const final = IntervalParts::OwnFinalTarget(v);
+    auto const final = OwnFinalTarget(v);
     if (!final)
         Report(handler, err_kind, "Setting target_data: no IndexVector object here: %s", v);
     return final;
@@ -251,6 +272,7 @@ constexpr KeyTable interval_keys{std::to_array<Key<IntervalVector>>({
     {"target", FlatTarget, SetTargetKey},
     {"interval_count", nullptr, SetCount},
     {"type", nullptr, SetType},
+    {"@type", nullptr, SetType},
     {"inner_index_array", nullptr, SetInnerIndexArray},
     {"inner_vector", nullptr, SetInnerVector},
     {"outer_index_array", nullptr, SetOuterIndexArray},
@@ -295,6 +317,8 @@ bool IntervalVector::Entertain(MemBlockVisitor& v, safestring const& path, enter
     TraverseNode const node(path);
     if (mode == em_traverse) {
         DataItem target(Target_), count(static_cast<int>(IntervalCount_)), ends(EndArray_);
+        // In this order: a reader sets the keys as they come, and limits need no target to be
+        // counted.
         v.Visit(TraverseNode(node, "target").Path(), target);
         v.Visit(TraverseNode(node, "interval_count").Path(), count);
         if (EndArray_)
@@ -307,25 +331,23 @@ bool IntervalVector::Entertain(MemBlockVisitor& v, safestring const& path, enter
     }
     if (Target_ && !EntertainChild(Target_, v, TraverseNode(node, "target").Path(), mode))
         return false;
-    return !EndArray_ ||
-           IntervalParts::EntertainEnds(*this, v, TraverseNode(node, "endarray").Path(), mode);
+    return !EndArray_ || EntertainEnds(v, TraverseNode(node, "endarray").Path(), mode);
 }
 
-bool IntervalParts::EntertainEnds(IntervalVector& v, MemBlockVisitor& visitor,
-                                  safestring const& path, MemBlock::entertainmode_t mode)
+bool IntervalVector::EntertainEnds(MemBlockVisitor& visitor, safestring const& path,
+                                   entertainmode_t mode)
 {
-    auto const fits = [&v](PMemBlock const& object) {
+    auto const fits = [this](PMemBlock const& object) {
         Vector const* const ends = MemCast<Vector>(object);
-        return ends && ends->ElemType() == Vector::UnsignedInt &&
-               ends->Length() == v.IntervalCount_;
+        return ends && ends->ElemType() == UnsignedInt && ends->Length() == IntervalCount_;
     };
-    PMemBlock const before = v.EndArray_->Clone(true); // shares the array until it is written
-    bool const go_on = v.EntertainChild(v.EndArray_, visitor, path, mode);
+    PMemBlock const before = EndArray_->Clone(true); // shares the array until it is written
+    bool const go_on = EntertainChild(EndArray_, visitor, path, mode);
     // A visitor may leave anything in this place, which is taken only if it can be an array of
     // ends; or nothing, where it has packed the limits.
-    bool const still_apart = v.Length() == v.IntervalCount_;
-    if (still_apart && !fits(v.EndArray_) && fits(before))
-        v.EndArray_ = before;
+    bool const still_apart = Length() == IntervalCount_;
+    if (still_apart && !fits(EndArray_) && fits(before))
+        EndArray_ = before;
     return go_on;
 }
 
@@ -339,6 +361,7 @@ DataItem SetDimSizes(IntervalVector& v, int, SafeValue const* argv)
     unsigned int const limits = LimitCount(v);
     if (n <= 0 || static_cast<unsigned int>(n) > limits)
         Raise(err_kind, "Cannot set intervalcount to %d in %d-element vector", n, limits);
+    // Settled: the argument is compared with the number of limits, but sets that of intervals.
     v.SetIntervalCount(static_cast<unsigned int>(n));
     return DataItem(1);
 }
@@ -350,6 +373,7 @@ DataType CoverOfRows(Vector const& rows)
     PMemBlock const* const elements =
         rows.ElemType() == Vector::PMemory ? rows.PMemoryPointer() : nullptr;
     for (unsigned int k = 0; elements && k < rows.Length(); ++k)
+        // Empty rows have no say: their type holds nothing.
         if (Vector const* const row = MemCast<Vector>(elements[k]); row && row->Length() > 0) {
             DataType const type = row->Factor() == 1.0 ? row->ElemType() : Vector::Double;
             cover = cover == Vector::NoType ? type : ChooseCoverType(cover, type);
@@ -377,6 +401,7 @@ DataItem ConvertFromRows(IntervalVector&, int argc, SafeValue const* argv)
         return DataItem(IntervalVector::CreateFromVectorOfVectors(rows, CoverOfRows(cref(rows))));
     if (word != "geometric")
         Raise(err_kind, "Representation must be \"numeric\" or \"geometric\"");
+    // Regions say themselves which image they are in. Numbers need a frame to be pixels of.
     if (AllAreRegions(cref(rows)))
         return DataItem(pmemory_vector_to_intervalvector(rows));
     Image const* const frame = argc > 2 ? MemCast<Image>(argv[2].GetMemory()) : nullptr;
@@ -399,6 +424,7 @@ DataItem IntervalVector::DoVerb(char const* verb, int argc, SafeValue* argv)
     if (auto const* const row = interval_verbs.Find(verb); row && argc >= row->argument_count)
         return row->run(*this, argc, argv);
     for (char const* const of_limits : {"GetDimSize", "expr", "scalar"})
+        // These speak of the elements, which scripts know as limits.
         if (EndArray_ && SameName(verb, of_limits))
             return PackedLimits(*this)->DoVerb(verb, argc, argv);
     return Vector::DoVerb(verb, argc, argv);

@@ -1,7 +1,7 @@
 #include <memblock/base/alloc.h>
 #include <memblock/base/raise.h>
 #include <memblock/imaging/image.h>
-#include <memblock/imaging/intervalparts_internal.h>
+#include <memblock/imaging/intervallimits_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
 #include <cstdio>
@@ -14,6 +14,7 @@ DerivedPointer<IntervalVector> IntervalVector::MergedTarget() const
 {
     if (!Layer(Target_))
         Raise(err_kind, "Intervalvector target not supported: %s", Target_);
+    // With one array of limits in each layer, the limits of a limit are the pixels of an object.
     ContiguousForm const objects(*this);
     ContiguousForm const medium(*Layer(objects->Target_));
     unsigned int const zones = medium->IntervalCount_;
@@ -21,6 +22,8 @@ DerivedPointer<IntervalVector> IntervalVector::MergedTarget() const
     unsigned int const* const inner = medium->Start(0);
     LimitArray limits(IntervalCount_ + 1UL);
     for (unsigned int k = 0; k <= IntervalCount_; ++k)
+        // Settled: an object gets all pixels from its first zone to its last, also those of zones
+        // between that belong to no object.
         limits[k] = IntervalCount_ > 0 && zones > 0 ? inner[std::min(outer[k], zones)] : 0;
     return Create(IntervalCount_, LimitArray::base, limits.Take(), mb_free,
                   DerivedPointer<Vector>(medium->Target_->Clone(true)));
@@ -36,13 +39,15 @@ DerivedPointer<Vector> IntervalVector::MergedVector() const
     Vector const& values = *MemCast<Vector>(Target_);
     if (intervals.Count() == 0)
         return values.CloneSlice(0, 0);
+    // With gaps or overlaps the values are gathered. Otherwise they are one piece of the target,
+    // which can be shared or sliced.
     if (!intervals.Tile()) {
         DerivedPointer<Vector> const merged(values.Clone(true));
-        merged->SetTypedChunk(IntervalParts::Gather(values, intervals));
+        merged->SetTypedChunk(ElementsOf(values, intervals));
         return merged;
     }
     unsigned int const from = intervals.From(0), to = intervals.To(intervals.Count() - 1);
-    if (from == 0 && to == values.Length()) // all of them, as they stand
+    if (from == 0 && to == values.Length()) // all of them, in their order
         return DerivedPointer<Vector>(values.Clone(true));
     return from == to ? values.CloneSlice(0, 0) : values.CloneSlice(from, to);
 }
@@ -57,10 +62,11 @@ DerivedPointer<IndexVector> IntervalVector::MergedIndexVector() const
     Intervals const intervals(*this);
     bool const tile = intervals.Tile();
     if (tile && intervals.Count() > 0 && intervals.From(0) > 0)
+        // Settled: a line on standard error and no warning, as the list is complete all the same.
         std::fprintf(stderr,
                      "%s(%d): IntervalVector::MergedIndexVector() probably doesn't work for a=%d\n",
                      __FILE__, __LINE__, static_cast<int>(intervals.From(0)));
-    if (tile && intervals.Total() == pixels->Length()) // all of them, as they stand
+    if (tile && intervals.Total() == pixels->Length()) // all of them, in their order
         return DerivedPointer<IndexVector>(pixels->Clone(true));
     auto merged = OpenIndexVector(intervals.Total(), pixels->GetTargetData());
     unsigned int const* const source = pixels->UnsignedIntPointer();
@@ -88,7 +94,7 @@ DerivedPointer<IntervalVector> IntervalVector::GetXYVector(char c) const
 
 namespace {
 
-/// The running sums of the innermost elements that the intervals reach: element k tells of those
+/// The running sums of the innermost elements that the intervals reach: element k counts those
 /// ahead of interval k. Each layer is gone through once, however often its intervals are reached.
 std::vector<unsigned int> AreaSums(IntervalVector const& v, int depth)
 {
@@ -127,7 +133,7 @@ void unpack_three_layer_const(DerivedPointer<IntervalVector> const& v, unsigned 
     outer = zones.StartAndEnd(0, false, true, nullptr);
     // Packing may have put another layer there; one that others hold stays as they know it.
     if (Layer(zones.Target())->HasEndArray())
-        IntervalParts::OwnTarget(const_cast<IntervalVector&>(zones));
+        const_cast<IntervalVector&>(zones).OwnTarget();
     IntervalVector const& middle = *Layer(zones.Target());
     medium = middle.StartAndEnd(0, false, true, nullptr);
     inner = std::as_const(*PixelList(middle.Target())).UnsignedIntPointer();
@@ -156,6 +162,8 @@ void CheckSameStructure(IntervalVector const& a, IntervalVector const& b)
             Raise(err_kind, "Unsupported IntervalVector structure: IV766");
         if (!MemCast<Vector>(mine->Target()))
             Raise(err_kind, "Non-vector-type target not supported: %s", mine->Target());
+        // The class alone is not enough: it follows from the outermost target, and layers below may
+        // differ.
         if (mine->LgType() != other->LgType() ||
             !SameName(mine->Target()->Class(), other->Target()->Class()))
             Raise(err_kind, "Cannot append %s to %s", b, a);
@@ -180,18 +188,21 @@ TypedChunk JoinedLimits(Intervals const& a, Intervals const& b, unsigned int shi
     for (unsigned int k = 0; k < a.Count(); ++k)
         *out++ = a.From(k);
     for (unsigned int k = 0; k < b.Count(); ++k)
+        // The objects that are added may begin anywhere in their target; only that part of it is
+        // appended.
         *out++ = shift + b.From(k) - b.From(0);
     *out = shift + b.To(b.Count() - 1) - b.From(0);
     return limits;
 }
 
-/// A target of the first elements of one, up to `last`, and behind them a part of another. What
-/// lies behind `last` belongs to no object, and can't stay between two.
+/// A target of the first elements of one, up to `last`, and behind them a part of another. Drops
+/// the tail after `last`: it belongs to no object.
 DerivedPointer<Vector> JoinedTargets(Vector const& a, unsigned int last, Vector const& b,
                                      unsigned int from, unsigned int to)
 {
     to = std::max(from, to); // limits may fall
     DerivedPointer<Vector> joined(a.Clone(true));
+    // Plain numbers of one type are copied at once. Append converts, and grows the buffer by steps.
     bool const alike = a.ElemType() == b.ElemType() && a.Factor() == b.Factor();
     if (alike && !Layer(joined) && !Vector::IsObject(a.ElemType())) {
         TypedChunk const fresh = OpenChunk(last + (to - from + 0UL), a.ElemType());
@@ -221,6 +232,7 @@ void IntervalVector::Append(DerivedPointer<Vector> v)
     IntervalVector const* const added = MemCast<IntervalVector>(v);
     if (!added)
         Raise(err_kind, "Cannot append %s to %s", v, *this);
+    // All checks before the first change; what follows is built aside and committed in one step.
     CheckSameStructure(*this, *added);
     if (added->IntervalCount_ == 0 ||
         EditPacked(*this, [&](Vector& objects) { objects.Append(v); }))
@@ -231,7 +243,7 @@ void IntervalVector::Append(DerivedPointer<Vector> v)
     auto const target =
         JoinedTargets(*MemCast<Vector>(Target_), last, *MemCast<Vector>(behind->Target()),
                       other.From(0), other.To(other.Count() - 1));
-    IntervalParts::Install(*this, JoinedLimits(mine, other, last), target);
+    Commit(JoinedLimits(mine, other, last), PMemBlock(), target);
 }
 
 } // namespace NKelmic

@@ -1,7 +1,7 @@
 #include <memblock/base/raise.h>
 #include <memblock/core/options.h>
 #include <memblock/imaging/image.h>
-#include <memblock/imaging/intervalparts_internal.h>
+#include <memblock/imaging/intervallimits_internal.h>
 #include <memblock/imaging/setops_kernels.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
@@ -55,7 +55,10 @@ template <bool common, bool single, class RoomA, class RoomB>
 int* CombineLists(int const* a, int na, int const* b, int nb, int* out, bool blocks, RoomA&& room_a,
                   RoomB&& room_b)
 {
+    // Lists of an object are nearly always ascending without repeats. Others are sorted, on a copy,
+    // and go by the standard algorithms.
     if (setops::BothIncrease(a, na, b, nb)) {
+        // Branches of long runs are predictable, and the plain merge is faster for them.
         if (blocks && !setops::HasLongRuns(a, na))
             return setops::MergeBlocks<common, single>(a, a + na, b, b + nb, out);
         return setops::Merge<common, single>(a, a + na, b, b + nb, out);
@@ -92,6 +95,8 @@ public:
     /// Where the next object goes, which has up to `most` pixels.
     int* Room(unsigned long most)
     {
+        // The sample was wrong. This happens once at most, as the room is then for the largest
+        // result possible.
         if (most > static_cast<unsigned long>(result_.end - result_.next)) [[unlikely]] {
             pixels_->ResizeVector(most_, true, false);
             UseRoom(result_.next - result_.begin);
@@ -136,7 +141,8 @@ public:
     /// that is asked for and given back unused costs more than the operation itself.
     unsigned long Expected()
     {
-        constexpr unsigned int parts = 16, part = 64; // neighbours lie in one piece of memory
+        constexpr unsigned int parts = 16, part = 64; // neighbours share a page of memory
+        // For few objects the sample would be half of the work.
         if (left_.Count() < 2 * parts * part)
             return most_;
         std::vector<int> out;
@@ -149,6 +155,7 @@ public:
                 int* const end = Write(pair, out.data(), out.data() + out.size());
                 written += static_cast<unsigned long>(end - out.data());
             }
+        // A sixteenth more than the sample says: running out costs a copy of everything.
         double const share = sampled > 0 ? double(written) / double(sampled) : 1.0;
         return static_cast<unsigned long>(double(most_) * std::min(share * 1.0625, 1.0)) +
                out.size();
@@ -158,6 +165,8 @@ public:
         setops::Lists const a = Numbers(left_, pixels_a_), b = Numbers(right_, pixels_b_);
         setops::Result const& written = result.Written();
         while (written.objects < left_.Count()) {
+            // Small objects go several at a time. It stops at the first one that is too large or
+            // not in order, which is then done alone.
             if (setops::HasLanes())
                 setops::CombineFew<common, single>(a, b, left_.Count(), result.Written());
             if (written.objects == left_.Count())
@@ -229,6 +238,7 @@ PMemBlock LogicalOp(char op, IntervalVector const& v, PMemBlock const& rhs)
               "but first operand is: %s",
               op, v);
     IntervalVector const* const other = MemCast<IntervalVector>(rhs);
+    // Stencils of another image size are not refused: pixel numbers are compared as they are.
     if (other && IsPixelList(other->Target())) {
         return Combine(op, v, *other);
     }
@@ -251,6 +261,8 @@ PMemBlock PointOp(char op, IntervalVector const& v, PMemBlock rhs, op_options co
     if (!v.Target() || !SameName(v.Target()->Class(), "vector"))
         Raise(err_kind,
               "Function \"point()\" is implemented only for subobject numeric attributes.");
+    // Of another grouping the limits are the operand, as of any vector: its numbers could not be
+    // matched.
     if (IntervalVector const* const other = MemCast<IntervalVector>(rhs);
         other && other->LgType() == IntervalVector::subnum &&
         other->IntervalCount() == v.IntervalCount() &&
@@ -265,13 +277,6 @@ PMemBlock PointOp(char op, IntervalVector const& v, PMemBlock rhs, op_options co
 }
 
 } // namespace
-
-DerivedPointer<IndexVector> OpenIndexVector(unsigned long n, IndexVector::TargetData const& target)
-{
-    auto indices = IndexVector::Create(0, target);
-    indices->SetTypedChunk(OpenChunk(n, DataTypeBase::UnsignedInt));
-    return indices;
-}
 
 int intvecop(char op, int const* a, int na, int const* b, int nb, int* out, int* worka, int* workb)
 {
@@ -300,6 +305,7 @@ unsigned int intvecimageand_tmpl(unsigned int const* indices, unsigned int n, T 
     unsigned int kept = 0;
     for (unsigned int i = 0; i < n; ++i) {
         unsigned int const index = indices[i];
+        // Written always and kept by the sum, without a branch that depends on the pixels.
         out[kept] = index;
         kept += index < npixels && pixels[index] != 0;
     }

@@ -17,7 +17,7 @@ enum rangespec_t { rangespec_any = 0 };
 /// forms of the limits answer everything alike:
 ///
 /// - contiguous: `IntervalCount() + 1` limits, interval k runs from limit k to limit k + 1;
-/// - separate ends: an array of starts and one of ends. Intervals may stand in any order, overlap
+/// - separate ends: an array of starts and one of ends. Intervals may come in any order, overlap
 ///   or leave gaps. Only this form can be permuted.
 ///
 /// The payload, as `Length` and the pointers know it, is the first array of the form. What computes
@@ -31,10 +31,10 @@ enum rangespec_t { rangespec_any = 0 };
 /// whatever reads through them stays inside the target. Objects are numbered from 1 by base 1
 /// (`Start(1)[1]` is the first limit), from 0 by base 0.
 ///
-/// Errors raised here carry code 128 unless another is told.
+/// Errors raised here carry code 128 unless another is given.
 class MEMBLOCK_API IntervalVector : public IndexVector {
 public:
-    /// What the structure stands for; it follows from the target, see `DetectType`.
+    /// What the structure means; it follows from the target, see `DetectType`.
     enum logic_class_t {
         stencil = 23,         ///< objects of pixels: over an index vector into an image
         subobj = 24,          ///< objects of zones of pixels: over an interval vector
@@ -45,7 +45,7 @@ public:
     static char const* StaticClass() { return "intervalvector"; }
 
     // ---- Creation. `base` cells ahead of the first limit are skipped in the given arrays, so that
-    // object 1 may stand in cell 1; `release` gives each array back.
+    // object 1 may be in cell 1; `release` gives each array back.
 
     /// Without objects, over an empty index vector.
     static DerivedPointer<IntervalVector> Create();
@@ -158,6 +158,11 @@ public:
     PMemBlock const& Target() const { return Target_; }
     /// Throws, with nothing changed: "Target too short (%d), must be >=%d: %s".
     void SetTarget(DerivedPointer<Vector>);
+    /// The same for a target that may be too short by now: keys bring a structure piece by piece,
+    /// and its limits may come first. Throws, with nothing changed, as `DetectType` does.
+    void ReplaceTarget(PMemBlock const& target);
+    /// The target to be written to: made private first, so that its other owners keep theirs.
+    DerivedPointer<Vector> OwnTarget();
     /// Throws: 512 "IndexVector::IndexVectorTarget(): Target of is not an indexvector: " with the
     /// description. Settled: the gap in the text is part of it.
     DerivedPointer<IndexVector> IndexVectorTarget();
@@ -173,7 +178,8 @@ public:
     void UpdateType(); ///< set the logical class to `DetectType`, in all layers
     /// Give the structure the target of another logical class; where the present target can't be
     /// adapted it is replaced by an empty one, or for "subnum" and "subobj" by as many zeros or
-    /// empty zones as the limits ask for.
+    /// empty zones as the limits ask for. Zones hold pixels: numbers go. Only the keys "type" and
+    /// "@type" keep them as the innermost layer, as the layers of a file come in any order.
     /// Throws: "Cannot adapt IntervalVector structure to type %d (%s): %s".
     void RebuildAs(logic_class_t);
     /// 30 words by logical class, null where there is none.
@@ -205,9 +211,23 @@ protected:
     safestring DoGetDescription() const override;
     /// Intervals `from` up to, not including, `to`, over the same target.
     DerivedPointer<Vector> DoCloneSlice(unsigned int from, unsigned int to) const override;
+    /// Put limits and a target in place of the present ones: the last step of each change.
+    ///
+    /// starts: with null `ends` the limits of the contiguous form, otherwise a start an interval.
+    /// ends: a vector of as many unsigned int. Nothing is checked. Fails only for lack of memory,
+    /// with nothing changed.
+    void Commit(TypedChunk const& starts, PMemBlock ends, PMemBlock target);
 
 private:
-    friend struct IntervalParts; // the sources of this class share their inner tools there
+    /// The hook by which an edit of elements, in `Vector`, commits what it did to packed limits.
+    friend void TakePacked(Vector& v, Vector const& packed);
+
+    /// The start of interval k; for k = `IntervalCount()` the limit behind the last interval.
+    unsigned int LimitAt(unsigned int k) const;
+    /// The ends of intervals `from` up to `to`, as `EndArray_` holds them.
+    PMemBlock EndsOf(unsigned int from, unsigned int to) const;
+    /// Offer the array of ends as a child.
+    bool EntertainEnds(MemBlockVisitor&, safestring const& path, entertainmode_t);
 
     unsigned int IntervalCount_ = 0;
     PMemBlock EndArray_; // unsigned int elements, as many as intervals; null: contiguous
@@ -238,7 +258,7 @@ MEMBLOCK_API void ComposeStencilImage_tmpl(unsigned int const* start, unsigned i
                                            unsigned int count, unsigned int const* indices,
                                            unsigned int nindices, T* pixels, unsigned long npixels,
                                            IntervalVector const* v);
-/// One interval for each element: an index vector, or an image that stands for its mask.
+/// One interval for each element: an index vector, or an image, of which the mask is taken.
 /// Throws: "Incompatible targets: %s AND %s", "Type of vector element %d not supported: %s".
 MEMBLOCK_API DerivedPointer<IntervalVector>
 pmemory_vector_to_intervalvector(DerivedPointer<Vector> objects);

@@ -19,24 +19,13 @@ DerivedPointer<Mask> Mask::Create(DerivedPointer<Vector> content)
 DerivedPointer<Mask> Mask::Create(PMemBlock content)
 {
     DerivedPointer<Mask> mask(new Mask);
-    mask->Take(std::move(content));
+    mask->SetContent_(std::move(content));
     return mask;
 }
 
 void Mask::SetContent(DerivedPointer<Vector> v)
 {
-    Take(static_cast<PMemBlock&&>(v));
-}
-
-void Mask::Take(PMemBlock content)
-{
-    if (MemCast<Image>(content))
-        return TakeImage(std::move(content), Image::mask);
-    if (IntervalVector const* const objects = MemCast<IntervalVector>(content))
-        return TakeVector(objects->MergedIndexVector());
-    if (MemCast<IndexVector>(content))
-        return TakeVector(std::move(content));
-    Raise(err_kind, "Invalid object for Mask::SetContent(): %s", content);
+    SetContent_(static_cast<PMemBlock&&>(v));
 }
 
 char const* Mask::Class() const
@@ -49,48 +38,39 @@ char const* Mask::ClassDescription() const
     return "Mask class encapsulates a 2D mask either in vector or image representation.";
 }
 
-DerivedPointer<RegionBase> Mask::New() const
+namespace {
+
+/// An interval vector is a region as a whole: its objects count for nothing.
+PMemBlock PixelsOfMask(PMemBlock const& content)
 {
-    return DerivedPointer<RegionBase>(new Mask);
+    if (IntervalVector const* const objects = MemCast<IntervalVector>(content))
+        return objects->MergedIndexVector();
+    if (MemCast<IndexVector>(content))
+        return content;
+    Raise(err_kind, "Invalid object for Mask::SetContent(): %s", content);
 }
 
-bool Mask::IsSource(PMemBlock const& source) const
-{
-    return MemCast<Image>(source) || MemCast<IndexVector>(source);
-}
+} // namespace
 
-PMemBlock Mask::MakeVector(Image const& image) const
+RegionKind const& Mask::Kind() const
 {
-    return image.GetMaskVector();
-}
-
-DerivedPointer<IndexVector> Mask::PixelsOf(IndexVector const& vector) const
-{
-    return DerivedPointer<IndexVector>(&vector);
-}
-
-RegionBase::Words const& Mask::Told() const
-{
-    static constexpr Words words{"Mask for %dx%d images, in %s representation",
-                                 "Mask target is not an image: %s\n",
-                                 "area,image,vector,imagewidth,imageheight,x,y,"};
-    return words;
-}
-
-bool Mask::ImageIsFit(Image const& image, safestring& message) const
-{
-    if (image.Bpp() == 1)
-        return true;
-    message += Text("Image representation pixeltype not 8bpp: %s\n", image);
-    return false;
-}
-
-bool Mask::VectorIsFit(Vector const& vector, safestring& message) const
-{
-    if (SameName(vector.Class(), "indexvector"))
-        return true;
-    message += Text("Invalid vector representation class: %s\n", vector);
-    return false;
+    static constexpr RegionKind kind{
+        .description = "Mask for %dx%d images, in %s representation",
+        .no_image = "Mask target is not an image: %s\n",
+        .keys = "area,image,vector,imagewidth,imageheight,x,y,",
+        .image_type = Image::mask,
+        .pixel_size = {1, 1},
+        .wrong_pixels = "Image representation pixeltype not 8bpp: %s\n",
+        .vector_class = "indexvector",
+        .vector_type = 0,
+        .create = [] { return DerivedPointer<RegionBase>(new Mask); },
+        .is_vector =
+            [](PMemBlock const& source) { return MemCast<IndexVector>(source) != nullptr; },
+        .vector_of = PixelsOfMask,
+        .trace = [](Image const& image) -> PMemBlock { return image.GetMaskVector(); },
+        .pixels_of = [](IndexVector const& v) { return DerivedPointer<IndexVector>(&v); },
+    };
+    return kind;
 }
 
 } // namespace NKelmic

@@ -44,6 +44,7 @@ DerivedPointer<NumRange> NumRange::Create(int begin, int end)
 DerivedPointer<NumRange> NumRange::Create(int begin, int end, bool exclusive)
 {
     DerivedPointer<NumRange> range = Create(begin, end);
+    // Kept beside the elements: arithmetic on a range works on its two numbers.
     range->exclusive_ = exclusive ? 1 : 0;
     return range;
 }
@@ -87,6 +88,7 @@ safestring NumRange::DoGetDescription() const
 
 DerivedPointer<Vector> NumRange::Exploded() const
 {
+    // In 64 bits: the whole range of int has more numbers than an int counts.
     long const length = static_cast<long>(End()) - Begin() + (Exclusive() ? 0 : 1);
     DerivedPointer<Vector> numbers =
         Vector::Create(OpenChunk(static_cast<unsigned long>(std::max(length, 0L)), Int), 1.0);
@@ -107,6 +109,7 @@ DataItem NumRange::ResolveSubItem(safestring const& key, ThrowHandlerFunc handle
 DataItem NumRange::DoVerb(char const* verb, int argc, SafeValue* argv)
 {
     if (SameName(verb, "scalar"))
+        // The key by which a script cuts a vector: there the end never belongs to the slice.
         return Text("@slice:%d:%d", Begin(), static_cast<long>(End()) + (Exclusive() ? 0 : 1));
     return Vector::DoVerb(verb, argc, argv);
 }

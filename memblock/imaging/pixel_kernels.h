@@ -87,7 +87,7 @@ MEMBLOCK_INLINE_LOOP std::uint64_t NonZeroMaskOfBytes(void const* bytes)
 }
 #endif
 
-/// Bit j tells whether pixel j of 64 is not 0.
+/// Bit j is set if pixel j of 64 is not 0.
 template <class T>
 MEMBLOCK_INLINE_LOOP std::uint64_t NonZeroMask(T const* p)
 {
@@ -183,7 +183,7 @@ MEMBLOCK_MULTIVERSION unsigned int ListNonZero(T const* __restrict p, unsigned i
 
 // ---- runs of equal pixels
 
-/// Bit j tells whether pixel j of 64 differs from the one before it.
+/// Bit j is set if pixel j of 64 differs from the one before it.
 template <class T>
 MEMBLOCK_INLINE_LOOP std::uint64_t ChangeMask(T const* p)
 {

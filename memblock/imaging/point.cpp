@@ -54,10 +54,13 @@ DerivedPointer<Point> Point::Create(int x, int y, IndexVector::TargetData const&
 
 DerivedPointer<Point> Point::Create(unsigned int index, IndexVector::TargetData const& target)
 {
+    // Ahead of the divisions by these sizes.
     if (std::count(target.dims.begin(), target.dims.end(), 0U) > 0)
         Raise(err_kind, "Target of a point is empty: %s", target.descr);
     DerivedPointer<Point> point(new Point(static_cast<int>(target.dims.size())));
     int* coordinate = point->IntPointer();
+    // The first coordinate runs fastest, as in the order of the pixels. An index beyond the target
+    // wraps.
     for (unsigned int const size : target.dims) {
         *coordinate++ = static_cast<int>(index % size);
         index /= size;
@@ -80,6 +83,7 @@ bool Point::Entertain(MemBlockVisitor& visitor, safestring const& path, entertai
 {
     KeepAlive const alive(*this);
     bool const go_on = Vector::Entertain(visitor, path, mode);
+    // Only a walk that writes a file wants the fields; they are values, not objects to visit.
     if (go_on && mode == em_traverse)
         VisitTarget(target_, visitor, path);
     return go_on;
@@ -129,6 +133,7 @@ bool Point::DoSetSubItem(safestring const& key, SafeValue const& value, safestri
 
 void Point::ResizeVector(unsigned long n, bool, bool)
 {
+    // The same length is no resize: edits of the base class call this with what they have.
     if (n != Length())
         Raise(err_kind, refusal_to_resize);
 }

@@ -8,6 +8,7 @@
 #include <memblock/imaging/image.h>
 #include <memblock/imaging/intervalvector.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace NKelmic {
@@ -40,6 +41,8 @@ bool RegionBase::Conforms(char const* classname) const
 
 DerivedPointer<Image> RegionBase::GetImageRepr() const
 {
+    // Kept once made, also in a const object: scripts read many keys of one region, and each may
+    // need the other form.
     if (!image_)
         image_ = cref(GetVectorRepr()).GetMaskImage();
     return DerivedPointer<Image>(image_);
@@ -51,7 +54,7 @@ DerivedPointer<IndexVector> RegionBase::GetVectorRepr() const
         Image const* const image = MemCast<Image>(image_);
         if (!image) // a visitor has taken both forms away
             Raise(err_state, "No representation stored: %s", *this);
-        vector_ = MakeVector(*image);
+        vector_ = Kind().trace(*image);
     }
     return DerivedPointer<IndexVector>(vector_);
 }
@@ -59,8 +62,9 @@ DerivedPointer<IndexVector> RegionBase::GetVectorRepr() const
 IndexVector::TargetData RegionBase::GetTargetData() const
 {
     IndexVector::TargetData target;
+    // Only from a form that is there: the other one would have to be made for it, which may fail.
     if (IndexVector const* const vector = MemCast<IndexVector>(vector_)) {
-        if (auto const pixels = PixelsOf(*vector))
+        if (auto const pixels = Kind().pixels_of(*vector))
             target = cref(pixels).GetTargetData();
     } else if (Image const* const image = MemCast<Image>(image_)) {
         target.descr = image->GetDescription();
@@ -69,9 +73,19 @@ IndexVector::TargetData RegionBase::GetTargetData() const
     return target;
 }
 
+void RegionBase::SetContent_(PMemBlock content)
+{
+    if (MemCast<Image>(content))
+        return TakeImage(std::move(content), Kind().image_type);
+    // The argument keeps the object until the end: a vector that is handed over with its last
+    // pointer becomes the form as it is.
+    TakeVector(Kind().vector_of(content));
+}
+
 void RegionBase::TakeImage(PMemBlock image, int lg_type)
 {
     if (image->LgType() != lg_type) {
+        // Other owners keep the class that the image had.
         MakeExclusive(image);
         image->DoSetLgType(lg_type);
     }
@@ -89,12 +103,12 @@ void RegionBase::TakeVector(PMemBlock vector)
 
 // ---- Walks
 
-// Settled: a walk that starts here passes through to the form that stands for the object. One that
+// Settled: a walk that starts here passes through to the current form. One that
 // has visited the region itself gets the forms that are stored, each in its place.
 bool RegionBase::Entertain(MemBlockVisitor& v, safestring const& path, entertainmode_t mode)
 {
     if (mode != em_no_self && mode != em_traverse)
-        return !Standing() || Standing()->Entertain(v, path, mode);
+        return !Current() || Current()->Entertain(v, path, mode);
     KeepAlive const alive(*this);
     if (!MemBlock::Entertain(v, path, mode))
         return false;
@@ -104,25 +118,26 @@ bool RegionBase::Entertain(MemBlockVisitor& v, safestring const& path, entertain
     return !image_ || EntertainChild(image_, v, TraverseNode(node, "image").Path(), mode);
 }
 
-// ---- Forwarded to the form that stands for the object
+// ---- Forwarded to the current form
 
 void RegionBase::DoSerialize(int format, SerializeVisitor& v, safestring const& path,
                              Formatter const& formatter, safestring& output) const
 {
-    if (Standing())
-        Standing()->Serialize(format, v, path, formatter, output);
+    // Written as its current form and read back as a list or an image: files do not know regions.
+    if (Current())
+        Current()->Serialize(format, v, path, formatter, output);
 }
 
 bool RegionBase::DoSetSubItem(safestring const& key, SafeValue const& value, safestring const&,
                               ThrowHandlerFunc handler)
 {
-    if (!Standing()) {
+    if (!Current()) {
         Report(handler, err_kind, "Cannot set item \"%s\" (%s) in a %s object.", key, value,
                Class());
         return false;
     }
-    MakeExclusive(Standing()); // a form that was handed in may have other owners
-    if (!Standing()->SetSubItem(key, value, handler))
+    MakeExclusive(Current()); // a form that was handed in may have other owners
+    if (!Current()->SetSubItem(key, value, handler))
         return false;
     ContentHasBeenChanged();
     return true;
@@ -142,15 +157,17 @@ bool RegionBase::AddConvertArg(safestring const& key, DataItem const& value,
 
 PMemBlock RegionBase::ConvertFrom(PMemBlock source, ConvertOptions const& options) const
 {
+    // A region of the other class is not converted: a mask has no objects, and those of a stencil
+    // may overlap.
     auto const* region = dynamic_cast<RegionBase const*>(source.Pointer());
     if (region && !SameName(region->Class(), Class()))
         region = nullptr;
-    if (!region && !IsSource(source))
+    if (!region && !MemCast<Image>(source) && !Kind().is_vector(source))
         return {};
     DerivedPointer<RegionBase> made;
     if (!region) {
-        made = New();
-        made->Take(std::move(source));
+        made = Kind().create();
+        made->SetContent_(std::move(source));
         region = made.Pointer();
     }
     safestring const form = options.GetValue(representation, DataItem("vector")).GetString();
@@ -178,9 +195,11 @@ DataItem RegionBase::ResolveSubItem(safestring const& key, ThrowHandlerFunc hand
 {
     if (auto const* const row = region_keys.Find(key))
         return ReadKey(*row, *this, handler);
+    // The own list says which keys of the vector form are offered, so that a key of the base class
+    // is never mistaken for one of a form.
     if (key.empty() || key == "!")
-        return DataItem(Told().keys + MemBlock::ResolveSubItem(key, handler).GetString());
-    bool const of_list = AnyKeyOfList(safestring(Told().keys), [&](KeyListEntry const& entry) {
+        return DataItem(Kind().keys + MemBlock::ResolveSubItem(key, handler).GetString());
+    bool const of_list = AnyKeyOfList(safestring(Kind().keys), [&](KeyListEntry const& entry) {
         return SameName(entry.name, {key.data(), key.size()});
     });
     if (of_list) // the rest of the own list is what the vector form answers
@@ -192,7 +211,7 @@ DataItem RegionBase::ResolveSubItem(safestring const& key, ThrowHandlerFunc hand
 
 PMemBlock RegionBase::DoClone(int mode) const
 {
-    auto const copy = New();
+    auto const copy = Kind().create();
     // The forms are children: the higher modes leave them to a walk over the copy.
     if (image_)
         copy->image_ = mode > 1 ? image_ : image_->Clone(mode > 0);
@@ -206,6 +225,8 @@ bool RegionBase::Equals(MemBlock const& other) const
     auto const* const o = dynamic_cast<RegionBase const*>(&other);
     if (!o)
         return false;
+    // Lists first: comparing them costs the pixels of the region, images cost all pixels. But two
+    // lists that differ in order only are different.
     if (vector_ && o->vector_)
         return *vector_ == *o->vector_;
     return *GetImageRepr() == *o->GetImageRepr();
@@ -213,7 +234,7 @@ bool RegionBase::Equals(MemBlock const& other) const
 
 safestring RegionBase::DoGetDescription() const
 {
-    return Text(Told().description, Dimension(*this, 0).GetInt(), Dimension(*this, 1).GetInt(),
+    return Text(Kind().description, Dimension(*this, 0).GetInt(), Dimension(*this, 1).GetInt(),
                 vector_ ? "vector" : "image");
 }
 
@@ -228,14 +249,24 @@ bool RegionBase::Consistent(safestring& message, bool deep) const
     Image const* const image = MemCast<Image>(image_);
     Vector const* const vector = MemCast<Vector>(vector_);
     auto const target = GetTargetData();
+    // A key may have made a cube or a row of the vector form; no image can be made of that.
     if (target.dims.size() != 2) {
-        message += Text(Told().no_image, *this);
+        message += Text(Kind().no_image, *this);
         return false;
     }
-    if (image && !ImageIsFit(*image, message))
+    auto const sizes = Kind().pixel_size;
+    if (image && std::find(sizes.begin(), sizes.end(), image->Bpp()) == sizes.end()) {
+        message += Text(Kind().wrong_pixels, *image);
         return false;
-    if (vector && !VectorIsFit(*vector, message))
+    }
+    if (vector && !SameName(vector->Class(), Kind().vector_class)) {
+        message += Text("Invalid vector representation class: %s\n", *vector);
         return false;
+    }
+    if (vector && Kind().vector_type && vector->LgType() != Kind().vector_type) {
+        message += Text("Not a 2D stencil: %s\n", *vector);
+        return false;
+    }
     if (image && vector &&
         (image->width() != target.dims[0] || image->height() != target.dims[1])) {
         message +=

@@ -3,25 +3,47 @@
 
 #include <memblock/imaging/indexvector.h>
 
+#include <array>
+
 namespace NKelmic {
+
+class RegionBase;
+
+/// What distinguishes one class of regions from the others: a row each.
+struct RegionKind {
+    char const* description;       ///< of an object: width, height, the form that is current
+    char const* no_image;          ///< what is wrong where the pixels are in no image
+    char const* keys;              ///< the list of its own keys
+    int image_type;                ///< the logical class of the image form
+    std::array<int, 2> pixel_size; ///< bytes, either of them
+    char const* wrong_pixels;      ///< what is wrong with pixels of another size
+    char const* vector_class;      ///< the class of the vector form
+    int vector_type;               ///< the logical class of the vector form, or 0 for any
+    DerivedPointer<RegionBase> (*create)(); ///< an object without a form
+    bool (*is_vector)(PMemBlock const& source);
+    PMemBlock (*vector_of)(PMemBlock const& content); ///< the vector form; throws for no vector
+    PMemBlock (*trace)(Image const& image);           ///< the vector form of an image form
+    /// The list of pixels in a vector form; null where a write by key has put something else there.
+    DerivedPointer<IndexVector> (*pixels_of)(IndexVector const& vector);
+};
 
 /// What `Mask` and `Stencil` share: a region of an image that does not care how it is stored.
 ///
 /// It holds an image form, one value a pixel, or a vector form, a list of pixel numbers, or both;
-/// the one that is missing is made when it is first asked for, also in a const object. While a
-/// vector form is there it stands for the object: what is set or written goes to it. The other one
-/// keeps what it had until the next `SetContent`; that is settled.
+/// the one that is missing is made when it is first asked for, also in a const object. While there
+/// is a vector form it is the current one: what is set goes to it, and it is what is written.
+/// Settled: the image form keeps what it had until the next `SetContent`, as scripts hold on to it.
 class MEMBLOCK_API RegionBase : public MemBlock {
 public:
     bool Conforms(char const*) const override; ///< the own class name
-    /// A walk that starts here passes through to the form that stands for the object. One that has
+    /// A walk that starts here passes through to the current form. One that has
     /// visited the region already, as a child or in a traversal, gets the forms that are stored as
     /// children of it, "vector" and "image", and may replace them.
     bool Entertain(MemBlockVisitor&, safestring const& path, entertainmode_t) override;
     bool AddConvertArg(safestring const&, DataItem const&, ConvertOptions&,
                        ThrowHandlerFunc) const override;
     /// Make the object's own class of a form, in the representation that the options ask for:
-    /// "vector" unless told, "image", or the class name. Null for other sources.
+    /// "vector" by default, "image", or the class name. Null for other sources.
     PMemBlock ConvertFrom(PMemBlock source, ConvertOptions const&) const override;
     PMemBlock ConvertTo(safestring const& classname) const override;
     bool Consistent(safestring& message, bool deep) const override;
@@ -32,7 +54,7 @@ public:
     /// The forms. They stay the object's own: a second call gives the same one.
     DerivedPointer<Image> GetImageRepr() const;
     DerivedPointer<IndexVector> GetVectorRepr() const;
-    /// Size and description of the image that the region lies in; nothing where a key has made
+    /// Size and description of the image that the region is in; nothing where a key has made
     /// something else of the vector form.
     IndexVector::TargetData GetTargetData() const;
 
@@ -46,34 +68,23 @@ protected:
     void DoSerialize(int format, SerializeVisitor&, safestring const& path, Formatter const&,
                      safestring& output) const override;
 
-    /// What is said of the objects of a class.
-    struct Words {
-        char const* description; ///< of width, height and the form that stands for the object
-        char const* no_image;    ///< of the object whose target is none
-        char const* keys;        ///< the list of its own keys
-    };
-    /// Take an image as image form, made one of `lg_type` first; the vector form goes.
+    /// Set one of the two forms; the other one goes. Throws, with nothing changed, what
+    /// `RegionKind::vector_of` throws for a content that is neither.
+    void SetContent_(PMemBlock content);
+    /// Make an image the image form, as one of `lg_type`; the vector form goes.
     void TakeImage(PMemBlock image, int lg_type);
-    /// Take a vector form; the image form goes.
+    /// Make a vector the vector form; the image form goes.
     void TakeVector(PMemBlock vector);
     PMemBlock const& ImageForm() const { return image_; }
     PMemBlock const& VectorForm() const { return vector_; }
 
 private:
-    virtual DerivedPointer<RegionBase> New() const = 0; ///< of this class, holding nothing
-    virtual void Take(PMemBlock content) = 0;           ///< `SetContent`
-    virtual bool IsSource(PMemBlock const& source) const = 0;
-    virtual PMemBlock MakeVector(Image const& image) const = 0;
-    /// The list of pixels in a vector form; null where a write by key has put something else there.
-    virtual DerivedPointer<IndexVector> PixelsOf(IndexVector const& vector) const = 0;
-    virtual Words const& Told() const = 0;
-    /// Tell what is wrong with the forms as this class sees it.
-    virtual bool ImageIsFit(Image const& image, safestring& message) const = 0;
-    virtual bool VectorIsFit(Vector const& vector, safestring& message) const = 0;
+    virtual RegionKind const& Kind() const = 0;
     friend class DerivedPointer<RegionBase>;
     static char const* StaticClass() { return "region"; }
 
-    PMemBlock const& Standing() const { return vector_ ? vector_ : image_; }
+    /// The form that reads and writes go to: a vector form that is there comes first.
+    PMemBlock const& Current() const { return vector_ ? vector_ : image_; }
 
     mutable PMemBlock image_, vector_;
 };

@@ -13,7 +13,7 @@
 
 /// Set operations on lists of pixel numbers.
 ///
-/// Which parts of two lists go into the result is told by two template arguments: `common` for
+/// Two template arguments say which parts of two lists go into the result: `common` for
 /// numbers that both have, `single` for those that only one has.
 namespace NKelmic::setops {
 
@@ -134,7 +134,7 @@ MEMBLOCK_INLINE_LOOP int* Merge(int const* a, int const* a_end, int const* b, in
 struct Lists {
     int const* numbers;
     unsigned int const *start, *end;
-    unsigned int items; ///< of `numbers`; limits may lie beyond
+    unsigned int items; ///< of `numbers`; limits may be beyond
 };
 
 /// What is written object by object.
@@ -151,7 +151,7 @@ struct Result {
     }
 };
 
-// ---- Sorting networks for lists in which branches would be foreseen wrong
+// ---- Sorting networks for lists whose branches are unpredictable
 
 constexpr unsigned int lanes = 16; ///< of a vector register; as many may be written behind a result
 
@@ -179,7 +179,7 @@ MEMBLOCK_512 MEMBLOCK_INLINE_LOOP Sixteen Load(int const* list, unsigned long n)
         _mm512_set1_epi32(highest), static_cast<__mmask16>(First(n)), list));
 }
 
-/// Store the lanes that are told by bits, and return where they end.
+/// Store the lanes whose bits are set, and return where they end.
 MEMBLOCK_512 MEMBLOCK_INLINE_LOOP int* Store(Sixteen v, unsigned int which, int* out)
 {
     _mm512_storeu_si512(out, _mm512_maskz_compress_epi32(static_cast<__mmask16>(which),
@@ -192,7 +192,7 @@ MEMBLOCK_512 MEMBLOCK_INLINE_LOOP unsigned int Equal(Sixteen v, Sixteen w)
     return _mm512_cmpeq_epi32_mask(reinterpret_cast<__m512i>(v), reinterpret_cast<__m512i>(w));
 }
 
-/// Bit i tells whether lane i + 1 is not above lane i, for lists of n numbers.
+/// Bit i is set if lane i + 1 is not above lane i, for lists of n numbers.
 MEMBLOCK_512 MEMBLOCK_INLINE_LOOP unsigned int Falls(Sixteen v, unsigned long n)
 {
     Sixteen const next = __builtin_shuffle(v, (lane + 1) & 15);

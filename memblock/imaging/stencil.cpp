@@ -19,23 +19,13 @@ DerivedPointer<Stencil> Stencil::Create(DerivedPointer<Vector> content)
 DerivedPointer<Stencil> Stencil::Create(PMemBlock content)
 {
     DerivedPointer<Stencil> stencil(new Stencil);
-    stencil->Take(std::move(content));
+    stencil->SetContent_(std::move(content));
     return stencil;
 }
 
 void Stencil::SetContent(DerivedPointer<Vector> v)
 {
-    Take(static_cast<PMemBlock&&>(v));
-}
-
-void Stencil::Take(PMemBlock content)
-{
-    if (MemCast<Image>(content))
-        return TakeImage(std::move(content), Image::stencil);
-    IntervalVector const* const objects = MemCast<IntervalVector>(content);
-    if (objects && objects->LgType() == IntervalVector::stencil)
-        return TakeVector(std::move(content));
-    Raise(err_kind, "Invalid representation object for Stencil::SetContent(): %s", content);
+    SetContent_(static_cast<PMemBlock&&>(v));
 }
 
 char const* Stencil::Class() const
@@ -48,54 +38,44 @@ char const* Stencil::ClassDescription() const
     return "Stencil class encapsulates a 2D stencil either in vector or image representation.";
 }
 
-DerivedPointer<RegionBase> Stencil::New() const
+namespace {
+
+PMemBlock ObjectsOfStencil(PMemBlock const& content)
 {
-    return DerivedPointer<RegionBase>(new Stencil);
+    IntervalVector const* const objects = MemCast<IntervalVector>(content);
+    if (objects && objects->LgType() == IntervalVector::stencil)
+        return content;
+    Raise(err_kind, "Invalid representation object for Stencil::SetContent(): %s", content);
 }
 
-bool Stencil::IsSource(PMemBlock const& source) const
-{
-    return MemCast<Image>(source) || MemCast<IntervalVector>(source);
-}
-
-PMemBlock Stencil::MakeVector(Image const& image) const
-{
-    return image.GetStencilVector();
-}
-
-DerivedPointer<IndexVector> Stencil::PixelsOf(IndexVector const& vector) const
+DerivedPointer<IndexVector> PixelsOfStencil(IndexVector const& vector)
 {
     auto const* const objects = dynamic_cast<IntervalVector const*>(&vector);
     return objects ? DerivedPointer<IndexVector>(MemCast<IndexVector>(objects->Target()))
                    : DerivedPointer<IndexVector>(&vector);
 }
 
-RegionBase::Words const& Stencil::Told() const
-{
-    static constexpr Words words{"Stencil for %dx%d images, in %s representation",
-                                 "Stencil target is not an image: %s\n",
-                                 "itemcount,mask,area,image,vector,imagewidth,imageheight,x,y,"};
-    return words;
-}
+} // namespace
 
-bool Stencil::ImageIsFit(Image const& image, safestring& message) const
+RegionKind const& Stencil::Kind() const
 {
-    if (image.Bpp() == 2 || image.Bpp() == 4)
-        return true;
-    message += Text("Image representation pixeltype not 16bpp or 32bpp: %s\n", image);
-    return false;
-}
-
-bool Stencil::VectorIsFit(Vector const& vector, safestring& message) const
-{
-    if (!SameName(vector.Class(), "intervalvector")) {
-        message += Text("Invalid vector representation class: %s\n", vector);
-        return false;
-    }
-    if (vector.LgType() == IntervalVector::stencil)
-        return true;
-    message += Text("Not a 2D stencil: %s\n", vector);
-    return false;
+    static constexpr RegionKind kind{
+        .description = "Stencil for %dx%d images, in %s representation",
+        .no_image = "Stencil target is not an image: %s\n",
+        .keys = "itemcount,mask,area,image,vector,imagewidth,imageheight,x,y,",
+        .image_type = Image::stencil,
+        .pixel_size = {2, 4},
+        .wrong_pixels = "Image representation pixeltype not 16bpp or 32bpp: %s\n",
+        .vector_class = "intervalvector",
+        .vector_type = IntervalVector::stencil,
+        .create = [] { return DerivedPointer<RegionBase>(new Stencil); },
+        .is_vector =
+            [](PMemBlock const& source) { return MemCast<IntervalVector>(source) != nullptr; },
+        .vector_of = ObjectsOfStencil,
+        .trace = [](Image const& image) -> PMemBlock { return image.GetStencilVector(); },
+        .pixels_of = PixelsOfStencil,
+    };
+    return kind;
 }
 
 } // namespace NKelmic

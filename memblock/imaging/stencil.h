@@ -27,14 +27,7 @@ public:
 
 private:
     Stencil() = default;
-    DerivedPointer<RegionBase> New() const override;
-    void Take(PMemBlock content) override;
-    bool IsSource(PMemBlock const& source) const override;
-    PMemBlock MakeVector(Image const& image) const override;
-    DerivedPointer<IndexVector> PixelsOf(IndexVector const& vector) const override;
-    Words const& Told() const override;
-    bool ImageIsFit(Image const& image, safestring& message) const override;
-    bool VectorIsFit(Vector const& vector, safestring& message) const override;
+    RegionKind const& Kind() const override;
 };
 
 } // namespace NKelmic

@@ -38,6 +38,7 @@ bool SetData(TargetData& target, SafeValue const& value, ThrowHandlerFunc handle
 
 bool SetRank(TargetData& target, int rank)
 {
+    // The same rank again must not clear sizes that came first.
     if (static_cast<std::size_t>(CheckedRank(rank)) != target.dims.size())
         target.dims.assign(static_cast<std::size_t>(rank), 0);
     return true;
@@ -46,6 +47,7 @@ bool SetRank(TargetData& target, int rank)
 bool SetSize(TargetData& target, unsigned long i, SafeValue const& value)
 {
     int const size = value.GetInt();
+    // Settled: a size of a dimension that is not there is taken and ignored.
     if (i < target.dims.size())
         target.dims[i] = static_cast<unsigned int>(size);
     return true;
@@ -72,6 +74,7 @@ safestring MakeDefaultIndexVectorTargetDataDescr(int rank, unsigned int const* d
 }
 
 TargetData::TargetData(int rank, unsigned int const* sizes)
+    // Null sizes are a target of rank 0, whatever the rank says.
     : dims(sizes, sizes + (sizes ? CheckedRank(rank) : 0))
 {
     descr = MakeDefaultIndexVectorTargetDataDescr(static_cast<int>(dims.size()), dims.data());
@@ -88,6 +91,7 @@ std::optional<bool> SetTargetKey(TargetData& target, safestring const& key, Safe
 {
     constexpr std::size_t prefix = sizeof(size_key) - 1;
     bool const of_size = key.size() > prefix && SameName(key.substr(0, prefix).c_str(), size_key);
+    // A minus is read over, so that the number behind it is found and the key known.
     std::size_t const at = of_size && key[prefix] == '-' ? prefix + 1 : prefix;
     Coordinates const number =
         of_size ? ReadCoordinates(key.c_str() + at, key.size() - at) : Coordinates();
@@ -122,9 +126,12 @@ void VisitTarget(TargetData const& target, MemBlockVisitor& visitor, safestring 
 
 DerivedPointer<Vector> AsIndices(DerivedPointer<Vector> v)
 {
+    // Of an interval vector the limits are meant, in the form that has them all.
     if (auto limits = PackedLimits(cref(v)))
         v = limits;
     v = cref(v).ConvertElemsToType(Vector::UnsignedInt, true, false);
+    // Indices are cooked values. The conversion may have returned its source, which is not ours to
+    // change.
     if (v->Factor() != 1.0) {
         v = PrivateCopy(std::move(v));
         v->EnsureFactor(1.0);

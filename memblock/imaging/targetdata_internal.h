@@ -7,7 +7,7 @@
 
 namespace NKelmic {
 
-/// Write one of the keys by which scripts tell of a target; nothing for any other key. False: the
+/// Write one of the keys by which scripts describe a target; nothing for any other key. False: the
 /// value was refused and reported.
 std::optional<bool> SetTargetKey(IndexVector::TargetData& target, safestring const& key,
                                  SafeValue const& value, ThrowHandlerFunc handler);

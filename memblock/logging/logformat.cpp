@@ -12,15 +12,9 @@ namespace NKelmic {
 
 namespace {
 
+// Fixed, whatever the locale: programs read log files.
 constexpr char const* date_format = "%Y-%m-%d";
 constexpr char const* time_format = "%H:%M:%S";
-constexpr char const* placeholders = "dtnpairmlsh"; // in the order of their replacement
-
-bool IsPlaceholder(char lower)
-{
-    return lower != 0 && std::strchr(placeholders, lower) != nullptr;
-}
-
 bool HasPercent(safestring const& text)
 {
     return std::memchr(text.data(), '%', text.size()) != nullptr;
@@ -52,23 +46,16 @@ void AppendNumber(int value, safestring& output)
     output.append(digits, end - digits);
 }
 
-safestring Number(int value)
-{
-    safestring text;
-    AppendNumber(value, text);
-    return text;
-}
-
 void BlankLineBreaks(char* begin, char* end)
 {
     std::replace_if(
         begin, end, [](char c) { return c == '\r' || c == '\n'; }, ' ');
 }
 
-safestring OneLine(safestring text)
+void AppendOneLine(safestring const& text, safestring& output)
 {
-    NLogger::RemoveLineBreaks(text);
-    return text;
+    output += text;
+    BlankLineBreaks(output.data() + output.size() - text.size(), output.data() + output.size());
 }
 
 safestring Quoted(safestring text)
@@ -77,11 +64,28 @@ safestring Quoted(safestring text)
     return '"' + text + '"';
 }
 
-void ReplaceMessage(safestring const& message, safestring& text)
+// Settled: replaced in this order, each step over the whole text, so that a topic or a message that
+// contains a later placeholder has it replaced too. Formats in use rest on it.
+constexpr LogPlaceholder placeholders[] = {
+    {'d', [](auto& f, auto& out) { out += FormatLocalTime(f.time, date_format); }},
+    {'t', [](auto& f, auto& out) { out += FormatLocalTime(f.time, time_format); }},
+    {'n', [](auto& f, auto& out) { out.append(f.topic).append(1, '/').append(f.subtopic); }},
+    {'p', [](auto&, auto& out) { AppendNumber(getpid(), out); }},
+    {'a', [](auto& f, auto& out) { AppendNumber(f.sessionid, out); }},
+    {'i', [](auto& f, auto& out) { AppendNumber(f.threadno, out); }},
+    {'r', [](auto& f, auto& out) { out += f.threadname; }},
+    {'m', [](auto& f, auto& out) { AppendOneLine(f.message, out); }},
+    {'l', [](auto& f, auto& out) { AppendNumber(f.level, out); }},
+    {'s', [](auto& f, auto& out) { out += f.subtopic; }},
+    {'h', [](auto& f, auto& out) { out += f.topic; }},
+};
+
+LogPlaceholder const* FindPlaceholder(char lower)
 {
-    // The quoted form goes first and by its exact letter: the plain one takes either case.
-    ReplacePairs(text, Quoted(message), [](char c) { return c == 'M'; });
-    ReplaceWildCard('m', OneLine(message), text);
+    for (LogPlaceholder const& row : placeholders)
+        if (row.letter == lower)
+            return &row;
+    return nullptr;
 }
 
 } // namespace
@@ -114,50 +118,43 @@ void FormatByReplacement(safestring const& format, LogFields const& fields, safe
             named[static_cast<unsigned char>(safestring_traits::fold_down(format[i + 1]))] = true;
 
     output = format;
-    auto replace = [&](char c, auto value) {
-        if (named[static_cast<unsigned char>(c)])
-            ReplaceWildCard(c, value(), output);
-    };
-    // Settled: this order, each step over the whole text, so that a topic or a message which holds
-    // a later placeholder has it replaced too. Formats in use rest on it.
-    replace('d', [&] { return FormatLocalTime(fields.time, date_format); });
-    replace('t', [&] { return FormatLocalTime(fields.time, time_format); });
-    replace('n', [&] { return fields.topic + "/" + fields.subtopic; });
-    replace('p', [&] { return Number(getpid()); });
-    replace('a', [&] { return Number(fields.sessionid); });
-    replace('i', [&] { return Number(fields.threadno); });
-    replace('r', [&] { return fields.threadname; });
-    if (named[static_cast<unsigned char>('m')])
-        ReplaceMessage(fields.message, output);
-    replace('l', [&] { return Number(fields.level); });
-    replace('s', [&] { return fields.subtopic; });
-    replace('h', [&] { return fields.topic; });
+    for (LogPlaceholder const& row : placeholders) {
+        if (!named[static_cast<unsigned char>(row.letter)])
+            continue;
+        // The quoted form comes first and by its exact letter: the plain one matches either case.
+        if (row.letter == 'm')
+            ReplacePairs(output, Quoted(fields.message), [](char c) { return c == 'M'; });
+        safestring value;
+        row.append(fields, value);
+        ReplaceWildCard(row.letter, value, output);
+    }
     ReplaceWildCard('%', "%", output);
 }
 
 LogFormat::LogFormat(safestring const& format) : format_(format), one_pass_(TakeApart()) {}
 
-/// False if the format can't be worked off in one pass. It can if no value holds a '%' and every
-/// '%' of the format stands before a placeholder or before something that is neither a letter of
-/// one nor a '%': then no step finds more than it would in the format.
+/// False if the format needs the replacement step by step. One pass gives the same text if no
+/// value contains a '%', and each '%' of the format precedes a placeholder, or something that is
+/// neither the letter of one nor a '%': then no step finds more than is in the format.
 bool LogFormat::TakeApart()
 {
     unsigned long plain = 0; // begin of the plain text not yet taken
     auto take_plain = [&](unsigned long end) {
         if (end > plain)
-            pieces_.push_back({0, plain, end - plain});
+            pieces_.push_back({nullptr, plain, end - plain});
     };
     for (unsigned long i = 0; i + 1 < format_.size(); ++i) {
         if (format_[i] != '%')
             continue;
         char const letter = format_[i + 1];
+        // "%%" is replaced last, so it may become part of another pair; 'M' needs quoting.
         if (letter == '%' || letter == 'M')
             return false;
-        char const field = safestring_traits::fold_down(letter);
-        if (!IsPlaceholder(field))
+        auto const* const placeholder = FindPlaceholder(safestring_traits::fold_down(letter));
+        if (!placeholder)
             continue;
         take_plain(i);
-        pieces_.push_back({field, 0, 0});
+        pieces_.push_back({placeholder, 0, 0});
         plain = ++i + 1;
     }
     take_plain(format_.size());
@@ -172,8 +169,8 @@ void LogFormat::Format(LogFields const& fields, safestring& output)
     }
     output.clear();
     for (Piece const& piece : pieces_) {
-        if (piece.field)
-            AppendField(piece.field, fields, output);
+        if (piece.placeholder)
+            AppendValue(*piece.placeholder, fields, output);
         else
             output.append(format_, piece.begin, piece.length);
     }
@@ -185,49 +182,18 @@ bool LogFormat::HoldsPercent(LogFields const& fields) const
            HasPercent(fields.threadname);
 }
 
-void LogFormat::AppendField(char field, LogFields const& fields, safestring& output)
+void LogFormat::AppendValue(LogPlaceholder const& placeholder, LogFields const& fields,
+                            safestring& output)
 {
-    switch (field) {
-    case 'd':
+    if (placeholder.letter == 'd' || placeholder.letter == 't') {
         LookAtClock(fields.time);
-        output += date_;
-        break;
-    case 't':
-        LookAtClock(fields.time);
-        output += time_;
-        break;
-    case 'n':
-        output.append(fields.topic).append(1, '/').append(fields.subtopic);
-        break;
-    case 'p':
-        AppendNumber(getpid(), output);
-        break;
-    case 'a':
-        AppendNumber(fields.sessionid, output);
-        break;
-    case 'i':
-        AppendNumber(fields.threadno, output);
-        break;
-    case 'r':
-        output += fields.threadname;
-        break;
-    case 'm':
-        output += fields.message;
-        BlankLineBreaks(output.data() + output.size() - fields.message.size(),
-                        output.data() + output.size());
-        break;
-    case 'l':
-        AppendNumber(fields.level, output);
-        break;
-    case 's':
-        output += fields.subtopic;
-        break;
-    case 'h':
-        output += fields.topic;
-        break;
+        output += placeholder.letter == 'd' ? date_ : time_;
+    } else {
+        placeholder.append(fields, output);
     }
 }
 
+/// Many lines have the same second, and making date and time costs more than the rest of a line.
 void LogFormat::LookAtClock(long time)
 {
     if (time == second_)

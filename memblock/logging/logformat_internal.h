@@ -19,6 +19,12 @@ struct LogFields {
     long time; // seconds since 1970
 };
 
+/// A placeholder by its letter, and what appends its value.
+struct LogPlaceholder {
+    char letter; // lower case
+    void (*append)(LogFields const&, safestring& output);
+};
+
 /// The rule of `FormatLogMessage`, one placeholder after the other.
 void FormatByReplacement(safestring const& format, LogFields const& fields, safestring& output);
 
@@ -32,13 +38,14 @@ public:
 
 private:
     struct Piece {
-        char field;          // the letter in lower case, 0 for plain text
-        unsigned long begin; // of the plain text in the format
+        LogPlaceholder const* placeholder; // null for plain text
+        unsigned long begin;               // of the plain text in the format
         unsigned long length;
     };
     bool TakeApart();
     bool HoldsPercent(LogFields const& fields) const;
-    void AppendField(char field, LogFields const& fields, safestring& output);
+    void AppendValue(LogPlaceholder const& placeholder, LogFields const& fields,
+                     safestring& output);
     void LookAtClock(long time);
 
     safestring format_;

@@ -28,7 +28,7 @@ void ContainLogging(Function&& function)
         function();
     } catch (abi::__forced_unwind const&) { // the thread is being cancelled
         throw;
-    } catch (...) {
+    } catch (...) { // a log line must not change what the program does
         std::fputs("Exception in Logger::Log()\n", stderr);
     }
 }

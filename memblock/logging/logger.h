@@ -11,7 +11,7 @@ using namespace Ntarnwick;
 class LoggerImpl;
 
 /// A topic has one bit; its name is the enumerator's behind "topic_". "all" names topic_all, every
-/// name outside of the table names topic_custom, and such topics are told apart by their text.
+/// name outside of the table names topic_custom, and such topics differ by their text.
 typedef unsigned long long topic_t;
 
 /// 0 is off, levels in use are 1 to 9, higher is more detail: 2 errors and performance warnings,
@@ -46,7 +46,7 @@ enum : unsigned long long {
 /// Gets every line that passes levels and rules.
 ///
 /// It is called under the logger's lock: it must not wait for a thread that may log. What it
-/// throws is noted on standard error, and the other sinks still get the line. It may log itself,
+/// throws is reported on standard error, and the other sinks still get the line. It may log itself,
 /// but its lines, and those that they lead to, go no deeper than 8 levels; what is deeper is lost.
 class MEMBLOCK_API LogSink {
 public:
@@ -70,7 +70,7 @@ public:
     static std::atomic<int> max_logged_level_; ///< the highest level of any topic
     static LoggerImpl* logger_;                ///< made at load or at first use, never destroyed
 
-    /// Tell whether a line may be wanted: two plain loads and tests. A stale answer costs a line
+    /// Return whether a line may be wanted: two plain loads and tests. A stale answer costs a line
     /// at most, as `Log` looks again.
     static bool Enabled(topic_t topic, level_t level)
     {
@@ -93,7 +93,7 @@ public:
                     safestring const& message);
 
     /// Add a rule: texts with `*` for any run of characters, letter case ignored; topic "all"
-    /// stands for every topic. The pattern matches anywhere in the message, an empty one always.
+    /// means every topic. The pattern matches anywhere in the message, an empty one always.
     ///
     /// A line is held back if a disabling rule matches and no enabling one does, in whatever order
     /// they were added. Enabling rules alone hold nothing back.
@@ -104,7 +104,7 @@ public:
     static void ClearRules();
 
     /// Select the log file: "stdout", "stderr", none by an empty name, or a file to append to.
-    /// Each line is flushed. The format is that of `FormatLogMessage`; an empty one stands for
+    /// Each line is flushed. The format is that of `FormatLogMessage`; an empty one means
     /// "%d %t %l {%i/%a} [%h/%s] %m".
     /// Throws: err_state "Cannot open log file for appending: %s: %s"; there is no log file then.
     static void SetLogFile(safestring const& name, safestring const& format);
@@ -128,7 +128,7 @@ public:
     static safestring GetLoggerStatus();
 };
 
-/// Match text `a` against pattern `b`, where `*` stands for any run of characters, also an empty
+/// Match text `a` against pattern `b`, where `*` matches any run of characters, also an empty
 /// one. Letter case is ignored. O(length of a times length of b) at worst, without recursion.
 MEMBLOCK_API bool WildCardMatch(safestring const& a, safestring const& b);
 /// The same from position `apos` of the text and `bpos` of the pattern on.

@@ -21,7 +21,7 @@ namespace {
 typedef boost::lock_guard<boost::recursive_mutex> Guard;
 
 constexpr topic_t key_all = ~0ULL; // of "all" in the map of levels; no topic has this value
-constexpr int max_sink_depth = 8;  // of lines that sinks log, as told to their writers
+constexpr int max_sink_depth = 8;  // of lines that sinks log themselves, see LogSink
 constexpr char const* default_format = "%d %t %l {%i/%a} [%h/%s] %m";
 
 // Saves the look-up by thread id for each line. No destructor: also good at thread end.
@@ -43,6 +43,7 @@ constinit int LoggerImpl::s_next_threadno = 0;
 
 LoggerImpl& LoggerImpl::Instance()
 {
+    // Never destroyed: destructors of statics and threads that outlive main log to the last.
     static LoggerImpl* const impl = Logger::logger_ = new LoggerImpl;
     return *impl;
 }
@@ -72,8 +73,11 @@ void LoggerImpl::SetLogging(topic_t topic, safestring const& name, level_t level
     else
         Logger::logmask_.fetch_and(~topic, std::memory_order_relaxed);
 
+    // What call sites test without a lock follows the levels, which the lock guards: a stale value
+    // costs a look-up or a line near the change, nothing more.
     level_t const highest = GetMaxLoggedLevel();
     Logger::max_logged_level_.store(highest, std::memory_order_relaxed);
+    // The base library calls back only while some level is on: its messages cost nothing else.
     if (level > 0)
         SetLoggerCallbackBase(&bridge_);
     if (highest == 0)
@@ -100,7 +104,7 @@ level_t LoggerImpl::GetMaxLoggedLevel() const
 
 safestring const& LoggerImpl::TopicName(topic_t topic) const
 {
-    if (!std::has_single_bit(topic))
+    if (!std::has_single_bit(topic)) // a set of topics, or custom ones, which share several bits
         return custom_name_;
     safestring const& name = topic_names_[std::countr_zero(topic)];
     return name.empty() ? custom_name_ : name;
@@ -121,6 +125,8 @@ level_t LoggerImpl::LevelOf_lk(topic_t topic, safestring const& name) const
 void LoggerImpl::Log(topic_t topic, safestring const& name, safestring const& subtopic,
                      level_t level, safestring const& message)
 {
+    // Recursive: sinks are called with it held, and may log. The lines of all threads so reach the
+    // file and the sinks in one order.
     boost::unique_lock<boost::recursive_mutex> lock(mutex_);
     if (level > LevelOf_lk(topic, name) || sink_depth_ > max_sink_depth ||
         !PassesRules_lk(name, subtopic, message))
@@ -158,7 +164,7 @@ bool LoggerImpl::PassesRules_lk(safestring const& topic, safestring const& subto
             continue;
         if (rule.enabling)
             return true;
-        passes = false;
+        passes = false; // goes on: an enabling rule wins, wherever it comes
     }
     return passes;
 }
@@ -182,6 +188,7 @@ void LoggerImpl::CallSinks_lk(LogFields const& fields)
 {
     if (sinks_.empty())
         return;
+    // Over a copy, as sinks add and remove sinks; on the stack, as nearly all programs have a few.
     DepthGuard const deeper(sink_depth_);
     boost::container::small_vector<LogSink*, 8> const sinks(sinks_.begin(), sinks_.end());
     for (LogSink* sink : sinks) {
@@ -202,6 +209,7 @@ void LoggerImpl::CallSinks_lk(LogFields const& fields)
 void LoggerImpl::AddRule(bool enabling, safestring const& topic, safestring const& subtopic,
                          safestring pattern)
 {
+    // A pattern matches anywhere in the message; stars at its ends make it one of WildCardMatch.
     if (pattern.empty() || pattern.front() != '*')
         pattern.insert(0, 1, '*');
     if (pattern.back() != '*')
@@ -227,6 +235,7 @@ void LoggerImpl::CloseFile_lk()
 void LoggerImpl::SetLogFile(safestring const& name, safestring const& format)
 {
     Guard const lock(mutex_);
+    // The former file is closed even if the new one can't be opened: its owner may move it away.
     CloseFile_lk();
     file_name_ = name;
     format_ = LogFormat(format);

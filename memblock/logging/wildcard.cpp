@@ -9,10 +9,10 @@ bool WildCardMatch(safestring const& a, safestring const& b)
 
 bool WildCardMatch(safestring const& a, unsigned long apos, safestring const& b, unsigned long bpos)
 {
-    // Only the last star ever needs a second try: what an earlier one could give up, the last one
-    // can take.
-    unsigned long star = safestring::npos; // behind the last star met
-    unsigned long retry = 0;               // where the text goes on after that star
+    // No recursion and no exponential time: only the last star needs a second try, as it can match
+    // all that an earlier one could leave to it.
+    unsigned long star = safestring::npos; // position after the last star met
+    unsigned long retry = 0;               // where the text continues after that star
     while (apos < a.size()) {
         if (bpos < b.size() && b[bpos] == '*') {
             star = ++bpos;

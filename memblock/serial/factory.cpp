@@ -3,7 +3,6 @@
 #include <memblock/base/raise.h>
 #include <memblock/logging/logger.h>
 #include <memblock/serial/loader_internal.h>
-#include <memblock/vector/vector.h>
 
 #include <algorithm>
 #include <dlfcn.h>
@@ -163,7 +162,7 @@ safestring ClassDescription(safestring const& classname)
         if (PMemBlock const object = MemBlock::Factory().GetInstance(classname))
             return object->ClassDescription();
         if (classname == "memblock") // abstract: any object can tell the text of the base
-            return Vector::Create()->MemBlock::ClassDescription();
+            return OwnClasses().front().creator()->MemBlock::ClassDescription();
     } catch (std::exception const& e) {
         return Text("Error: exception occurred: %s\n", e.what());
     } catch (...) {

@@ -1,6 +1,7 @@
 #ifndef MEMBLOCK_SERIAL_WARNING_H
 #define MEMBLOCK_SERIAL_WARNING_H
 
+#include <memblock/base/warning.h>
 #include <memblock/core/fwd.h>
 
 #include <atomic>
@@ -15,21 +16,9 @@ typedef PMemBlock (*CallDistributionFunc)(PMemBlock vector, int bins, bool flag)
 /// The host's histogram function; null until the host installs one.
 MEMBLOCK_API extern std::atomic<CallDistributionFunc> g_calldistributionfunc;
 
-/// Tell of a condition that ends nothing: to the host's hook, else "Warning: ..." on standard
-/// error. An exception of the hook passes to the caller.
-MEMBLOCK_API void Warning(unsigned int code, safestring const& text);
-
 /// Hand a warning to the engine's function "HandleWarning" and return what it answers; 0 if the
 /// engine is not loaded in this process or has no such function.
 MEMBLOCK_API int HandleWarningMemBlock(unsigned int code, char const* text);
-
-/// Raise an alarm: to the host's hook, else one line on standard error.
-///
-/// The two forms differ in the line alone: "ALARM (level %d): ..." for a `safestring`, "ALARM
-/// (severity %d/5): ..." for a `char const*`. A literal takes the second form.
-MEMBLOCK_API void SendAlarmMemBlock(safestring const& text, int severity, int code,
-                                    safestring const& source);
-MEMBLOCK_API void SendAlarmMemBlock(char const* text, int severity, int code, char const* source);
 
 /// Install a hook: the verbs are "set_calldistributionfunc", "set_kelmicwarningfunc" and
 /// "set_sendalarmkelmicfunc", in any letter case; the argument is the raw function pointer, null

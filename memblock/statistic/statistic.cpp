@@ -20,11 +20,14 @@ Policy parse_policy(safestring const& text, double itself, double& value)
         return Policy::include;
     if (text == "exclude")
         return Policy::exclude;
+    // Any other word is a number, or raises as a bad number does.
     value = StringToDouble()(text);
+    // NaN is equal to nothing, so it needs a test of its own.
     bool const same = std::isnan(itself) ? std::isnan(value) : value == itself;
     return same ? Policy::include : Policy::replace;
 }
 
+/// Turns a policy into a type, so that no kernel tests it for each element.
 template <class Kernel>
 StatisticImplBase* with_policy(Policy policy, Kernel&& kernel)
 {
@@ -44,7 +47,7 @@ StatisticImplBase* make_impl(Statistic const& statistic, DataType type, Policy n
 {
     return WithElemType<NumericTypes>(
         type, "Function impl_ = MakeStatisticImpl1 not implemented for data type '%s'",
-        [&]<class T>(Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             return with_policy(nan, [&]<class N>(N) {
                 return with_policy(
                     inf, [&]<class I>(I) { return MakeStatisticImpl3<T, N, I>(statistic, word); });
@@ -62,8 +65,10 @@ Statistic::Statistic(DerivedPointer<Vector> vector, safestring const& statistic,
         parse_policy(nan, std::numeric_limits<double>::quiet_NaN(), nan_value_);
     Policy const inf_policy =
         parse_policy(inf, std::numeric_limits<double>::infinity(), inf_value_);
+    // After the policies: a text that is no number is reported first.
     if (!vector_)
         Raise(err_precondition, "Statistic: no vector");
+    // A median is the quantile 0.5, whatever parameter came with it.
     bool const median = statistic == "median";
     if (median)
         parameter_ = 0.5;
@@ -84,6 +89,7 @@ Statistic::Statistic(Statistic const& o)
 
 Statistic& Statistic::operator=(Statistic const& o)
 {
+    // The only step that can fail comes first.
     impl_.reset(o.impl_->Clone());
     nan_value_ = o.nan_value_;
     inf_value_ = o.inf_value_;
@@ -99,6 +105,7 @@ Statistic::~Statistic() = default;
 
 double Statistic::Comp(int start, int length) const
 {
+    // Anything outside is cut off: callers slide a window over the ends of a vector.
     long long first = start; // sums of two ints fit
     long long count = length < 0 ? std::numeric_limits<int>::max() : length;
     if (first < 0) {

@@ -17,7 +17,8 @@ public:
     virtual StatisticImplBase* Clone() const = 0; ///< with replacement values and parameter
 };
 
-/// What becomes of NaN, or of infinities: they take part, they are left out, or a number stands in.
+/// What becomes of NaN, or of infinities: they take part, are left out, or are replaced by a
+/// number.
 struct InclusionPolicy_Include {};
 struct InclusionPolicy_Exclude {};
 struct InclusionPolicy_Replace {};
@@ -48,7 +49,7 @@ StatisticImplBase* MakeStatisticImpl3(Statistic const& statistic, safestring con
 /// One named statistic over the raw values of a vector, or over slices of it.
 ///
 /// Make it once, then call `Comp(0, -1)` for the whole vector or `Comp` for as many slices as you
-/// like: a call costs its loop. The raw factor plays no part; who wants cooked results multiplies.
+/// like: a call costs its loop. The raw factor plays no part; multiply for cooked results.
 ///
 /// The words, in any letter case:
 ///

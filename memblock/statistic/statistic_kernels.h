@@ -75,10 +75,6 @@ template <class T, class NanPolicy, class InfPolicy>
 using FilterFor =
     std::conditional_t<std::is_floating_point_v<T>, Filter<T, NanPolicy, InfPolicy>, NoFilter<T>>;
 
-/// The type to compare and compute in: a `triple` is no number to the compiler.
-template <class T>
-using Number = std::conditional_t<std::is_same_v<T, triple>, unsigned int, T>;
-
 namespace kernel {
 
 /// Lanes of an extreme value: so many that the widest registers are kept busy, as one lane waits
@@ -88,9 +84,9 @@ constexpr int lanes = std::is_same_v<T, triple> ? 1 : 256 / sizeof(T);
 
 /// Take the lesser (or the greater) of `start` and every included value. NaN never wins.
 template <bool least, class T, class F>
-MEMBLOCK_MULTIVERSION Number<T> extreme(T const* __restrict x, int n, Number<T> start, F filter)
+MEMBLOCK_MULTIVERSION wide_t<T> extreme(T const* __restrict x, int n, wide_t<T> start, F filter)
 {
-    using V = Number<T>;
+    using V = wide_t<T>;
     auto const better = [filter](T v, V best) {
         V const value = filter.Value(v);
         bool const wins = least ? value < best : value > best;
@@ -135,7 +131,7 @@ MEMBLOCK_MULTIVERSION long long sum_block(T const* __restrict x, int n)
     using Wide = std::conditional_t<sizeof(T) <= 2, Narrow, long long>;
     Wide sum = 0;
     for (int i = 0; i < n; ++i)
-        sum += static_cast<Number<T>>(x[i]);
+        sum += static_cast<wide_t<T>>(x[i]);
     return sum;
 }
 
@@ -160,7 +156,7 @@ double sum(T const* __restrict x, int n, F filter)
                 total += static_cast<double>(sum_block(x, size));
             else
                 for (int i = 0; i < size; ++i)
-                    total += static_cast<Number<T>>(x[i]);
+                    total += static_cast<wide_t<T>>(x[i]);
         }
     }
     return total;
@@ -198,7 +194,7 @@ struct Op_mean {
     }
 };
 
-/// NaN if nothing is included; otherwise the result stands, whatever the start value does to it.
+/// NaN if nothing is included; otherwise the result, whatever the start value does to it.
 template <class T, class F>
 double unless_empty(double result, bool at_start, T const* x, int n, F const& filter)
 {
@@ -213,8 +209,8 @@ struct Op_min {
     template <class F>
     static double Compute(T const* x, int n, F const& filter)
     {
-        Number<T> const start = std::numeric_limits<T>::max();
-        Number<T> least = kernel::extreme<true>(x, n, start, filter);
+        wide_t<T> const start = std::numeric_limits<T>::max();
+        wide_t<T> least = kernel::extreme<true>(x, n, start, filter);
         if (std::is_floating_point_v<T> && least == 0) // of 0.0 and -0.0 the first one counts
             least = filter.Value(*std::find_if(
                 x, x + n, [&](T v) { return filter.Passes(v) && filter.Value(v) == 0; }));
@@ -229,8 +225,8 @@ struct Op_max {
     template <class F>
     static double Compute(T const* x, int n, F const& filter)
     {
-        Number<T> const start = std::numeric_limits<T>::min();
-        Number<T> const greatest = kernel::extreme<false>(x, n, start, filter);
+        wide_t<T> const start = std::numeric_limits<T>::min();
+        wide_t<T> const greatest = kernel::extreme<false>(x, n, start, filter);
         return unless_empty(static_cast<double>(greatest), greatest == start, x, n, filter);
     }
 };
@@ -245,11 +241,12 @@ struct Op_variance {
     double Compute(T const* __restrict x, int n, F const& filter, double) const
     {
         if constexpr (summary::is_small_integer<T>)
-            if (auto const count = static_cast<std::size_t>(n); count > summary::ordered)
+            if (auto const count = static_cast<std::size_t>(n);
+                count > summary::longest_sequential_sum)
                 return summary::ExactVariance(summary::SumExactly<true>(x, count), count);
         double s1 = 0, s2 = 0;
         for (int i = 0; i < n; ++i) {
-            double const value = static_cast<double>(static_cast<Number<T>>(filter.Value(x[i])));
+            double const value = static_cast<double>(static_cast<wide_t<T>>(filter.Value(x[i])));
             double const d = F::drops && !filter.Passes(x[i]) ? 0.0 : value - mean_;
             s1 += d;
             s2 += d * d;
@@ -308,7 +305,7 @@ private:
         int const index = !(place >= 1) ? 0 : place >= count_ ? last : static_cast<int>(place);
         auto const n = static_cast<std::size_t>(count_);
         T const value = select::Nth(values, n, static_cast<std::size_t>(index));
-        return static_cast<double>(static_cast<Number<T>>(value));
+        return static_cast<double>(static_cast<wide_t<T>>(value));
     }
     int count_;
 };

@@ -1,6 +1,7 @@
 #include <memblock/threads/jobpool.h>
 
 #include <memblock/base/raise.h>
+#include <memblock/threads/held_internal.h>
 #include <memblock/threads/joblog_internal.h>
 #include <memblock/threads/jobpoolimpl.h>
 #include <memblock/threads/mutex.h>
@@ -56,6 +57,7 @@ JobPool::JobPool(bool continue_on_error, bool headless)
 {
     int cores = 0, desired = 0, busy = 0, threads = 0;
     JobPoolImpl::GetInfo(cores, desired, busy, threads);
+    // The default is one worker for each processor; Create knows what overrides it.
     impl_ = JobPoolImpl::Create(continue_on_error, threads, headless);
 }
 
@@ -66,11 +68,12 @@ JobPool::~JobPool()
 
 ThreadSharablePointer<ThreadSharable> JobPool::DoClone() const
 {
-    return const_cast<JobPool*>(this);
+    return const_cast<JobPool*>(this); // a copy of a value that holds a pool means the same pool
 }
 
 ThreadSharablePointer<JobPoolImpl> JobPool::Impl() const
 {
+    // Any thread may abort or ask: a copy keeps the implementation while it is used.
     boost::mutex::scoped_lock const lock(mutex_);
     return impl_;
 }
@@ -111,7 +114,7 @@ int JobPool::Wait(int timeout_s)
 
 void JobPool::Wait()
 {
-    if (Wait(0x7FFFFFFF) > 0)
+    if (Wait(0x7FFFFFFF) > 0) // sleeps without a limit
         Raise(err_notify, "JobPool: some jobs did not complete.");
 }
 
@@ -132,6 +135,7 @@ void JobPool::Notify(int code, DataItem& value)
 
 DataItem JobPool::Consult(int code, DataItem& value)
 {
+    // The creator is the thread that would answer: waiting for itself it would wait for ever.
     auto const impl = Impl();
     return impl->IsCreatorThread() ? HandleConsult(-1, code, value)
                                    : impl->Consult(-1, code, value);
@@ -169,6 +173,7 @@ void JobPool::SetCurrentThreadRunningAsWorker(bool on)
 
 JobPool::BlockingOperation::BlockingOperation() : was_worker_(IsCurrentThreadRunningAsWorker())
 {
+    // Other threads are not counted, so nothing has to take their place.
     if (!was_worker_)
         return;
     LogJobs(7, "Worker thread blocking in a wait operation");
@@ -179,12 +184,7 @@ JobPool::BlockingOperation::~BlockingOperation()
 {
     if (!was_worker_)
         return;
-    try { // a fall of the count may still launch a thread, if the target rose meanwhile
-        ThreadMgr::Instance().ChangeBlockedThreadCount(-1);
-        LogJobs(7, "Worker thread unblocked");
-    } catch (...) {
-        LogJobs(2, "%s", ComposeExceptionMessageText());
-    }
+    UnblockWorkers(1);
 }
 
 } // namespace NKelmic

@@ -31,8 +31,9 @@ public:
     Job(Job const&) = delete;
     Job& operator=(Job const&) = delete;
 
-    /// Called when the job is queued for the workers, with the manager's lock held: be short, and
-    /// call nothing of a pool. What it throws is logged and goes no further.
+    /// Called when the job is queued for the workers, for one job of the process at a time: be
+    /// short, as other threads that queue jobs wait meanwhile. What it throws is logged and goes no
+    /// further.
     virtual void OnPosted();
     /// Do the work; runs on a worker. What it throws, of any type, becomes the job's failure.
     virtual DataItem Run() = 0;
@@ -75,8 +76,9 @@ private:
 /// Adding, waiting and reading belong to one thread, as a rule the creator. While it waits, the
 /// workers reach it by notifications and consultations: these handlers run on the waiting thread
 /// and nowhere else. What they throw leaves `Wait`, and nothing else: jobs keep their results, and
-/// a later `Wait` goes on. A pool made on a worker, with no threads, or when the workers have been
-/// stopped at the end of the program, runs its jobs inside `Wait`.
+/// a later `Wait` goes on. A pool made on a worker, inside a job that another thread runs, with no
+/// threads, or when the workers have been stopped at the end of the program, runs its jobs inside
+/// `Wait`.
 /// A headless pool collects nothing and is never waited for.
 ///
 /// Values cross threads as private copies, see `DataItem::MakeCopy` and `MemBlock::MakeDeepCopy`.
@@ -105,14 +107,18 @@ public:
     int GetJobCount();
 
     /// Handle messages until all jobs are done or the pool is aborted, or until all that are left
-    /// wait for the caller, which is inside of them or of the answer that they asked for. Returns
-    /// the number of jobs that are not done. More jobs may be added afterwards.
+    /// wait for the caller, which is inside of them or of the answer that they asked for. Meanwhile
+    /// other workers take the place of those whose jobs wait for the caller.
+    ///
+    /// Returns the number of jobs without a result, also those that an abort deleted and those that
+    /// wait for the caller. More jobs may be added afterwards.
     ///
     /// timeout_s: for how long to sleep when no message comes, before looking again; it limits
     /// neither the silence nor the total. 0 never sleeps.
     /// Throws: err_notify with the abort message when the pool was aborted before.
     int Wait(int timeout_s);
-    /// Throws: err_notify "JobPool: some jobs did not complete.", and as the other form.
+    /// Throws: err_notify "JobPool: some jobs did not complete." where the other form returns more
+    /// than 0, and as that form.
     void Wait();
     /// 1 added, 3 succeeded, 4 failed; 0 for an unknown index.
     int GetJobStatus(int index);

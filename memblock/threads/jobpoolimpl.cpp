@@ -2,11 +2,15 @@
 
 #include <memblock/base/number.h>
 #include <memblock/base/raise.h>
+#include <memblock/threads/consultation_internal.h>
+#include <memblock/threads/held_internal.h>
 #include <memblock/threads/joblog_internal.h>
 #include <memblock/threads/jobpool.h>
-#include <memblock/threads/jobpoolkinds_internal.h>
+#include <memblock/threads/localpool_internal.h>
 #include <memblock/threads/mutex.h>
+#include <memblock/threads/threadedpool_internal.h>
 #include <memblock/threads/threadmgr.h>
+#include <memblock/threads/workerthread.h>
 
 #include <algorithm>
 #include <atomic>
@@ -61,8 +65,14 @@ ThreadSharablePointer<JobPoolImpl> JobPoolImpl::Create(bool continue_on_error, i
                    "context.");
         return new JobPoolImpl_ST(continue_on_error);
     }
-    if (ThreadMgr::Instance().HasEnded()) {
+    if (ThreadMgr::Instance().HasEnded()) { // no worker would ever take its jobs
         LogJobs(7, "Creating a single-threaded JobPool, because the program is ending.");
+        return new JobPoolImpl_ST(continue_on_error);
+    }
+    // Inside a job that a waiting thread runs. Its inner pools must not depend on workers, which
+    // may all wait for this thread. A headless pool is not waited for, so it can have workers.
+    if (!headless && Held::IsInsideJob()) {
+        LogJobs(7, "Creating a single-threaded JobPool, because running inside a job.");
         return new JobPoolImpl_ST(continue_on_error);
     }
     threads = ThreadsFromEnvironment(threads);
@@ -84,6 +94,7 @@ void JobPoolImpl::GetInfo(int& cores, int& desired, int& busy, int& threads)
     ThreadMgr::Instance().GetInfo(cores, desired, busy, threads);
 }
 
+// The serial names the pool in the items of threads, which outlive it: an address may come again.
 JobPoolImpl::JobPoolImpl(bool continue_on_error)
     : continue_on_error_(continue_on_error), serial_(++last_serial),
       creator_thread_(GetCurrentThreadId())
@@ -99,6 +110,7 @@ ThreadSharablePointer<ThreadSharable> JobPoolImpl::DoClone() const
 
 void JobPoolImpl::DoNotifyAborted() {}
 void JobPoolImpl::DoWakeWaiter() {}
+void JobPoolImpl::DoChangeBusyCount(int) {}
 
 void JobPoolImpl::DoAbandon()
 {
@@ -108,7 +120,7 @@ void JobPoolImpl::DoAbandon()
 int JobPoolImpl::AddJob(Job* job)
 {
     ThrowIfAborted_mt();
-    job->pool_ = this;
+    job->pool_ = this; // first: a worker may run the job before DoAddJob returns
     DoAddJob(job);
     return GetJobCount() - 1;
 }
@@ -124,13 +136,13 @@ void JobPoolImpl::DoAddJob(Job* job)
 int JobPoolImpl::Wait(int timeout_s, JobPool& pool)
 {
     ThrowIfAborted_mt();
-    struct Waiting { // a handler may wait again, also for a pool of its own
+    struct Waiting { // a handler may wait again, and this call goes on afterwards
         JobPool*& place;
         JobPool* const before;
         ~Waiting() { place = before; }
     } const waiting{waiting_, waiting_};
     waiting_ = &pool;
-    RaiseThrown(); // one a Wait, as with workers
+    RaiseThrown(); // one for each Wait, as for messages of workers
     int const left = DoWait(timeout_s, pool);
     RaiseThrown(); // of a handler that a notification of the pool itself called
     return left;
@@ -144,7 +156,7 @@ void JobPoolImpl::Abort(safestring const& message)
         if (!message.empty())
             abort_message_ = message;
     }
-    DoWakeWaiter();
+    DoWakeWaiter(); // outside of the lock, which is a leaf
 }
 
 bool JobPoolImpl::IsAborted() const
@@ -156,12 +168,12 @@ void JobPoolImpl::ThrowIfAborted_mt()
 {
     if (!IsAborted())
         return;
-    if (IsCreatorThread())
+    if (IsCreatorThread()) // jobs are destroyed where they were made
         DoNotifyAborted();
     boost::unique_lock<boost::mutex> lock(abort_mutex_);
     safestring const message = abort_message_;
     lock.unlock();
-    Raise(err_notify, "%s", message);
+    Raise(err_notify, "%s", message); // without the lock: it is logged, and a sink may use the pool
 }
 
 void JobPoolImpl::SetResult(bool ok, int job, DataItem& value)
@@ -190,7 +202,7 @@ void JobPoolImpl::SetResult(bool ok, int job, DataItem& value)
 
 void JobPoolImpl::NotifyJobStarted(int job)
 {
-    DataItem nothing;
+    DataItem nothing; // an item of its own for each call: handlers may write to it
     HandleNotifyOfWaiting(job, jp_notify_started, nothing);
 }
 
@@ -223,7 +235,9 @@ void JobPoolImpl::Handle(PoolMsg& message)
 
 void JobPoolImpl::HandleFromHere(PoolMsg& message)
 {
-    bool const asks = message.type == PoolMsg::consult; // and can't wait for the next Wait
+    // A question can't be kept for the next Wait: the job needs its answer to go on. What was kept
+    // before it comes first, so that handlers see the messages of the job in order.
+    bool const asks = message.type == PoolMsg::consult;
     while (asks && !kept_.empty()) {
         PoolMsg earlier = std::move(kept_.front());
         kept_.pop_front();
@@ -277,11 +291,12 @@ void JobPoolImpl::AnswerConsultation(PoolMsg& message)
     Consultation& asked = Consultation::Of(message);
     DataItem answer;
     try {
-        DataItem question = asked.TakeQuestion();
+        DataItem question = asked.TakeQuestion(), given;
         if (waiting_)
-            answer = waiting_->HandleConsult(message.job, message.code, question);
-        MakeIndependent(answer);
-    } catch (...) { // who asked must not wait for ever
+            given = waiting_->HandleConsult(message.job, message.code, question);
+        MakeIndependent(given);
+        answer = std::move(given); // what is left here may wait in its destructor: not later
+    } catch (...) {                // the asking thread must not wait for ever
         asked.Answer({});
         throw;
     }
@@ -292,7 +307,8 @@ void JobPoolImpl::NotifyJobPoolDestroyed()
 {
     Abort(safestring());
     DoAbandon();
-    // Callers may share what the results refer to, and this object may end on a worker.
+    // Counts of objects have no lock. The caller may hold objects of the results, and the last job
+    // may destroy this object on a worker: so the results go here, on the caller's thread.
     std::vector<DataItem>().swap(results_);
     statuses_.clear();
     kept_.clear();
@@ -311,7 +327,7 @@ DataItem JobPoolImpl::Consult(int job, int code, DataItem& value)
     Consultation asked(value);
     PoolMsg message(PoolMsg::consult, job);
     message.code = code;
-    message.value = DataItem(static_cast<void*>(&asked));
+    message.value = DataItem(static_cast<void*>(&asked)); // stays here until it is answered
     PostPoolMessage(message);
     return asked.WaitForAnswer();
 }
@@ -323,7 +339,7 @@ bool JobPoolImpl::IsCreatorThread() const
 
 int JobPoolImpl::GetJobStatus(int index) const
 {
-    auto const i = static_cast<unsigned>(index);
+    auto const i = static_cast<unsigned>(index); // a negative index is a large one
     return i < statuses_.size() ? statuses_[i] : status_unknown;
 }
 

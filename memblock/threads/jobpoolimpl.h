@@ -13,7 +13,7 @@
 namespace NKelmic {
 class Job;
 
-/// What a job or a pool tells the waiting thread.
+/// A message of a job or a pool to the waiting thread.
 struct PoolMsg {
     enum type_t { none = 0, started = 1, succeeded = 2, failed = 3, notify = 4, consult = 5 };
 
@@ -61,7 +61,7 @@ public:
     /// Throws: err_notify with the abort message. The creator drops its unstarted jobs first.
     void ThrowIfAborted_mt();
 
-    /// Take the result of a job, tell the waiting pool, and abort after a failure if that is asked.
+    /// Store the result of a job, notify the waiting pool, and abort after a failure if configured.
     void SetResult(bool ok, int job, DataItem& value);
     void NotifyJobStarted(int job);
     void NotifyJobPoolDestroyed();
@@ -82,10 +82,12 @@ public:
 protected:
     explicit JobPoolImpl(bool continue_on_error);
     ~JobPoolImpl() override;
-    /// Called after each abort, from any thread: wake who waits, answer who asks.
+    /// Called after each abort, from any thread: wake the waiting thread, answer questions.
     virtual void DoWakeWaiter();
     /// Called once when the pool is gone, after its abort: nobody will wait any more.
     virtual void DoAbandon();
+    /// Change the number of jobs that count as handed to workers. Does nothing without workers.
+    virtual void DoChangeBusyCount(int delta);
 
     static void DropPool(Job& job);  ///< may end the life of this object
     static void DeleteJob(Job* job); ///< one that has not run
@@ -106,6 +108,7 @@ protected:
     void RunHere(Job& job);
 
 private:
+    friend class LentWorkers;
     void HandleContained(PoolMsg& message);
     void RaiseThrown();
     /// Give a consultation to the waiting pool's handler and answer with what it says.

@@ -62,6 +62,7 @@ int Mutex::GetLine() const
 
 bool Mutex::IsLockedByCurrentThread() const
 {
+    // The stored thread id would need a lock to be read with its count: the mutex itself knows.
     boost::unique_lock<boost::recursive_timed_mutex> lock(mutex_, boost::try_to_lock);
     return lock.owns_lock() && GetLockCount() > 0; // a free mutex is ours now, with count 0
 }

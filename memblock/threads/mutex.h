@@ -38,7 +38,7 @@ public:
     char const* GetFile() const;             ///< of the holder's outermost lock, "" when free
     int GetLine() const;                     ///< of the holder's outermost lock, 0 when free
 
-    /// Tell whether the calling thread holds the mutex, without waiting.
+    /// Return whether the calling thread holds the mutex, without waiting.
     bool IsLockedByCurrentThread() const;
 
     /// Name the calling thread the GUI thread of the process, also at the logger ("GUI thread");

@@ -4,11 +4,13 @@
 #include <memblock/serial/warning.h>
 #include <memblock/threads/joblog_internal.h>
 #include <memblock/threads/jobpool.h>
-#include <memblock/threads/jobpoolkinds_internal.h>
 #include <memblock/threads/spinner_internal.h>
+#include <memblock/threads/threadedpool_internal.h>
 
 #include <algorithm>
 #include <boost/date_time/posix_time/posix_time_types.hpp>
+#include <cstdlib>
+#include <memory>
 #include <thread>
 #include <unistd.h>
 #include <utility>
@@ -42,7 +44,7 @@ private:
 };
 
 /// What a job throws here must not keep it, or those posted with it, out of the queue.
-void TellPosted(Job& job)
+void CallOnPosted(Job& job)
 {
     try {
         job.OnPosted();
@@ -57,7 +59,14 @@ ThreadMgr& ThreadMgr::Instance()
 {
     static auto& manager = *new ThreadMgr; // stays: see its destructor
     static struct AtEnd {
-        ~AtEnd() { manager.StopWorkers(); }
+        ~AtEnd()
+        {
+            boost::this_thread::disable_interruption const steady; // for the joins
+            try {
+                manager.StopWorkers();
+            } catch (...) { // for want of memory: workers that are not joined end with the process
+            }
+        }
     } const at_end;
     static_cast<void>(&at_end);
     return manager;
@@ -67,10 +76,11 @@ void ThreadMgr::StopWorkers()
 {
     MainLock main(main_mutex_);
     stopping_ = true;
-    posted_.fetch_add(1, std::memory_order_release);
+    changes_.fetch_add(1, std::memory_order_release);
     wake_condition_.notify_all();
-    for (auto* pool : pools_) // who waits has to run the jobs that are left
+    for (auto* pool : pools_) // waiting threads have to run the jobs that are left
         pool->fifo_.Rouse();
+    // Copied, as the joins run without the lock; Reap leaves the handles alone from now on.
     std::vector<boost::thread*> threads;
     for (auto* worker : workers_)
         threads.push_back(worker->thread_.get());
@@ -99,7 +109,7 @@ int ThreadMgr::GetThreadCount()
 
 void ThreadMgr::SetThreadCount(int n)
 {
-    ProcessMessages();
+    ProcessMessages(); // each new pool comes by here: the place to reap workers that have ended
     LogJobs(5, "Setting desired worker thread count to: %d", n);
     MainLock const main(main_mutex_);
     int const before = std::exchange(desired_, n);
@@ -119,6 +129,7 @@ void ThreadMgr::AdjustThreadCount_lk()
                 "desired=%d)",
                 actual_, blocked_, desired_);
         auto worker = std::make_unique<WorkerThread>(this);
+        // In the set before it runs: nothing that can fail may follow the launch.
         auto const place = workers_.insert(worker.get()).first;
         try {
             worker->thread_ = std::make_unique<boost::thread>([w = worker.get()] { (*w)(); });
@@ -126,7 +137,7 @@ void ThreadMgr::AdjustThreadCount_lk()
             workers_.erase(place);
             throw;
         }
-        worker.release(); // it belongs to its thread now, see Reap
+        (void)worker.release(); // it belongs to its thread now, see Reap
         ++actual_;
     }
 }
@@ -141,7 +152,9 @@ void ThreadMgr::ChangeBlockedThreadCount(int delta)
         blocked_ -= delta > 0 ? delta : 0; // the operation doesn't begin
         throw;
     }
-    Signal_lk(1);
+    // A pool may have places again: also those have to look that are on their way to sleep.
+    changes_.fetch_add(1, std::memory_order_release);
+    Signal_lk(static_cast<std::size_t>(std::max(std::abs(delta), 1)));
 }
 
 void ThreadMgr::RegisterJobPool(JobPoolImpl_MT_base* pool)
@@ -169,30 +182,37 @@ void ThreadMgr::Post(JobPoolImpl_MT_base& pool, ThrMsg const& message)
 
 void ThreadMgr::Post(JobPoolImpl_MT_base& pool, ThrMsg const* messages, std::size_t count)
 {
+    {
+        boost::unique_lock<boost::recursive_mutex> posting(posting_mutex_, boost::defer_lock);
+        LockSoon(posting);
+        for (std::size_t i = 0; i < count; ++i)
+            if (messages[i].job)
+                CallOnPosted(*messages[i].job);
+    }
     MainLock main(main_mutex_, boost::defer_lock);
     LockSoon(main);
-    for (std::size_t i = 0; i < count; ++i)
-        if (messages[i].job)
-            TellPosted(*messages[i].job);
     {
         boost::unique_lock<boost::mutex> lock(pool.queue_mutex_, boost::defer_lock);
         LockSoon(lock);
+        // At once or not at all: a job must not be in the queue when the caller sees a failure.
         pool.run_queue_.insert(pool.run_queue_.end(), messages, messages + count);
     }
+    // The next search begins at this pool, where there is work for sure.
     next_pool_ =
         static_cast<std::size_t>(std::find(pools_.begin(), pools_.end(), &pool) - pools_.begin());
-    posted_.fetch_add(1, std::memory_order_release);
+    changes_.fetch_add(1, std::memory_order_release);
     bool const all_asleep = idle_ > 0 && idle_ >= Working_lk();
     Signal_lk(count);
     main.unlock();
-    // The one that wakes tends to do so on the processor of who posts, and would begin when that
-    // one's time slice is over, milliseconds later.
+    // The scheduler tends to put the woken thread on the processor of this one, where it would
+    // start when this time slice ends, milliseconds later.
     if (all_asleep)
         std::this_thread::yield();
 }
 
 void ThreadMgr::Signal_lk(std::size_t count)
 {
+    // No more than sleep: each signal takes the lock of the condition.
     auto const sleepers = std::min(count, static_cast<std::size_t>(std::max(idle_, 0)));
     if (sleepers == 0)
         return;
@@ -214,7 +234,7 @@ void ThreadMgr::Fetch(ThrMsg& message)
             return;
         }
         if (FindJob_lk(message)) {
-            if (timed_out)
+            if (timed_out) // the job was there before, and no signal came for it
                 LogJobs(2, "Performance loss: job queue was stalling.");
             return;
         }
@@ -256,16 +276,18 @@ bool ThreadMgr::TakeJob_lk(JobPoolImpl_MT_base& pool, ThrMsg& message)
     return true;
 }
 
-/// Look out for new work before the sleep, without the lock. True if something was posted.
+/// Look out for new work before the sleep, without the lock. True if there may be some.
 bool ThreadMgr::SpinForJob(MainLock& main)
 {
+    // For each worker, as it learns from its own waits. Read before the unlock: no change between
+    // the search and the sleep is missed.
     static thread_local Spinner spinner(64);
-    unsigned const seen = posted_.load(std::memory_order_relaxed);
-    auto const posted = [&] { return posted_.load(std::memory_order_acquire) != seen; };
+    unsigned const seen = changes_.load(std::memory_order_relaxed);
+    auto const changed = [&] { return changes_.load(std::memory_order_acquire) != seen; };
     main.unlock();
-    spinner.Until(posted);
+    spinner.Until(changed);
     LockSoon(main);
-    return posted();
+    return changed();
 }
 
 /// False if the worker has to end; the message says so then.
@@ -273,6 +295,7 @@ bool ThreadMgr::SleepUntilNeeded(MainLock& main, ThrMsg& message, bool& timed_ou
 {
     IdleScope const idle(idle_);
     while (!stopping_) {
+        // Long quiet times only: surplus workers are cheap to keep and costly to launch again.
         timed_out = !wake_condition_.timed_wait(main, milliseconds(quiet_ms_.load()));
         if (timed_out && Working_lk() > desired_) {
             message = ThrMsg(ThrMsg::stop_worker);
@@ -284,7 +307,7 @@ bool ThreadMgr::SleepUntilNeeded(MainLock& main, ThrMsg& message, bool& timed_ou
             Signal_lk(1); // a signal may have come together with the timeout
             return false;
         }
-        if (Working_lk() - idle_ < desired_)
+        if (Working_lk() - idle_ < desired_) // fewer run than wanted, so this one looks for a job
             break;
         LogJobs(8,
                 "Enough worker threads running, waiting... (current threadcounts: actual=%d, "
@@ -334,7 +357,7 @@ void ThreadMgr::Reap(WorkerThread* worker)
     if (stopping_) // its handle is being joined at exit
         return;
     std::unique_ptr<WorkerThread> const ended(worker);
-    workers_.erase(worker);
+    workers_.erase(worker); // all counts first: between the lock and the join others launch
     --actual_;
     --ended_;
     main.unlock();

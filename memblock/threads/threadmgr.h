@@ -3,39 +3,17 @@
 
 #include <memblock/core/fwd.h>
 #include <memblock/threads/jobpoolimpl.h>
+#include <memblock/threads/workerthread.h>
 
 #include <atomic>
 #include <boost/thread/condition_variable.hpp>
 #include <boost/thread/mutex.hpp>
-#include <boost/thread/thread.hpp>
+#include <boost/thread/recursive_mutex.hpp>
 #include <deque>
-#include <memory>
 #include <set>
 #include <vector>
 
 namespace NKelmic {
-
-/// What one worker thread runs: it takes jobs from the manager until it is told to stop.
-class MEMBLOCK_API WorkerThread {
-public:
-    explicit WorkerThread(ThreadMgr* manager) : manager_(manager) {}
-    void operator()();
-    /// Run one job and post what comes of it. The job may be gone afterwards.
-    static void RunJob(Job& job);
-    /// The same on the thread that waits for the pool.
-    static void RunJobHere(Job& job, JobPoolImpl& pool);
-
-private:
-    friend class ThreadMgr;
-    friend struct ThreadMgrProbe; // of the tests
-    void RunJobs();
-    static void Run(Job& job, JobPoolImpl& pool, bool here);
-    static DataItem ReportFailure(Job& job);
-    static void Finish(Job& job);
-
-    std::unique_ptr<boost::thread> thread_; // guarded by the manager's main mutex
-    ThreadMgr* const manager_;
-};
 
 /// Owns the worker threads of the process and deals out the jobs of all pools in turn.
 ///
@@ -43,10 +21,10 @@ private:
 /// end by themselves after 300 quiet seconds. They stay in `actual` until they are reaped, but are
 /// not counted on: sleepers that wake together must not all find themselves in surplus.
 ///
-/// Lock order, outermost first: main mutex, a pool's run-queue mutex, wake mutex. A pool's abort
-/// mutex and its fifo's, the message mutex and a consultation's are leaves. Under none of them a
-/// job runs, a handler is called, a pool is released or a description is built; `Job::OnPosted`
-/// alone is called with the main mutex held.
+/// Lock order, outermost first: posting mutex, main mutex, a pool's run-queue mutex, wake mutex. A
+/// pool's abort mutex and its fifo's, the message mutex and a consultation's are leaves. Under none
+/// of them a job runs, a handler is called, a pool is released or a description is built;
+/// `Job::OnPosted` alone is called with the posting mutex held.
 class MEMBLOCK_API ThreadMgr {
 public:
     static ThreadMgr& Instance();
@@ -98,6 +76,9 @@ private:
     /// Workers that run, sleep or are about to.
     int Working_lk() const { return actual_ - ended_ - blocked_; }
 
+    // Calls of OnPosted come one at a time. A mutex of its own, as such a call may end the program,
+    // and recursive, as static destructors of its thread then may add jobs and post them.
+    boost::recursive_mutex posting_mutex_;
     boost::mutex main_mutex_;
     std::set<WorkerThread*> workers_;   // this and the next guarded by main_mutex_
     int desired_ = 0;                   // running workers to have
@@ -110,7 +91,7 @@ private:
     std::size_t next_pool_ = 0;
     boost::mutex wake_mutex_;
     boost::condition_variable_any wake_condition_; // waited on with main_mutex_
-    std::atomic<unsigned> posted_{0};              // written under main_mutex_
+    std::atomic<unsigned> changes_{0}; // of what workers look for; written under main_mutex_
     boost::mutex message_mutex_;
     std::deque<Message> messages_; // guarded by message_mutex_
     std::atomic<int> quiet_ms_{300'000};

@@ -2,9 +2,9 @@
 
 #include <memblock/base/appendwhole_internal.h>
 #include <memblock/base/raise.h>
+#include <memblock/base/warning.h>
 #include <memblock/core/dataitem.h>
 #include <memblock/core/visitor.h>
-#include <memblock/serial/warning.h>
 
 #include <boost/thread/lock_algorithms.hpp>
 #include <boost/thread/lock_guard.hpp>

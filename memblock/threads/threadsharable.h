@@ -12,7 +12,7 @@
 
 namespace NKelmic {
 class WeakThreadSharablePointerBase;
-MEMBLOCK_API int ThreadSharableGetRefCount(void const* sharable);
+MEMBLOCK_API int ThreadSharableGetRefCount(void const* sharable); // NOLINT: also in memblock.h
 
 /// Base of objects that several threads hold at once: counted under a mutex of its own, with weak
 /// pointers. Held by `ThreadSharablePointer`, made with count 0.
@@ -194,8 +194,8 @@ private:
 /// in its holder; the derived class says what becomes of it when the target dies.
 ///
 /// The target may die in another thread at any time. A derived class therefore calls `Detach` at
-/// the beginning of its destructor, before it takes any lock that its `Dispose` takes too; and who
-/// makes one, also as a copy, holds the target until it is complete.
+/// the beginning of its destructor, before it takes any lock that its `Dispose` takes too; and
+/// code that makes one, also as a copy, holds the target until it is complete.
 class MEMBLOCK_API WeakThreadSharablePointerBase {
 public:
     virtual ~WeakThreadSharablePointerBase();

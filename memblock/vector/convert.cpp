@@ -1,8 +1,8 @@
 #include <memblock/vector/convert.h>
 
+#include <memblock/vector/convert_internal.h>
 #include <memblock/vector/elemtypechange_internal.h>
 #include <memblock/vector/packedlimits_internal.h>
-#include <memblock/vector/convert_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
 #include <atomic>
@@ -23,12 +23,12 @@ double FactorOfOpen(Vector const& v, DataType type)
     return type == Vector::Triple && v.Conforms("image") ? 1.0 : v.Factor();
 }
 
-/// The same buffer under another type; a copy of the bytes if they don't lie where elements of that
-/// type may.
+/// The same buffer under another type; a copy of the bytes if they are not aligned for it.
 TypedChunk ReadChunkAs(TypedChunk const& chunk, DataType type, unsigned long length)
 {
+    // Foreign buffers may begin anywhere: bytes from a file read as doubles need not be aligned.
     std::size_t const alignment = WithElemType<PlainTypes>(
-        type, "Conversion not supported: %s", []<class T>(Elem<T>) { return alignof(T); });
+        type, "Conversion not supported: %s", []<class T>(TypeTag<T>) { return alignof(T); });
     if (reinterpret_cast<std::uintptr_t>(chunk.Data()) % alignment == 0)
         return TypedChunk(length, type, chunk.Chunk(), chunk.GetOffset());
     TypedChunk const copy = OpenChunk(length, type);
@@ -47,6 +47,7 @@ DerivedPointer<Vector> PrivateCopy(DerivedPointer<Vector>&& v)
 {
     if (!v)
         return nullptr;
+    // Nobody else holds an object with a single count, so it may be changed in place.
     if (v->RefCount() > 1)
         return DerivedPointer<Vector>(v->Clone(true));
     v->ContentHasBeenChanged();
@@ -70,6 +71,7 @@ Converted ConvertContents(Vector const& v, DataType type, bool keep_factor)
         return FloatsToIntegers(v, type, keep_factor);
     if (from_number && to_number)
         return IntegersToIntegers(v, type, keep_factor);
+    // What is left has no conversion; floats on either side have texts of their own.
     if (type == Vector::Float)
         Raise(err_kind, "Conversion to float not supported: %s", v);
     if (type == Vector::Double)
@@ -84,6 +86,7 @@ Converted ConvertContents(Vector const& v, DataType type, bool keep_factor)
 /// This object with other data, without a copy of its own payload where the class allows it.
 DerivedPointer<Vector> Vector::CloneWith(TypedChunk const& chunk, double factor) const
 {
+    // A derived class knows more than elements, for which a clone of the whole object is needed.
     if (typeid(*this) == typeid(Vector)) {
         DerivedPointer<Vector> plain(new Vector(*this, chunk, factor));
         plain->CopyStickyAttributesFrom(*this);
@@ -106,8 +109,11 @@ DerivedPointer<Vector> Vector::ConvertElemsToType(DataType type, bool contents,
         Raise(err_kind, "Conversion not supported: %s", *this);
     if (auto const limits = PackedLimits(*this))
         return cref(limits).ConvertElemsToType(type, contents, keep_factor);
+    // Elements that nobody asked to keep, or none at all: nothing is converted, so nothing is
+    // refused.
     if (!contents || Length() == 0)
         return CloneWith(OpenChunk(Length(), type), FactorOfOpen(*this, type));
+    // An image turns into bytes by Depth8, which averages colours and scales by whole divisors.
     if (type == Byte && !keep_factor)
         if (DerivedPointer<Vector> bytes = ImageAsBytes(*this))
             return bytes;
@@ -152,12 +158,14 @@ void Vector::ReadAs(DataType type)
 
 void Vector::InstallConverted(TypedChunk const& chunk, double factor)
 {
+    // Both may refuse, so they come before the first change.
     NotifyElemType(chunk.Type());
     if (factor != factor_)
         CheckFactor(factor);
     ElemTypeChange change(*this);
     chunk_ = chunk;
     factor_ = factor;
+    // The cache is of the old element type. What an image keeps there is not, and is put back.
     ResetPimpl();
     change.Finish();
 }

@@ -1,7 +1,7 @@
 #include <memblock/vector/convert_internal.h>
 
-#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/serial/warning.h>
+#include <memblock/vector/packedlimits_internal.h>
 
 #include <algorithm>
 #include <cmath>
@@ -76,12 +76,10 @@ private:
 
 /// Greatest and lowest element as doubles; the vector is not empty.
 template <class T>
-ElemRange<double> DoubleRangeOf(Vector const& v)
+MinMax<double> DoubleRangeOf(Vector const& v)
 {
-    if (SummaryIsOfBytes(v)) {
-        auto const range = ScannedRangeOf<T>(v);
-        return {static_cast<double>(range.min), static_cast<double>(range.max)};
-    }
+    if (SummaryIsOfBytes(v))
+        return MinMaxOf<false>(v.TypedPointer<T>(), v.Length()).template As<double>();
     return {v.SecondaryDouble(key_min, throw_always), v.SecondaryDouble(key_max, throw_always)};
 }
 
@@ -89,16 +87,18 @@ template <class T>
 void MultiplyFloats(T* data, unsigned int n, double ratio)
 {
     for (unsigned int i = 0; i < n; ++i)
+        // In double: a ratio cut to float would round a second time.
         data[i] = static_cast<T>(data[i] * ratio);
 }
 
-/// The integer type for the cooked values of a vector, as the thresholds tell.
+/// The integer type for the cooked values of a vector, by the thresholds of MinMax2Type.
 DataType TypeOfCooked(Vector const& x)
 {
     return WithElemType<IntegerTypes>(
         x.ElemType(), "Vector::EnsureFactor() not supported for vector type: %s",
-        [&]<class T>(Elem<T>) {
-            ElemRange<double> const range = DoubleRangeOf<T>(x);
+        [&]<class T>(TypeTag<T>) {
+            MinMax<double> const range = DoubleRangeOf<T>(x);
+            // A negative factor turns the range round.
             double const a = range.min * x.Factor();
             double const b = range.max * x.Factor();
             return Vector::MinMax2Type(std::min(a, b), std::max(a, b));
@@ -110,7 +110,7 @@ DataType TypeOfCooked(Vector const& x)
 template <class T>
 void ensure_factor_integral_tmpl(Vector* vector, T* data, double ratio)
 {
-    ElemRange<double> const range = DoubleRangeOf<T>(*vector);
+    MinMax<double> const range = DoubleRangeOf<T>(*vector);
     double const max = range.max * ratio;
     double const min = range.min * ratio;
     if (!FitsElem<T>(RoundHalfAway(max)) || !FitsElem<T>(RoundHalfAway(min)))
@@ -127,28 +127,29 @@ void ensure_factor_integral_tmpl(Vector* vector, T* data, double ratio)
 
 void Vector::EnsureFactor(double factor)
 {
+    // Before any check: an unchanged factor must be possible for every object.
     if (factor == factor_ ||
         EditPacked(*this, [factor](Vector& limits) { limits.EnsureFactor(factor); }))
         return;
     DataType const type = ElemType();
     if (type == String || type == PolyType)
         return;
+    // Before the first element changes.
     CheckFactor(factor);
     double const ratio = factor_ / factor;
-    WithElemType<NumericTypes>(type, "Vector::EnsureFactor() not supported for vector type: %s",
-                               [&]<class T>(NKelmic::Elem<T>) {
-                                   bool const multiply = ratio != 1.0 && Length() > 0;
-                                   if constexpr (IntegerTypes::has<T>) {
-                                       if (multiply)
-                                           ensure_factor_integral_tmpl(this, TypedPointer<T>(),
-                                                                       ratio);
-                                   } else if (multiply) {
-                                       MultiplyFloats(TypedPointer<T>(), Length(), ratio);
-                                   }
-                                   CarriedSummary const summary(*this, ratio);
-                                   SetFactor(factor);
-                                   summary.template Restore<T>(*this);
-                               });
+    WithElemType<NumericTypes>(
+        type, "Vector::EnsureFactor() not supported for vector type: %s", [&]<class T>(TypeTag<T>) {
+            bool const multiply = ratio != 1.0 && Length() > 0;
+            if constexpr (IntegerTypes::has<T>) {
+                if (multiply)
+                    ensure_factor_integral_tmpl(this, TypedPointer<T>(), ratio);
+            } else if (multiply) {
+                MultiplyFloats(TypedPointer<T>(), Length(), ratio);
+            }
+            CarriedSummary const summary(*this, ratio);
+            SetFactor(factor);
+            summary.template Restore<T>(*this);
+        });
 }
 
 DerivedPointer<Vector> EnsureScalarFactor(DerivedPointer<Vector> x, double factor,
@@ -165,6 +166,7 @@ DerivedPointer<Vector> EnsureScalarFactor(DerivedPointer<Vector> x, double facto
         Throw(e, handler);
         return nullptr;
     }
+    // Rounded to the other factor, a constant changes its value; the script should know.
     double const changed = cref(clone).Elem(0) * clone->Factor();
     if (std::fabs(value - changed) >= 1e-12)
         Warning(warning_precision,
@@ -178,6 +180,7 @@ DerivedPointer<Vector> EnsureNoRawFactor(DerivedPointer<Vector> x)
 {
     if (!x || x->Factor() == 1.0 || !IsInSet<NumericTypes>(x->ElemType()))
         return x;
+    // Nothing is rounded here, so the element type can stay.
     if (x->Length() == 0 || IsInSet<FloatTypes>(x->ElemType())) {
         DerivedPointer<Vector> cooked(x->Clone(true));
         cooked->EnsureFactor(1.0);

@@ -8,58 +8,16 @@ namespace NKelmic {
 
 namespace {
 
+static_assert(type_count<FloatTypes> == 2, "all conversions compute in double");
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr unsigned int block_size = 1024; // small enough to stay in the first cache
-
-/// What scaling depends on; of no finite element: lowest above greatest.
-struct FiniteRange {
-    double min = infinity;
-    double max = -infinity;
-};
-
-template <class S>
-FiniteRange RangeOfFinite(S const* src, unsigned int n)
-{
-    FiniteRange range;
-    for (unsigned int i = 0; i < n; ++i) {
-        if (!std::isfinite(src[i]))
-            continue;
-        range.min = std::min<double>(range.min, src[i]);
-        range.max = std::max<double>(range.max, src[i]);
-    }
-    return range;
-}
-
-/// The same in lanes, for the common case that nothing is infinite; NaN fails each comparison.
-template <class S>
-FiniteRange RangeOfNumbers(S const* src, unsigned int n)
-{
-    constexpr unsigned int lanes = 64 / sizeof(S);
-    S low[lanes];
-    S high[lanes];
-    std::fill(low, low + lanes, std::numeric_limits<S>::infinity());
-    std::fill(high, high + lanes, -std::numeric_limits<S>::infinity());
-    unsigned int i = 0;
-    for (; i + lanes <= n; i += lanes) {
-        for (unsigned int k = 0; k < lanes; ++k) {
-            low[k] = src[i + k] < low[k] ? src[i + k] : low[k];
-            high[k] = src[i + k] > high[k] ? src[i + k] : high[k];
-        }
-    }
-    FiniteRange range{*std::min_element(low, low + lanes), *std::max_element(high, high + lanes)};
-    for (; i < n; ++i) {
-        range.min = src[i] < range.min ? src[i] : range.min;
-        range.max = src[i] > range.max ? src[i] : range.max;
-    }
-    bool const some_infinite = range.min == -infinity || range.max == infinity;
-    return some_infinite ? RangeOfFinite(src, n) : range;
-}
 
 /// Whether all finite elements are whole; ends in the first block with a fraction.
 template <class S>
 bool AllWhole(S const* src, unsigned int n)
 {
     bool whole = true;
+    // By blocks: a test in the loop itself would keep it from being vectorized.
     for (unsigned int from = 0; whole && from < n; from += block_size) {
         unsigned int const to = std::min(n, from + block_size);
         for (unsigned int i = from; i < to; ++i)
@@ -74,7 +32,7 @@ constexpr double positive_room = sizeof(D) < 4 ? static_cast<double>(elem_greate
                                                : static_cast<double>(elem_greatest<D>) / 4;
 
 template <class D>
-double ScaleFor(FiniteRange range)
+double ScaleFor(MinMax<double> range)
 {
     double scale = infinity;
     if (range.max > 0)
@@ -90,6 +48,7 @@ D RoundSaturated(double v)
 {
     double const shifted = v + std::copysign(0.5, v);
     if constexpr (std::numeric_limits<D>::digits < 53) {
+        // Within 53 bits both bounds are exact doubles, so two comparisons do, without a branch.
         constexpr double low = elem_lowest<D>;
         constexpr double high = elem_greatest<D>;
         double const inside = shifted < low ? low : shifted > high ? high : shifted;
@@ -126,11 +85,12 @@ template <class D>
 template <class S, class D>
 double CopyToFromDouble(D* __restrict dst, S const* __restrict src, unsigned int n)
 {
-    FiniteRange const range = RangeOfNumbers(src, n);
+    auto const range = FiniteMinMaxOf(src, n, MinMaxOf<false>(src, n)).template As<double>();
     if (!std::is_signed_v<wide_t<D>> && range.min < 0)
         Raise(err_kind, "Cannot represent negative value %s in the destination type (%s)",
               str(range.min, 6), TypeToString(type_of<D>::value));
-    bool const none = range.min > range.max;
+    bool const none = range.IsEmpty();
+    // Whole numbers that fit keep their values; all others use the room of the type, by a factor.
     bool const fits = none || (FitsElem<D>(range.min) && FitsElem<D>(range.max));
     double const scale = none || (fits && AllWhole(src, n)) ? 1.0 : ScaleFor<D>(range);
     for (unsigned int i = 0; i < n; ++i)
@@ -146,6 +106,7 @@ void CopyToWithCheck(D* __restrict dst, S const* __restrict src, unsigned int n)
         bool all_fit = true;
         for (unsigned int i = from; i < to; ++i) {
             double const shifted = src[i] + std::copysign(0.5, static_cast<double>(src[i]));
+            // Stored first, reported behind the block: the common case has no way out of the loop.
             all_fit &= FitsElem<D>(shifted);
             dst[i] = RoundSaturated<D>(src[i]);
         }
@@ -159,8 +120,8 @@ Converted FloatsToIntegers(Vector const& v, DataType type, bool keep_factor)
 {
     Converted result{OpenChunk(v.Length(), type), v.Factor()};
     char const* const miss = "Conversion not supported: %s";
-    WithElemType<FloatTypes>(v.ElemType(), miss, [&]<class S>(Elem<S>) {
-        WithElemType<IntegerTypes>(type, miss, [&]<class D>(Elem<D>) {
+    WithElemType<FloatTypes>(v.ElemType(), miss, [&]<class S>(TypeTag<S>) {
+        WithElemType<IntegerTypes>(type, miss, [&]<class D>(TypeTag<D>) {
             D* const dst = static_cast<D*>(result.chunk.Data());
             if (keep_factor)
                 CopyToWithCheck(dst, v.TypedPointer<S>(), v.Length());
@@ -175,8 +136,8 @@ Converted NumbersToFloats(Vector const& v, DataType type)
 {
     Converted result{OpenChunk(v.Length(), type), v.Factor()};
     char const* const miss = "Conversion not supported: %s";
-    WithElemType<NumericTypes>(v.ElemType(), miss, [&]<class S>(Elem<S>) {
-        WithElemType<FloatTypes>(type, miss, [&]<class D>(Elem<D>) {
+    WithElemType<NumericTypes>(v.ElemType(), miss, [&]<class S>(TypeTag<S>) {
+        WithElemType<FloatTypes>(type, miss, [&]<class D>(TypeTag<D>) {
             CopyToFloats(v.TypedPointer<S>(), static_cast<D*>(result.chunk.Data()), v.Length());
         });
     });

@@ -17,8 +17,10 @@ constexpr bool always_fits = InRange<D>(elem_lowest<S>) && InRange<D>(elem_great
 
 /// How far the range must move down to fit.
 template <class D, class W>
-int ShiftFor(ElemRange<W> range)
+int ShiftFor(MinMax<W> range)
 {
+    // Shifting, not scaling: the factor stays a power of two, and cooked values lose no bits but
+    // the lowest.
     int shift = 0;
     while (!InRange<D>(static_cast<W>(range.min >> shift)) ||
            !InRange<D>(static_cast<W>(range.max >> shift)))
@@ -30,6 +32,7 @@ int ShiftFor(ElemRange<W> range)
 template <class S, class D>
 int ShiftOf(Vector const& v)
 {
+    // Known at compile time, so widening never looks for the range.
     if constexpr (always_fits<S, D>) {
         return 0;
     } else {
@@ -58,7 +61,9 @@ void CopyTo_1(void const* src, Vector const& source, D* dst)
 {
     WithElemType<IntegerTypes>(
         source.ElemType(), "Function CopyTo_1 not implemented for data type '%s'",
-        [&]<class S>(Elem<S>) {
+        [&]<class S>(TypeTag<S>) {
+            // A negative value cannot be shifted into an unsigned type: refused before anything is
+            // written.
             if constexpr (std::is_signed_v<wide_t<S>> && !std::is_signed_v<wide_t<D>>) {
                 auto const low = RangeOf<S>(source).min;
                 if (low < 0)
@@ -89,14 +94,15 @@ template <class S>
 void CopyToShifted_tmpl1(S const* src, TypedChunk& dst, int shift)
 {
     auto const n = static_cast<unsigned int>(dst.Length());
+    // Both do the same, under the names that their messages have always had.
     if constexpr (std::is_signed_v<wide_t<S>>)
         WithElemType<IntegerTypes>(
             dst.Type(), "Function divide_tmpl not implemented for data type '%s'",
-            [&]<class D>(Elem<D>) { divide_tmpl(src, static_cast<D*>(dst.Data()), n, shift); });
+            [&]<class D>(TypeTag<D>) { divide_tmpl(src, static_cast<D*>(dst.Data()), n, shift); });
     else
         WithElemType<IntegerTypes>(
             dst.Type(), "Function AvgToShifted_tmpl2 not implemented for data type '%s'",
-            [&]<class D>(Elem<D>) {
+            [&]<class D>(TypeTag<D>) {
                 AvgToShifted_tmpl2(src, static_cast<D*>(dst.Data()), n, shift);
             });
 }
@@ -104,19 +110,20 @@ void CopyToShifted_tmpl1(S const* src, TypedChunk& dst, int shift)
 Converted IntegersToIntegers(Vector const& v, DataType type, bool keep_factor)
 {
     Converted result{OpenChunk(v.Length(), type), v.Factor()};
-    auto const convert = [&]<class S, class D>(Elem<S>, Elem<D>) {
+    auto const convert = [&]<class S, class D>(TypeTag<S>, TypeTag<D>) {
         int const shift = ShiftOf<S, D>(v);
         if (shift == 0)
             return CopyTo_1(v.Pointer(), v, static_cast<D*>(result.chunk.Data()));
         if (keep_factor)
             RefuseToShift<S, D>(v);
         CopyToShifted_tmpl1(v.TypedPointer<S>(), result.chunk, shift);
+        // The elements are that much smaller; the cooked values stay.
         result.factor *= static_cast<double>(1ull << shift);
     };
     char const* const miss = "Conversion not supported: %s";
-    WithElemType<IntegerTypes>(v.ElemType(), miss, [&]<class S>(Elem<S>) {
-        WithElemType<IntegerTypes>(type, miss,
-                                   [&]<class D>(Elem<D>) { convert(Elem<S>{}, Elem<D>{}); });
+    WithElemType<IntegerTypes>(v.ElemType(), miss, [&]<class S>(TypeTag<S>) {
+        WithElemType<IntegerTypes>(
+            type, miss, [&]<class D>(TypeTag<D>) { convert(TypeTag<S>{}, TypeTag<D>{}); });
     });
     return result;
 }

@@ -13,6 +13,7 @@ namespace {
 Vector const* AsNumber(PMemBlock const& element)
 {
     auto const* number = MemCast<Vector>(element.Pointer());
+    // One element only: a longer vector has no single value to put in its place.
     bool const is_number =
         number && number->Length() == 1 && IsInSet<NumericTypes>(number->ElemType());
     return is_number ? number : nullptr;
@@ -23,7 +24,8 @@ T CookedValue(Vector const& number)
 {
     return WithElemType<NumericTypes>(
         number.ElemType(), "Function acsv_tmpl not implemented for data type '%s'",
-        [&]<class S>(Elem<S>) {
+        [&]<class S>(TypeTag<S>) {
+            // Without a factor 64-bit integers stay exact; a product goes through double.
             wide_t<S> const raw = number.TypedPointer<S>()[0];
             return number.Factor() == 1.0 ? ToElem<T>(raw) : ToElem<T>(raw * number.Factor());
         });
@@ -47,6 +49,7 @@ bool RowsOf(Vector const& x, std::vector<DerivedPointer<Vector>>& rows)
 /// One factor for all rows: where they differ, the cooked values as Double.
 void UnifyFactors(std::vector<DerivedPointer<Vector>>& rows)
 {
+    // A column takes elements of all rows and has one factor.
     double const factor = rows[0]->Factor();
     bool const same = std::all_of(rows.begin(), rows.end(),
                                   [&](auto const& row) { return row->Factor() == factor; });
@@ -67,6 +70,7 @@ std::vector<DerivedPointer<Vector>> Transposed(std::vector<DerivedPointer<Vector
     std::vector<DerivedPointer<Vector>> columns;
     for (unsigned int c = 0; c < inner; ++c)
         columns.push_back(Vector::Create(OpenChunk(outer, type_of<T>::value), rows[0]->Factor()));
+    // Reading along a row and writing down a column at once would miss the cache on each write.
     constexpr unsigned int strip = 16;
     for (unsigned int from = 0; from < outer; from += strip) {
         unsigned int const to = std::min(outer, from + strip);
@@ -96,6 +100,7 @@ template <class S>
 void ConvertToDataItem_tmpl(S const* src, unsigned int n, double factor, DataItem* dst)
 {
     for (unsigned int i = 0; i < n; ++i) {
+        // Items know int, int64 and double: narrower numbers become one of these, wider ones stay.
         if constexpr (FloatTypes::has<S>)
             dst[i] = DataItem(static_cast<double>(src[i]));
         else if constexpr (sizeof(S) < sizeof(int))
@@ -111,6 +116,7 @@ template <class S>
 void ConvertToMemBlock_tmpl(S const* src, unsigned int n, double factor, PMemBlock* dst)
 {
     for (unsigned int i = 0; i < n; ++i) {
+        // Raw value and factor stay apart, so that the object reads as the element did.
         auto const number = memblock_tmpl(src[i]);
         number->SetFactor(factor);
         dst[i] = number;
@@ -126,21 +132,21 @@ Converted NumbersToObjects(Vector const& v, DataType type)
     if (type == Vector::String)
         WithElemType<NumericTypes>(
             v.ElemType(), "Function ConvertToStrings_tmpl not implemented for data type '%s'",
-            [&]<class S>(Elem<S>) {
+            [&]<class S>(TypeTag<S>) {
                 ConvertToStrings_tmpl(v.TypedPointer<S>(), n, v.Factor(),
                                       static_cast<safestring*>(dst));
             });
     else if (type == Vector::PolyType)
         WithElemType<NumericTypes>(
             v.ElemType(), "Function ConvertToDataItem_tmpl not implemented for data type '%s'",
-            [&]<class S>(Elem<S>) {
+            [&]<class S>(TypeTag<S>) {
                 ConvertToDataItem_tmpl(v.TypedPointer<S>(), n, v.Factor(),
                                        static_cast<DataItem*>(dst));
             });
     else
         WithElemType<NumericTypes>(
             v.ElemType(), "Function ConvertToMemBlock_tmpl not implemented for data type '%s'",
-            [&]<class S>(Elem<S>) {
+            [&]<class S>(TypeTag<S>) {
                 ConvertToMemBlock_tmpl(v.TypedPointer<S>(), n, v.Factor(),
                                        static_cast<PMemBlock*>(dst));
             });
@@ -156,12 +162,15 @@ void ConvertFromObjects_tmpl(S const* src, unsigned int n, Vector& dst)
 
 Converted ObjectsToNumbers(Vector const& v, DataType type, bool keep_factor)
 {
+    // By SetElem: what an object is as a number, and what is refused, is then the same here and
+    // there.
     auto const numbers = Vector::Create(OpenChunk(v.Length(), type), 1.0);
     WithElemType<ObjectTypes>(
         v.ElemType(), "Function ConvertFromObjects_tmpl not implemented for data type '%s'",
-        [&]<class S>(Elem<S>) {
+        [&]<class S>(TypeTag<S>) {
             ConvertFromObjects_tmpl(v.TypedPointer<S>(), v.Length(), *numbers);
         });
+    // Objects hold cooked values, which go back to raw ones here.
     if (keep_factor)
         numbers->EnsureFactor(v.Factor());
     return {numbers->Chunk(), numbers->Factor()};
@@ -173,6 +182,7 @@ DerivedPointer<Vector> ConvertToNumericVector(DerivedPointer<Vector> x)
         return x;
     unsigned int const n = x->Length();
     safestring const* const texts = cref(x).StringPointer();
+    // Both are filled in one pass, for only the last text decides whether all are whole.
     auto const reals = Vector::Create(OpenChunk(n, Vector::Double), 1.0);
     auto const wholes = Vector::Create(OpenChunk(n, Vector::Int), 1.0);
     double* const real = reals->DoublePointer();
@@ -205,14 +215,16 @@ DerivedPointer<Vector> AttemptConversionToSimpleVector(DerivedPointer<Vector> co
     DataType cover = Vector::NoType;
     for (unsigned int i = 0; i < x->Length(); ++i) {
         Vector const* const number = AsNumber(elements[i]);
+        // All or nothing: with one element that is no number the vector stays as it is.
         if (!number)
             return nullptr;
+        // The cooked values are what goes into the flat vector, which has no factor.
         DataType const type = number->Factor() == 1.0 ? number->ElemType() : Vector::Double;
         cover = i == 0 ? type : ChooseCoverType(cover, type);
     }
     return WithElemType<NumericTypes>(
         cover, "Function acsv_tmpl not implemented for data type '%s'",
-        [&]<class T>(Elem<T>) { return acsv_tmpl<T>(elements, x->Length()); });
+        [&]<class T>(TypeTag<T>) { return acsv_tmpl<T>(elements, x->Length()); });
 }
 
 DerivedPointer<Vector> TransposeVectorOfVectors(DerivedPointer<Vector> x)
@@ -224,11 +236,12 @@ DerivedPointer<Vector> TransposeVectorOfVectors(DerivedPointer<Vector> x)
                                 "length and same numeric type.";
     if (!RowsOf(cref(x), rows))
         Raise(err_kind, unequal);
+    // No row says how many columns there are: the answer is empty, too.
     if (rows.empty())
         return Vector::Create(NewChunk(0, Vector::PMemory), 1.0);
     UnifyFactors(rows);
     auto const columns = WithElemType<NumericTypes>(
-        rows[0]->ElemType(), unequal, [&]<class T>(Elem<T>) { return Transposed<T>(rows); });
+        rows[0]->ElemType(), unequal, [&]<class T>(TypeTag<T>) { return Transposed<T>(rows); });
     auto result = Vector::Create(columns.size(), Vector::PMemory, true, 0, 1.0);
     std::copy(columns.begin(), columns.end(), result->PMemoryPointer());
     return result;

@@ -67,10 +67,11 @@ DataType FindDataType(ConvertOptions const& options)
     DataItem const bits = options.GetValue("bpp", undefined);
     bool const floating = options.GetFlag("floating", false);
     bool const sign_told = options.GetValue("sign", undefined).IsDefined();
+    // Nothing in the options is about the element type: it stays as it is.
     if (bits.IsUndefined() && !floating && !sign_told)
         return Vector::NoType;
     int const depth = bits.IsDefined() ? bits.GetInt() / 8 : floating ? 8 : 4;
-    // Signed unless told: "short" is. Whoever means pixels ("16bpp") tells that they are not.
+    // Signed unless stated otherwise: "short" is. Pixel formats such as 16bpp say "unsigned".
     DataType const type = TypeOfDepth(depth, options.GetFlag("sign", true), floating);
     if (type == Vector::NoType)
         Raise(err_kind, "Unsupported byte depth: %d", depth);
@@ -99,6 +100,7 @@ DataType TypeForKinds(unsigned kinds)
 /// The items as elements, in the order in which lists name them.
 DerivedPointer<Vector> VectorOfItems(Container const& container)
 {
+    // One pass: the kinds decide the type of the vector, and the items are kept until it exists.
     unsigned kinds = 0;
     std::vector<DataItem const*> items;
     ForEachListed(container, [&](ContainerMap::value_type const& item) {
@@ -124,6 +126,7 @@ PMemBlock Vector::ConvertFrom(PMemBlock source, ConvertOptions const& options) c
     auto const* vector = MemCast<Vector>(source.Pointer());
     if (!vector)
         return nullptr;
+    // An object for each number is seldom meant; SetElemType makes them.
     DataType const type = FindDataType(options);
     if (type == PMemory && IsInSet<NumericTypes>(vector->ElemType()))
         Raise(err_kind, "Cowardly refusing to convert into a vector of memblocks: %s", *vector);

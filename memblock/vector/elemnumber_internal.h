@@ -13,6 +13,23 @@ namespace NKelmic {
 template <class T>
 using wide_t = std::conditional_t<std::is_same_v<T, triple>, unsigned int, T>;
 
+/// The integer element types of the same width, with and without a sign. `triple` has no twin, and
+/// the signed type of a byte is plain `char`.
+template <class T>
+struct SignTwins {
+    using with_sign = std::conditional_t<sizeof(T) == 1, char, std::make_signed_t<T>>;
+    using without_sign = std::make_unsigned_t<T>;
+};
+template <>
+struct SignTwins<triple> {
+    using with_sign = triple;
+    using without_sign = triple;
+};
+template <class T>
+using signed_twin = typename SignTwins<T>::with_sign;
+template <class T>
+using unsigned_twin = typename SignTwins<T>::without_sign;
+
 template <class T>
 constexpr wide_t<T> elem_lowest = std::numeric_limits<T>::lowest();
 template <class T>

@@ -11,20 +11,40 @@ namespace NKelmic {
 
 namespace {
 
-struct RealRange {
-    double min, max;
-};
-
-RealRange LimitsOf(DataType type)
+MinMax<double> LimitsOf(DataType type)
 {
     return WithElemType<NumericTypes>(
         type, "Function return std::numeric_limits not implemented for data type '%s'",
-        []<class T>(Elem<T>) {
-            return RealRange{static_cast<double>(elem_lowest<T>),
-                             static_cast<double>(elem_greatest<T>)};
+        []<class T>(TypeTag<T>) {
+            return MinMax<double>{static_cast<double>(elem_lowest<T>),
+                                  static_cast<double>(elem_greatest<T>)};
         },
         err_request);
 }
+
+/// What a numeric type is made of.
+struct TypeForm {
+    DataType type;
+    int bytes;
+    bool is_signed, floating;
+};
+constexpr TypeForm type_forms[] = {
+#define MEMBLOCK_FORM(NAME, ID, T, TEXT)                                                           \
+    {Vector::NAME, sizeof(T), SignedTypes::has<T>, FloatTypes::has<T>},
+    MEMBLOCK_NUMERIC_ELEM_TYPES(MEMBLOCK_FORM)
+#undef MEMBLOCK_FORM
+};
+
+static_assert(
+    [] {
+        for (TypeForm const& a : type_forms)
+            for (TypeForm const& b : type_forms)
+                if (&a != &b && a.bytes == b.bytes && a.is_signed == b.is_signed &&
+                    a.floating == b.floating)
+                    return false;
+        return true;
+    }(),
+    "words cannot distinguish two types of one form");
 
 enum class Kind { open, integer, floating };
 
@@ -88,6 +108,7 @@ bool Combine(TypeWord& sum, TypeWord const& word)
         return false;
     if (word.kind != Kind::open && sum.kind != Kind::open && word.kind != sum.kind)
         return false;
+    // A weak depth gives way: "unsigned short int" is a short, as in C.
     bool const both_strong = word.depth && sum.depth && !word.weak_depth && !sum.weak_depth;
     if (both_strong && word.depth != sum.depth)
         return false;
@@ -105,6 +126,7 @@ bool Combine(TypeWord& sum, TypeWord const& word)
 /// The type that the words name; `NoType` for a combination that does not exist.
 DataType Resolve(TypeWord const& sum)
 {
+    // Words may contradict each other in ways that no single pair shows.
     bool const floating = sum.kind == Kind::floating;
     if (floating && sum.sign != 0)
         return Vector::NoType;
@@ -122,8 +144,9 @@ bool IsId(safestring const& text)
 
 DataType TypeOfId(safestring const& text, ThrowHandlerFunc handler)
 {
+    // What is too long for it comes out as its greatest value, which is out of range as well.
     unsigned long const id = std::strtoul(text.c_str(), nullptr, 10);
-    if (id > Vector::UnsignedInt64) {
+    if (id > greatest_elem_type_id) {
         Report(handler, err_kind, "Type value out of range: %u.", id);
         return Vector::NoType;
     }
@@ -139,26 +162,21 @@ DataType TypeOfId(safestring const& text, ThrowHandlerFunc handler)
 
 DataType TypeOfDepth(int bytes, bool is_signed, bool floating)
 {
-    switch (bytes) {
-    case 1:
-        return floating ? Vector::NoType : is_signed ? Vector::Char : Vector::Byte;
-    case 2:
-        return floating ? Vector::NoType : is_signed ? Vector::Short : Vector::UnsignedShort;
-    case 3:
-        return floating ? Vector::NoType : Vector::Triple;
-    case 4:
-        return floating ? Vector::Float : is_signed ? Vector::Int : Vector::UnsignedInt;
-    case 8:
-        return floating ? Vector::Double : is_signed ? Vector::Int64 : Vector::UnsignedInt64;
-    default:
-        return Vector::NoType;
+    DataType found = Vector::NoType;
+    for (TypeForm const& form : type_forms) {
+        bool const fits = form.bytes == bytes && form.floating == floating;
+        // A type without a counterpart of the other sign serves for both.
+        if (fits && (found == Vector::NoType || form.is_signed == is_signed))
+            found = form.type;
     }
+    return found;
 }
 
-/// Settled: the bound of Char lies at -128 and that of Short above -32768, neither included.
-/// Each test is one that NaN fails.
+/// Settled: the lower bounds are min > -128 for Char and min > -32767.5 for Short, so that -128
+/// takes Short. Each test is one that NaN fails.
 DataType Vector::MinMax2Type(double min, double max)
 {
+    static_assert(type_count<TypesUpTo<IntegerTypes, 4>> == 7, "a type that is not chosen here");
     if (max < 255.5 && min >= 0)
         return Byte;
     if (max < 127.5 && min > -128)
@@ -176,6 +194,7 @@ DataType Vector::MinMax2Type(double min, double max)
 
 DataType ChooseCoverType(DataType a, DataType b)
 {
+    static_assert(type_count<FloatTypes> == 2, "the wider one of two has to be found otherwise");
     if (a == b)
         return a;
     if (IsInSet<ObjectTypes>(b))
@@ -188,9 +207,9 @@ DataType ChooseCoverType(DataType a, DataType b)
         return b;
     if (IsInSet<UnsignedTypes>(a) == IsInSet<UnsignedTypes>(b))
         return Vector::SizeOf(a) > Vector::SizeOf(b) ? a : b;
-    RealRange const of_a = LimitsOf(a);
-    RealRange const of_b = LimitsOf(b);
-    return Vector::MinMax2Type(std::min(of_a.min, of_b.min), std::max(of_a.max, of_b.max));
+    MinMax<double> both = LimitsOf(a);
+    both.Merge(LimitsOf(b));
+    return Vector::MinMax2Type(both.min, both.max);
 }
 
 DataType Vector::String2Type(safestring const& text, ThrowHandlerFunc handler)
@@ -200,6 +219,7 @@ DataType Vector::String2Type(safestring const& text, ThrowHandlerFunc handler)
         Report(handler, err_kind, "Elemtype spec missing.");
         return NoType;
     }
+    // A number among other words is no id.
     if (words.size() == 1 && IsId(words[0]))
         return TypeOfId(words[0], handler);
     TypeWord sum{.text = ""};

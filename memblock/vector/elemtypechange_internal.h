@@ -39,6 +39,15 @@ DerivedPointer<Vector> PlainUnlessOwnType(DerivedPointer<Vector> const& v);
 /// Throw if the class of the vector has a length that never changes.
 void CheckLengthIsFree(Vector const& v);
 
+// Objects of those classes that vectors give.
+
+/// A list of pixels of an image of this size; the indices have been checked.
+PMemBlock PixelListOf(DerivedPointer<Vector> const& indices, unsigned int width,
+                      unsigned int height);
+
+/// The range of the indices 0 to `length`, which is not included.
+PMemBlock RangeOfIndices(unsigned int length);
+
 } // namespace NKelmic
 
 #endif // MEMBLOCK_VECTOR_ELEMTYPECHANGE_INTERNAL_H

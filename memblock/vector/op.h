@@ -1,7 +1,7 @@
 #ifndef MEMBLOCK_VECTOR_OP_H
 #define MEMBLOCK_VECTOR_OP_H
 
-// The header has moved; this path stays for those who include it.
+// The header has moved; this path stays for its includers.
 #include <memblock/vector/arithmetic/op.h>
 
 #endif // MEMBLOCK_VECTOR_OP_H

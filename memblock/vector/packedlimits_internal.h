@@ -6,9 +6,10 @@
 namespace NKelmic {
 
 // What `IntervalVector` wants done differently where vectors work on their elements; it implements
-// these hooks. The elements of an interval vector with separate ends are half of its limits. Whatever works on
-// the elements of any vector, from `Vector::Erase` to the key "max", works there on the limits of
-// the contiguous form. An edit ends in that form; a reader leaves the object as it is.
+// these hooks. The elements of an interval vector with separate ends are half of its limits.
+// Whatever works on the elements of any vector, from `Vector::Erase` to the key "max", works there
+// on the limits of the contiguous form. An edit ends in that form; a reader leaves the object as it
+// is.
 
 /// The lowest logical class of interval vectors.
 constexpr int first_interval_class = 23;

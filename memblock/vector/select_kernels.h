@@ -18,7 +18,7 @@ namespace NKelmic::select {
 
 /// Unsigned numbers in the order of the elements: what follows counts and compares these only.
 ///
-/// NaN stands behind everything, and -0.0 before 0.0; both come back as they went in, but for the
+/// NaN comes after everything, and -0.0 before 0.0; both come back as they went in, but for the
 /// payload of a NaN.
 template <class T>
 struct Key {
@@ -117,7 +117,7 @@ K select_key(X const* x, std::size_t n, std::size_t k, int bits, KeyOf key)
     return select_key<K>(picked.data(), picked.size(), k, shift, std::identity());
 }
 
-/// The element that stands at place k when all are sorted; 0 <= k < n.
+/// The element at place k when all are sorted; 0 <= k < n.
 template <class T>
 T Nth(T const* x, std::size_t n, std::size_t k)
 {

@@ -25,20 +25,6 @@ int Count(std::size_t n)
     return static_cast<int>(n);
 }
 
-/// The extremes among finite elements: those of all, unless an infinity took part.
-template <class T>
-void FindFiniteExtremes(T const* data, unsigned int n, stat_minmax<T>& found)
-{
-    Number<T> const low = found.min;
-    Number<T> const high = found.max;
-    Extremes<Number<T>> finite{low, high};
-    if (!IsFinite(low) || !IsFinite(high))
-        finite = BlockExtremes<true>(data, n);
-    bool const any = finite.min <= finite.max;
-    found.finitemin = any ? static_cast<double>(finite.min) : 0;
-    found.finitemax = any ? static_cast<double>(finite.max) : 0;
-}
-
 template <class T>
 DataItem ItemOf(T value)
 {
@@ -51,6 +37,7 @@ DataItem ItemOf(T value)
 template <class T>
 double Sum(T const* data, unsigned int n)
 {
+    // Integers add exactly, so their order is free and the loop can run as wide as it likes.
     if constexpr (is_small_integer<T>)
         return static_cast<double>(SumExactly<false>(data, n).first);
     else if constexpr (!std::is_floating_point_v<T> && !is_64bit_integer<T>)
@@ -68,6 +55,8 @@ double Mean(T const* data, unsigned int n)
             Warning(err_value,
                     Text("Calculating mean value of %d element vector: ignored %d infinite values.",
                          n, Count(sums.infinities)));
+        // Finite values may still add up to infinity; then each is divided first, which costs a
+        // second pass.
         auto const count = static_cast<double>(sums.count);
         if (std::isfinite(sums.first))
             return sums.count > 0 ? sums.first / count : nan;
@@ -138,7 +127,7 @@ DataItem AsInt(SafeValue const& value, ThrowHandlerFunc handler)
     int const number = value.GetInt(check);
     if (ok)
         return DataItem(number);
-    value.GetInt(handler); // tells why
+    value.GetInt(handler); // reports why
     return {};
 }
 
@@ -167,22 +156,29 @@ DataItem ExtremeItem(stat_minmax<T> const& found, int key)
 template <class T>
 stat_minmax<T> CalcMinMax(T const* data, unsigned int n, MemBlockImpl* impl)
 {
+    // Values and blocks first, places after: a loop that carried indices would not be vector code.
     auto const extremes = FindExtremes(data, n);
     stat_minmax<T> found{};
-    found.any = extremes.min <= extremes.max;
+    found.any = !extremes.IsEmpty();
     if (found.any) {
-        // The first of equal values is the one told, also where zeros differ by their sign.
+        // The first of equal values is the one reported, also where zeros differ by their sign.
         std::size_t const minat = FirstAt(data, extremes.min_block, n, extremes.min);
         std::size_t const maxat = FirstAt(data, extremes.max_block, n, extremes.max);
         found.minat = Count(minat);
         found.maxat = Count(maxat);
         found.min = data[minat];
         found.max = data[maxat];
-        FindFiniteExtremes(data, n, found);
+        MinMax<wide_t<T>> const all{found.min, found.max}; // with the signs of the zeros found
+        if (auto const finite = FiniteMinMaxOf(data, n, all); !finite.IsEmpty()) {
+            found.finitemin = static_cast<double>(finite.min);
+            found.finitemax = static_cast<double>(finite.max);
+        }
     } else if constexpr (std::is_floating_point_v<T>) {
         found.min = found.max = std::numeric_limits<T>::quiet_NaN();
         found.minat = found.maxat = -1;
     }
+    // One pass finds all six, so all are stored: a read of the maximum mostly precedes one of the
+    // minimum next.
     if (impl)
         for (int key : {key_max, key_min, key_maxat, key_minat, key_finitemin, key_finitemax})
             impl->SetSecondaryItem(key, ExtremeItem(found, key));
@@ -208,6 +204,7 @@ double calc_median(T const* data, unsigned int n, bool average, ThrowHandlerFunc
     }
     if (count == 0)
         return nan;
+    // By selection: sorting would cost more the longer the vector, and the data must stay as it is.
     std::size_t const middle = count / 2;
     T const upper = select::Nth(data, count, middle);
     if (!average || count % 2 != 0)
@@ -220,7 +217,7 @@ template <class T>
 DataItem CSINV(T const* data, unsigned int n, int key, MemBlockImpl* impl, bool& handled,
                ThrowHandlerFunc handler)
 {
-    if (key > key_finitemax) {
+    if (key > key_last_summary) {
         handled = false;
         return {};
     }
@@ -239,7 +236,7 @@ DataItem CSINV(T const* data, unsigned int n, int key, MemBlockImpl* impl, bool&
         if (n != 1)
             Report(handler, err_request, "Cannot convert vector of %d elements into a number.", n);
         else
-            handled = false; // the object itself tells its scalar, factor included
+            handled = false; // the object itself gives its scalar, factor included
         return {};
     case key_mean:
         return DataItem(Mean(data, n));
@@ -255,7 +252,8 @@ DataItem CSINV(T const* data, unsigned int n, int key, MemBlockImpl* impl, bool&
         return Histogram(impl, handler);
     case key_variance:
         if constexpr (is_small_integer<T>)
-            if (n > ordered)
+            // Up to that length the sequential sums give the bits, as for all types.
+            if (n > longest_sequential_sum)
                 return DataItem(SmallVariance(data, n, impl));
         return DataItem(
             Variance(data, n, OtherKey(data, n, key_mean, impl, handler).GetFloating(handler)));
@@ -274,30 +272,17 @@ DataItem CSINV(T const* data, unsigned int n, int key, MemBlockImpl* impl, bool&
     }
 }
 
-#define MEMBLOCK_INSTANTIATE_SUMMARY(T)                                                            \
+#define MEMBLOCK_INSTANTIATE(NAME, ID, T, TEXT)                                                    \
     template stat_minmax<T> CalcMinMax(T const*, unsigned int, MemBlockImpl*);                     \
     template double calc_median(T const*, unsigned int, bool, ThrowHandlerFunc);                   \
     template DataItem CSINV(T const*, unsigned int, int, MemBlockImpl*, bool&, ThrowHandlerFunc);
-MEMBLOCK_INSTANTIATE_SUMMARY(char)
-MEMBLOCK_INSTANTIATE_SUMMARY(unsigned char)
-MEMBLOCK_INSTANTIATE_SUMMARY(short)
-MEMBLOCK_INSTANTIATE_SUMMARY(unsigned short)
-MEMBLOCK_INSTANTIATE_SUMMARY(triple)
-MEMBLOCK_INSTANTIATE_SUMMARY(int)
-MEMBLOCK_INSTANTIATE_SUMMARY(unsigned int)
-MEMBLOCK_INSTANTIATE_SUMMARY(long long)
-MEMBLOCK_INSTANTIATE_SUMMARY(unsigned long long)
-MEMBLOCK_INSTANTIATE_SUMMARY(float)
-MEMBLOCK_INSTANTIATE_SUMMARY(double)
-#undef MEMBLOCK_INSTANTIATE_SUMMARY
+MEMBLOCK_NUMERIC_ELEM_TYPES(MEMBLOCK_INSTANTIATE)
+#undef MEMBLOCK_INSTANTIATE
 
 char const* Vector::Key2string(int key)
 {
-    static constexpr char const* names[] = {"max",    "min",   "mean",   "median",    "rough_max",
-                                            "sum",    "width", "stddev", "histogram", nullptr,
-                                            "median", nullptr, nullptr,  "finitemin", "finitemax"};
-    if (key >= key_max && key <= key_finitemax && names[key - key_max])
-        return names[key - key_max];
+    if (char const* const known = SummaryKeyName(key))
+        return known;
     static thread_local char number[16]; // of a thread: messages are built on workers too
     std::snprintf(number, sizeof number, "%d", key);
     return number;

@@ -2,29 +2,28 @@
 #define MEMBLOCK_VECTOR_SUMMARY_H
 
 #include <memblock/core/memblockimpl.h>
+#include <memblock/core/summarykeys.h>
 
 namespace NKelmic {
 
-/// Keys of the summary values of a vector in its cache. All are raw.
-enum summary_key : int {
-    key_max = 100,
-    key_min = 101,
-    key_mean = 102,
-    key_median = 103,
-    key_rough_max = 104, ///< a value at or above the maximum, as an int
-    key_sum = 105,
-    key_width = 106, ///< a name only: images answer it
-    key_stddev = 107,
-    key_histogram = 108,
-    key_variance = 109,
-    key_fmedian = 110, ///< the two middle elements averaged
-    key_maxat = 111,   ///< index of the first maximum
-    key_minat = 112,
-    key_finitemin = 113,
-    key_finitemax = 114
+/// The cache of a vector with elements of type T: it works out the summary values.
+template <class T>
+class VectorImpl : public MemBlockImpl {
+public:
+    explicit VectorImpl(Vector const* owner);
+    ~VectorImpl() override;
+    DataItem CalculateSecondaryItem(int key, ThrowHandlerFunc handler) const override;
+    DataItem CalculateSecondaryItemNonVirtual(int key, bool& handled,
+                                              ThrowHandlerFunc handler) const;
 };
 
-/// The extremes of an array and where they stand first.
+/// Work out a summary value of an array and keep it in the cache. `handled` comes out false for a
+/// key that is none; the value is then undefined.
+template <class T>
+MEMBLOCK_API DataItem CSINV(T const* data, unsigned int n, int key, MemBlockImpl* impl,
+                            bool& handled, ThrowHandlerFunc handler);
+
+/// The extremes of an array and the place of the first of each.
 ///
 /// NaN takes no part; infinities take part in min and max alone. With no number at all min and max
 /// are NaN, the indices -1; with no finite number finitemin and finitemax are 0.
@@ -44,7 +43,7 @@ struct stat_minmax {
 template <class T>
 MEMBLOCK_API stat_minmax<T> CalcMinMax(T const* data, unsigned int n, MemBlockImpl* impl);
 
-/// The element that stands at n / 2 when all finite ones are sorted, or for an even n and `average`
+/// The element at n / 2 when all finite ones are sorted, or for an even n and `average`
 /// the mean of the two middle ones. NaN if there is none. O(n), by selection; the data stays.
 ///
 /// Warns: 512 "Ignored %d infinities and %d NaN-s in vector of %d elements."

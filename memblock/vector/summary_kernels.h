@@ -2,7 +2,7 @@
 #define MEMBLOCK_VECTOR_SUMMARY_KERNELS_H
 
 #include <memblock/base/multiversion.h>
-#include <memblock/core/datatype.h>
+#include <memblock/vector/range_kernels.h>
 
 #include <algorithm>
 #include <cmath>
@@ -14,67 +14,7 @@
 /// One-pass loops behind the summary values. `triple` is computed as unsigned int.
 namespace NKelmic::summary {
 
-template <class T>
-using Number = std::conditional_t<std::is_same_v<T, triple>, unsigned int, T>;
-
-/// The start of a search for the least (the greatest): beyond every number of the type.
-template <class V>
-constexpr V above_all = std::is_floating_point_v<V> ? std::numeric_limits<V>::infinity()
-                                                    : std::numeric_limits<V>::max();
-template <class V>
-constexpr V below_all = std::is_floating_point_v<V> ? -std::numeric_limits<V>::infinity()
-                                                    : std::numeric_limits<V>::lowest();
-
-template <class T>
-bool IsFinite(T v)
-{
-    if constexpr (std::is_floating_point_v<T>)
-        return std::fabs(v) <= std::numeric_limits<T>::max();
-    else
-        return true;
-}
-
 // ---- extremes ------------------------------------------------------------------------------
-
-template <class V>
-struct Extremes {
-    V min = above_all<V>;
-    V max = below_all<V>;
-};
-
-/// Floating extremes run in this many lanes: the compiler may not part such a search by itself.
-template <class T>
-constexpr std::size_t lanes = std::is_floating_point_v<T> ? 256 / sizeof(T) : 1;
-
-/// Extremes of one block. NaN falls out of both comparisons. With `finite_only` infinities do too.
-template <bool finite_only, class T>
-MEMBLOCK_MULTIVERSION Extremes<Number<T>> BlockExtremes(T const* __restrict x, std::size_t n)
-{
-    using V = Number<T>;
-    V low[lanes<T>];
-    V high[lanes<T>];
-    std::fill_n(low, lanes<T>, above_all<V>);
-    std::fill_n(high, lanes<T>, below_all<V>);
-    auto const take = [](V v, V& least, V& most) {
-        bool const counts = !finite_only || IsFinite(v);
-        least = counts && v < least ? v : least;
-        most = counts && v > most ? v : most;
-    };
-    std::size_t i = 0;
-    if constexpr (lanes < T >> 1)
-        for (; i + lanes<T> <= n; i += lanes<T>)
-            for (std::size_t lane = 0; lane < lanes<T>; ++lane)
-                take(x[i + lane], low[lane], high[lane]);
-    V least = low[0];
-    V most = high[0];
-    for (; i < n; ++i)
-        take(x[i], least, most);
-    for (std::size_t lane = 1; lane < lanes<T>; ++lane) {
-        least = low[lane] < least ? low[lane] : least;
-        most = high[lane] > most ? high[lane] : most;
-    }
-    return {least, most};
-}
 
 /// Elements looked at together: small enough to stay in the nearest cache for the second look.
 template <class T>
@@ -82,7 +22,7 @@ constexpr std::size_t block = 16384 / sizeof(T);
 
 /// The index of the first element equal to `value`, searched from `from`; n if there is none.
 template <class T>
-std::size_t FirstAt(T const* x, std::size_t from, std::size_t n, Number<T> value)
+std::size_t FirstAt(T const* x, std::size_t from, std::size_t n, wide_t<T> value)
 {
     if constexpr (sizeof(T) == 1) {
         auto const* hit = static_cast<T const*>(
@@ -90,40 +30,39 @@ std::size_t FirstAt(T const* x, std::size_t from, std::size_t n, Number<T> value
         return hit ? static_cast<std::size_t>(hit - x) : n;
     } else {
         return static_cast<std::size_t>(
-            std::find_if(x + from, x + n, [value](Number<T> v) { return v == value; }) - x);
+            std::find_if(x + from, x + n, [value](wide_t<T> v) { return v == value; }) - x);
     }
 }
 
-/// Extremes of an array, with the start of the block in which each was met first.
+/// The range of an array, with the start of the block in which each end was met first.
 template <class V>
-struct PlacedExtremes : Extremes<V> {
+struct PlacedMinMax : MinMax<V> {
     std::size_t min_block = 0;
     std::size_t max_block = 0;
 };
 
 template <class T>
-PlacedExtremes<Number<T>> FindExtremes(T const* x, std::size_t n)
+PlacedMinMax<wide_t<T>> FindExtremes(T const* x, std::size_t n)
 {
-    PlacedExtremes<Number<T>> found;
+    PlacedMinMax<wide_t<T>> found;
     for (std::size_t start = 0; start < n; start += block<T>) {
-        auto const here = BlockExtremes<false>(x + start, std::min(block<T>, n - start));
-        if (here.min < found.min) {
-            found.min = here.min;
+        auto const here = MinMaxOf<false>(x + start, std::min(block<T>, n - start));
+        if (here.min < found.min)
             found.min_block = start;
-        }
-        if (here.max > found.max) {
-            found.max = here.max;
+        if (here.max > found.max)
             found.max_block = start;
-        }
+        found.Merge(here);
     }
     return found;
 }
 
 // ---- sums ----------------------------------------------------------------------------------
 
+static_assert(type_count<FloatTypes> == 2, "all sums grow in double");
+
 /// Up to this length sums run in element order; beyond, in a fixed number of lanes, so that every
 /// machine gives the same bits.
-constexpr std::size_t ordered = 64;
+constexpr std::size_t longest_sequential_sum = 64;
 constexpr std::size_t sum_lanes = 16;
 
 /// What a floating pass gives: sums over the finite elements, and what was left out.
@@ -155,7 +94,7 @@ template <bool squares, class T>
 MEMBLOCK_INLINE_LOOP void AddFinite(T const* __restrict x, std::size_t n, double centre,
                                     SumLanes& lanes)
 {
-    auto const about = [=](T v) { return static_cast<double>(static_cast<Number<T>>(v)) - centre; };
+    auto const about = [=](T v) { return static_cast<double>(static_cast<wide_t<T>>(v)) - centre; };
     for (std::size_t i = 0; i < n; i += sum_lanes)
         for (std::size_t lane = 0; lane < sum_lanes; ++lane)
             lanes.first[lane] += about(x[i + lane]);
@@ -173,7 +112,7 @@ void AddWithTest(T const* x, std::size_t n, double centre, SumLanes& lanes, Sums
                  std::size_t width)
 {
     for (std::size_t i = 0; i < n; ++i) {
-        Number<T> const v = x[i];
+        wide_t<T> const v = x[i];
         if (!IsFinite(v)) {
             ++(v == v ? sums.infinities : sums.nans);
             continue;
@@ -187,7 +126,7 @@ void AddWithTest(T const* x, std::size_t n, double centre, SumLanes& lanes, Sums
 
 /// Sum v - centre, and its squares where asked for, over the finite elements.
 ///
-/// Blocks go without a test of each element. A sum that is not finite behind one tells that the
+/// Blocks go without a test of each element. A sum that is not finite after one means that the
 /// block has to be done again with it; the same additions in the same lanes then leave out what is
 /// not finite.
 template <bool squares, class T>
@@ -197,7 +136,7 @@ MEMBLOCK_MULTIVERSION Sums SumAbout(T const* __restrict x, std::size_t n, double
     Sums sums;
     SumLanes lanes;
     std::size_t i = 0;
-    for (std::size_t size; n > ordered && i + sum_lanes <= n; i += size) {
+    for (std::size_t size; n > longest_sequential_sum && i + sum_lanes <= n; i += size) {
         size = std::min(run, (n - i) / sum_lanes * sum_lanes);
         SumLanes const before = lanes;
         AddFinite<squares>(x + i, size, centre, lanes);
@@ -307,7 +246,7 @@ MEMBLOCK_MULTIVERSION long long SumWide(T const* __restrict x, std::size_t n)
 {
     long long sum = 0;
     for (std::size_t i = 0; i < n; ++i)
-        sum += static_cast<Number<T>>(x[i]);
+        sum += static_cast<wide_t<T>>(x[i]);
     return sum;
 }
 

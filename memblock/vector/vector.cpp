@@ -25,6 +25,7 @@ bool IsColorPlane(PMemBlock const& element, PMemBlock const& first)
         return false;
     auto const* plane = MemCast<Vector>(element.Pointer());
     auto const* model = MemCast<Vector>(first.Pointer());
+    // Alike in all that a pixel depends on, or three planes are no picture.
     return plane && model && plane->ElemType() == model->ElemType() &&
            plane->Factor() == model->Factor() && plane->GetDimSize(0) == model->GetDimSize(0) &&
            plane->GetDimSize(1) == model->GetDimSize(1);
@@ -42,6 +43,7 @@ bool HoldsColorPlanes(Vector const& v)
 /// Whether the sizes, from the last one on, multiply to the length.
 bool ShapeIsConsistent(Vector const& v, safestring& message)
 {
+    // Divided, not multiplied: sizes that came from a file may overflow a product.
     unsigned int remaining = v.Length();
     bool some_zero = false;
     for (int i = v.GetRank() - 1; i >= 0; --i) {
@@ -102,6 +104,8 @@ Vector::Vector(Vector const& o, TypedChunk const& chunk, double factor)
 
 Vector::Vector(Vector const& o) : Vector(o, o.chunk_, o.factor_)
 {
+    // Objects are counted. Two vectors on one buffer of them would each take the other's counts for
+    // its own.
     if (IsObject(ElemType()))
         chunk_.DetachSharedData();
 }
@@ -117,6 +121,7 @@ bool Vector::Conforms(char const* classname) const
 {
     if (SameName(classname, "vector"))
         return true;
+    // Asked of the content each time: it changes with any element.
     if (SameName(classname, "color_data"))
         return HoldsColorPlanes(*this);
     return MemBlock::Conforms(classname);
@@ -165,6 +170,8 @@ safestring Vector::DoGetDescription() const
 
 bool Vector::Consistent(safestring& message, bool deep) const
 {
+    // Each check runs, whatever the ones before it found: the message is read by somebody who has
+    // to repair a file, and names all faults.
     bool ok = MemBlock::Consistent(message, deep);
     ok = chunk_.Consistent(message) && ok;
     ok = ShapeIsConsistent(*this, message) && ok;
@@ -180,6 +187,7 @@ bool Vector::Consistent(safestring& message, bool deep) const
 bool Vector::Equals(MemBlock const& other) const
 {
     auto const* o = dynamic_cast<Vector const*>(&other);
+    // A factor that went through a text need not be the same to the bit.
     return o && SameFactor(factor_, o->factor_) && chunk_ == o->chunk_ && MemBlock::Equals(other);
 }
 
@@ -192,6 +200,9 @@ PMemBlock Vector::DoClone(int mode) const
 
 void Vector::FinishClone(int mode)
 {
+    static_assert(type_count<ObjectTypes> == 3, "texts are copied with the buffer");
+    // The buffer of a clone has its own elements; what the elements refer to may still be shared. A
+    // deep copy gets its objects replaced by the walk, but a walk does not enter shared values.
     if (ElemType() == PolyType) {
         DataItem* items = PolyTypePointer();
         for (unsigned int i = 0; i < Length(); ++i)
@@ -229,8 +240,7 @@ bool Vector::CanBeCast(DataType type) const
     if (type == PMemory || type == Float || ElemType() == Float)
         return false;
     return WithElemTypeOr<AllTypes>(
-        type, [] { return false; },
-        [&]<class T>(NKelmic::Elem<T>) { return sizeof(T) == ElemSize(); });
+        type, [] { return false; }, [&]<class T>(TypeTag<T>) { return sizeof(T) == ElemSize(); });
 }
 
 int Vector::GetRank() const
@@ -284,6 +294,8 @@ int Vector::RealToPixel(double value, rounding_t mode) const
 
 void Vector::ClearBorders() const
 {
+    // Only images know the word. For all others the refusal is a warning, as scripts call this for
+    // whatever they hold.
     Convert(safestringlist(safestring("clearedborders"), ','), safestring(), LogWarnings());
 }
 

@@ -5,6 +5,7 @@
 #include <memblock/core/memblock.h>
 #include <memblock/core/safevalue.h>
 #include <memblock/core/typedchunk.h>
+#include <memblock/vector/summary.h>
 
 namespace NKelmic {
 
@@ -21,7 +22,7 @@ enum rounding_t : int { rounding_floor = 1, rounding_ceil = 2, rounding_nearest 
 /// buffer private first. They do not drop cached summary values either; who writes through a
 /// pointer calls `ContentHasBeenChanged()` when it is done.
 ///
-/// Errors raised here carry code 128 unless another is told.
+/// Errors raised here have code 128 unless stated otherwise.
 class MEMBLOCK_API Vector : public MemBlock, public DataTypeBase {
 public:
     static char const* StaticClass() { return "vector"; }
@@ -36,7 +37,7 @@ public:
     /// Make a vector of zeros, empty texts, undefined values or null objects.
     ///
     /// The bool is ignored: a new buffer is always initialized. With `first` above 0 that many
-    /// elements lie ahead of index 0, see `SetFirstIndex`; plain element types only.
+    /// elements precede index 0, see `SetFirstIndex`; plain element types only.
     /// Throws: 256 for lengths above the limit; 4096 "Operation not supported: VC139".
     static DerivedPointer<Vector> Create(unsigned long length, DataType, bool ignored, int first,
                                          double factor);

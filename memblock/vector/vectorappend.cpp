@@ -1,9 +1,9 @@
 #include <memblock/vector/vector.h>
 
-#include <memblock/vector/elemtypechange_internal.h>
-#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/vector/convert.h>
 #include <memblock/vector/convert_internal.h>
+#include <memblock/vector/elemtypechange_internal.h>
+#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
 namespace NKelmic {
@@ -16,9 +16,12 @@ DataType CoverForAppend(Vector const& mine, Vector const& other, bool other_fact
     DataType const type = mine.ElemType();
     DataType const added = other.ElemType();
     if (other_factor && IsInSet<IntegerTypes>(type) && IsInSet<IntegerTypes>(added))
+        // Under two factors the cooked values of integers are fractions of each other.
         return Vector::Double;
     if (type == added)
         return type;
+    // Negative elements and unsigned ones meet in Double, although a wider signed type
+    // would hold both. An empty vector has no negative element.
     bool const sign_mix = IsInSet<SignedTypes>(type) && IsInSet<UnsignedTypes>(added);
     if (sign_mix && mine.Length() > 0 && mine.SecondaryDouble(key_min, throw_always) < 0)
         return Vector::Double;
@@ -40,6 +43,7 @@ char* At(void* data, unsigned long index, unsigned long width)
 DerivedPointer<Vector> WithType(DerivedPointer<Vector> const& v, DataType cover)
 {
     try {
+        // The caller reads of the append, not of the conversion that it needed.
         return cref(v).ConvertElemsToType(cover, true, true);
     } catch (Exception const&) {
         Raise(err_kind, "Vector::Append(): Could not convert another vector in my representation.");
@@ -51,6 +55,7 @@ DerivedPointer<Vector> WithFactor(DerivedPointer<Vector> v, double factor)
 {
     if (!IsInSet<FloatTypes>(v->ElemType()))
         v = cref(v).ConvertElemsToType(Vector::Double, true, true);
+    // The operand may be somebody else's object, and the conversion may have returned it as it is.
     v = PrivateCopy(std::move(v));
     v->EnsureFactor(factor);
     return v;
@@ -76,9 +81,11 @@ void Vector::Append(DerivedPointer<Vector> v)
     unsigned long const old_length = Length();
     unsigned long const added = v->Length(); // fixed now: v may be this vector
     CheckNewLength(old_length + added);
+    // The common case grows in place; a wider type needs a new buffer anyhow.
     if (cover == ElemType())
         return AppendSameType(cref(v), added);
 
+    // Made aside: this vector changes in one step that cannot fail half-way.
     TypedChunk whole = ConvertContents(*this, cover, true).chunk;
     whole.ResizeVector(old_length + added, true, false);
     CopyElements(At(whole.Data(), old_length, whole.ElemSize()), cref(v).Pointer(), added, cover);
@@ -91,6 +98,7 @@ void Vector::AppendSameType(Vector const& v, unsigned long added)
     ResizeVector(old_length + added, true, true);
     void* const data = Pointer();
     try {
+        // Appended to itself its buffer has just moved, so the old address is gone.
         CopyElements(At(data, old_length, ElemSize()), &v == this ? data : v.Pointer(), added,
                      ElemType());
     } catch (...) {

@@ -26,6 +26,7 @@ void AskForObjects(Vector& v, unsigned int first, PMemBlock const* objects, unsi
         return;
     SafeValue arguments[] = {static_cast<int>(first), static_cast<int>(count),
                              static_cast<void*>(const_cast<PMemBlock*>(objects))};
+    // A verb, not a virtual function: plug-ins are built against the order of the slots.
     v.DoVerb("notif_objects_chng", 3, arguments);
 }
 
@@ -37,6 +38,7 @@ void AskForContent(Vector& v, TypedChunk const& chunk)
     v.DoVerb("notif_elmtyp_chng", 1, &type);
     if (chunk.Type() != DataTypeBase::PMemory)
         return;
+    // The class looks at the objects themselves, so they must be there.
     chunk.DelayedInitialize();
     AskForObjects(v, 0, static_cast<PMemBlock const*>(chunk.Data()), chunk.Length());
 }
@@ -75,6 +77,8 @@ TypedChunk OpenChunk(unsigned long length, DataType type)
         return NewChunk(length, type);
     CheckLength(length);
     unsigned long const size = length * TypedChunk::SizeOf(type);
+    // Left as it comes: every caller writes all elements, and clearing them first would cost a
+    // second pass over memory.
     void* const block = mb_malloc(size);
     if (!block && size > 0)
         throw std::bad_alloc();

@@ -8,13 +8,13 @@ namespace NKelmic {
 /// Throw 256 for a length that `int` positions can't count.
 void CheckLength(unsigned long length);
 
-/// Throw 128 for null where elements must lie.
+/// Throw 128 for null where elements must be.
 void CheckBuffer(void const* buffer, unsigned long length);
 
 /// Throw as the two above for a chunk that no vector can hold.
 void CheckChunk(TypedChunk const& chunk);
 
-/// A view of foreign memory, which is taken over; index 0 lies `first` elements into it. Where this
+/// A view of foreign memory, which is taken over; index 0 is `first` elements into it. Where this
 /// throws the memory stays the caller's.
 template <class... Release>
 TypedChunk ForeignChunk(unsigned long length, DataType type, void* buffer, unsigned long first,

@@ -26,6 +26,7 @@ TypedChunk NewChunkWithFirst(unsigned long length, DataType type, unsigned long 
         return NewChunk(length, type);
     if (TypedChunk::IsObject(type))
         Raise(err_request, "Operation not supported: VC139");
+    // Each by itself: the sum of two lengths beyond the limit could wrap and pass.
     CheckLength(length);
     CheckLength(length + first);
     unsigned long const width = TypedChunk::SizeOf(type);
@@ -39,6 +40,7 @@ bool ReadWhole(safestring const& text, long& number)
         text.size() > 1 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
     char* end = nullptr;
     long const read = std::strtol(text.c_str(), &end, hexadecimal ? 16 : 10);
+    // Elements are Int: a number beyond is the nearest one, as strtol does it for long.
     number =
         std::clamp<long>(read, std::numeric_limits<int>::min(), std::numeric_limits<int>::max());
     return end != text.c_str() && *end == '\0';
@@ -84,6 +86,7 @@ DerivedPointer<Vector> Vector::Create(unsigned long length, DataType type, void*
 template <class T>
 DerivedPointer<Vector> memblock_tmpl(T const& value)
 {
+    // By value, not over Fill: a scalar is made for nearly each answer of a script.
     TypedChunk chunk = NewChunk(1, type_of<T>::value);
     *static_cast<T*>(chunk.Data()) = value;
     return Vector::Create(chunk, 1.0);
@@ -140,6 +143,7 @@ DerivedPointer<Vector> Vector::CreateFromSafeString(safestring& text)
 {
     CheckLength(text.size());
     auto owner = std::make_unique<safestring>();
+    // Swapped, not copied: the bytes stay where they are, and the caller keeps an empty text.
     owner->swap(text);
     safestring* const taken = owner.release(); // from here on the chunk's
     return Create(taken->size(), Byte, taken->data(), SafeStringDeleter, taken, 0, 1.0);
@@ -150,11 +154,13 @@ DerivedPointer<Vector> Vector::MakeSequence(safestring const& from, safestring c
     long first = 0;
     long last = 0;
     if (!ReadWhole(from, first) || !ReadWhole(to, last)) {
+        // Not two numbers: scripts get both ends back as they wrote them.
         auto texts = Create(2, String, true, 0, 1.0);
         texts->StringPointer()[0] = from;
         texts->StringPointer()[1] = to;
         return texts;
     }
+    // In long, for the distance between two Ints is no Int.
     long const step = last < first ? -1 : 1;
     long const count = (last - first) * step + 1;
     auto numbers = Create(count, Int, true, 0, 1.0);

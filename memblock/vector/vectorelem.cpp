@@ -14,37 +14,25 @@ PMemBlock const& NotNull(PMemBlock const& object, unsigned int i)
     return object;
 }
 
-/// One element as int; objects answer with their scalar.
-template <class T>
-int ReadInt(T const* data, unsigned int i)
+/// One element as int or double; objects answer with their scalar.
+template <class Number, class T>
+Number ReadNumber(T const* data, unsigned int i)
 {
-    if constexpr (FloatTypes::has<T>)
+    constexpr bool as_int = std::is_same_v<Number, int>;
+    if constexpr (as_int && FloatTypes::has<T>)
+        // Rounded, while an integer of another width is cut: a script reads 2.9999999 as 3.
         return TruncToInt(data[i] < 0 ? data[i] - 0.5 : data[i] + 0.5);
-    else if constexpr (IntegerTypes::has<T>)
-        return static_cast<int>(data[i]);
+    else if constexpr (NumericTypes::has<T>)
+        return static_cast<Number>(data[i]);
     else if constexpr (std::is_same_v<T, safestring>)
-        return StrToInt(data[i]);
+        return as_int ? StrToInt(data[i]) : StrToDouble(data[i]);
     else if constexpr (std::is_same_v<T, DataItem>)
-        return data[i].GetInt();
+        return as_int ? data[i].GetInt() : data[i].GetDouble();
     else if constexpr (std::is_same_v<T, PMemBlock>)
-        return NotNull(data[i], i)->SecondaryInt(MemBlock::key_int, throw_always);
+        return as_int ? NotNull(data[i], i)->SecondaryInt(MemBlock::key_int, throw_always)
+                      : NotNull(data[i], i)->SecondaryDouble(MemBlock::key_double, throw_always);
     else
         return 0; // pointers
-}
-
-template <class T>
-double ReadDouble(T const* data, unsigned int i)
-{
-    if constexpr (NumericTypes::has<T>)
-        return static_cast<double>(data[i]);
-    else if constexpr (std::is_same_v<T, safestring>)
-        return StrToDouble(data[i]);
-    else if constexpr (std::is_same_v<T, DataItem>)
-        return data[i].GetDouble();
-    else if constexpr (std::is_same_v<T, PMemBlock>)
-        return NotNull(data[i], i)->SecondaryDouble(MemBlock::key_double, throw_always);
-    else
-        return 0.0; // pointers
 }
 
 template <class T>
@@ -89,7 +77,7 @@ int Vector::operator[](unsigned int i) const
               static_cast<int>(i));
     return WithElemType<AllTypes>(
         ElemType(), "Vector::operator[]: element type not supported: %s",
-        [&]<class T>(NKelmic::Elem<T>) { return ReadInt(TypedPointer<T>(), i); });
+        [&]<class T>(TypeTag<T>) { return ReadNumber<int>(TypedPointer<T>(), i); });
 }
 
 double Vector::Elem(unsigned int i) const
@@ -97,7 +85,7 @@ double Vector::Elem(unsigned int i) const
     CheckElemIndex(i);
     return WithElemType<AllTypes>(
         ElemType(), "Vector::Elem(): element type not supported: %s",
-        [&]<class T>(NKelmic::Elem<T>) { return ReadDouble(TypedPointer<T>(), i); });
+        [&]<class T>(TypeTag<T>) { return ReadNumber<double>(TypedPointer<T>(), i); });
 }
 
 unsigned int Vector::ElemUInt(unsigned int i) const
@@ -129,7 +117,7 @@ safestring Vector::GetString(int i) const
     CheckElemIndex(static_cast<unsigned int>(i));
     return WithElemType<AllTypes>(
         ElemType(), "Vector::GetString() not implemented for data type '%s'",
-        [&]<class T>(NKelmic::Elem<T>) { return ReadText(TypedPointer<T>()[i]); });
+        [&]<class T>(TypeTag<T>) { return ReadText(TypedPointer<T>()[i]); });
 }
 
 DataItem Vector::GetDataItem(int i) const
@@ -137,7 +125,7 @@ DataItem Vector::GetDataItem(int i) const
     CheckElemIndex(static_cast<unsigned int>(i));
     return WithElemType<AllTypes>(
         ElemType(), "Vector::GetDataItem() not implemented for data type '%s'",
-        [&]<class T>(NKelmic::Elem<T>) { return ReadItem(TypedPointer<T>()[i]); });
+        [&]<class T>(TypeTag<T>) { return ReadItem(TypedPointer<T>()[i]); });
 }
 
 DataItem Vector::GetDataItemWithFactor(int i) const

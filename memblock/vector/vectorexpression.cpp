@@ -21,6 +21,7 @@ safestring ElementExpressions(Vector const& v)
         if (i > 0)
             text += ',';
         DataItem const item = v.GetDataItemWithFactor(static_cast<int>(i));
+        // A macro reads "none" as the null object; an undefined value has no expression for one.
         bool const null_object = v.ElemType() == Vector::PMemory && item.IsUndefined();
         text += null_object ? safestring("none") : item.GetExpression();
     }
@@ -31,6 +32,7 @@ safestring VectorExpression(Vector const& v)
 {
     if (OnTheWay::Is(v)) // as objects without an expression of their own
         return v.MemBlock::ResolveSubItem("@expression", throw_always).GetString();
+    // Before the elements are entered: one of them may lead back here.
     OnTheWay const mark(v);
     safestring text = "vec(";
     WithEnoughStack([&] { text += ElementExpressions(v); });

@@ -1,8 +1,8 @@
 #include <memblock/vector/vector.h>
 
 #include <memblock/base/number.h>
-#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/vector/elemnumber_internal.h>
+#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
 #include <algorithm>
@@ -17,6 +17,7 @@ namespace {
 template <class T>
 T FillValue(SafeValue const& value)
 {
+    // Through double for all types but Int: a 64-bit value above 2^53 loses bits.
     double const rounded = RoundHalfAway(value.GetFloating());
     if (FitsElem<T>(rounded))
         return ToElem<T>(rounded);
@@ -72,8 +73,9 @@ void Vector::Fill(DataItem const& item)
     SafeValue const value(item); // a copy: the item may be an element of this vector
     WithElemType<TypeUnion<NumericTypes, ObjectTypes>>(
         ElemType(), "Function fill_tmpl not implemented for data type '%s'",
-        [&]<class T>(NKelmic::Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             if constexpr (std::is_same_v<T, PMemBlock>) {
+                // Asked once, for the first place: all elements are the same object.
                 PMemBlock const object = value.GetMemory();
                 AskForObjects(*this, 0, &object, std::min(Length(), 1U));
             }
@@ -86,10 +88,12 @@ void Vector::Clear()
 {
     if (EditPacked(*this, [](Vector& limits) { limits.Clear(); }))
         return;
+    // A class that gives names to its objects may refuse empty places.
     PMemBlock const none;
     AskForObjects(*this, 0, &none, std::min(Length(), 1U));
     void* const data = Pointer();
     if (IsObject(ElemType())) {
+        // Objects end and begin anew: zero bytes are no value of theirs.
         TypedChunk::Destroy_Buffer(data, Length(), ElemType());
         TypedChunk::Initialize_Buffer(data, Length(), ElemType());
     } else if (Length() > 0) {

@@ -14,12 +14,12 @@ MEMBLOCK_API void SerializeHexa(Vector const* vector, safestring& output);
 MEMBLOCK_API void PrintStrings(safestring& output, safestring const* strings, unsigned int n,
                                char separator, int mode);
 
-/// Quote a text: mode 1 for a script literal, 2 for HTML, 3 to stand on one line.
+/// Quote a text: mode 1 for a script literal, 2 for HTML, 3 to fit on one line.
 ///
 /// Throws: 4096 "Quoting mode not supported: %d".
 MEMBLOCK_API void QuoteByMode(safestring& text, int mode);
 
-/// Make a text fit to stand between the quotes of a script literal, see `ApplyQuoting`.
+/// Make a text fit between the quotes of a script literal, see `ApplyQuoting`.
 MEMBLOCK_API void ApplyAsciiQuoting(safestring& text);
 
 /// Replace < > & and the double quote by entities and a tab by four non-breaking spaces.

@@ -40,8 +40,11 @@ safestring ElementName(unsigned int i);
 /// The text with blanks for its line ends; those at the end go.
 safestring OnOneLine(safestring text);
 
-/// Append the bytes of plain elements in one of the encodings: 1 none, 10 gzip, 11 base64, 12 gzip
-/// and base64, 13 hexadecimal. The factor is left aside.
+/// Encodings of the binary form, by the numbers that files and scripts know.
+enum { form_gzip = 10, form_base64 = 11, form_gzip_base64 = 12, form_hexadecimal = 13 };
+
+/// Append the bytes of plain elements in one of the encodings, or as they are for 1, the binary
+/// form. The factor is left aside.
 void EncodeBytes(void const* data, unsigned long size, int format, safestring& output);
 
 /// Collects small pieces of text, so that the output grows by blocks. `Flush` comes last.

@@ -21,7 +21,7 @@ int HexValue(unsigned char digit)
     return -1;
 }
 
-/// What stands in HTML for a character; null if it stands for itself.
+/// The HTML form of a character; null if it needs none.
 char const* HtmlForm(char c)
 {
     switch (c) {
@@ -40,7 +40,7 @@ char const* HtmlForm(char c)
     }
 }
 
-/// The bytes of the line end that stands here, 0 if none does.
+/// The bytes of the line end at this place, 0 if there is none.
 std::size_t LineEnd(safestring const& text, std::size_t at)
 {
     if (at < text.size() && text[at] == '\n')
@@ -67,6 +67,7 @@ unsigned char hex2byte(unsigned char high, unsigned char low)
 
 void HtmlQuote(safestring& text, bool full)
 {
+    // Made aside in one pass: replacing in place would move the rest of the text each time.
     safestring quoted;
     quoted.reserve(text.size());
     for (std::size_t i = 0; i < text.size();) {
@@ -94,6 +95,7 @@ void ApplyAsciiQuoting(safestring& text)
 
 void NVector::RemoveLineBreaks(safestring& text)
 {
+    // A lone carriage return breaks a line, too, where old files are read.
     std::erase_if(text, [](char c) { return c == '\r' || c == '\n'; });
 }
 

@@ -1,7 +1,7 @@
 #include <memblock/base/appendwhole_internal.h>
 #include <memblock/base/number.h>
 #include <memblock/base/text.h>
-#include <memblock/serial/serializer.h>
+#include <memblock/core/serializer.h>
 #include <memblock/vector/vectorforms.h>
 #include <memblock/vector/vectorforms_internal.h>
 
@@ -9,10 +9,7 @@ namespace NKelmic {
 
 namespace {
 
-constexpr int default_blob_format = 12;
 constexpr int default_blob_threshold = 32;
-constexpr int blob_gzip_base64 = 12;
-constexpr int blob_hexadecimal = 13;
 
 int IntOption(Formatter const& formatter, char const* name, int def)
 {
@@ -66,13 +63,14 @@ void WriteRaw(Vector const& v, safestring& output)
 {
     WithElemType<NumericTypes>(
         v.ElemType(), "Function serialize1_tmpl not implemented for data type '%s'",
-        [&]<class T>(Elem<T>) { WriteRaw(v.TypedPointer<T>(), v.Length(), output); });
+        [&]<class T>(TypeTag<T>) { WriteRaw(v.TypedPointer<T>(), v.Length(), output); });
 }
 
 /// Tell if a list of these numbers in a macro makes the vector as it is. It makes signed integers
 /// of four bytes, or doubles if one of them is written as such.
 bool IsMadeByList(Vector const& v, safestring const& numbers)
 {
+    // The macro takes a list for whole numbers unless one of them looks like a fraction.
     if (v.ElemType() == Vector::Double)
         return numbers.find_first_of(".en") != safestring::npos; // of "1e+20", "inf" and "nan"
     return v.ElemType() == Vector::Int;
@@ -91,13 +89,13 @@ void WriteBlob(Vector const& v, int frm, SerializeVisitor& visitor, safestring c
 {
     if (frm == Formatter::ser_morvane)
         ThrowAssertException(__FILE__, __LINE__, "frm!=Formatter::ser_morvane");
-    if (frm != blob_gzip_base64 && frm != blob_hexadecimal)
+    if (frm != form_gzip_base64 && frm != form_hexadecimal)
         Raise(err_kind, "Morvane script dump not supported for blob format: %d", frm);
     safestring const blob = NewName(visitor);
-    output += frm == blob_hexadecimal ? "Decode(\"hexadecimal\", \"" : "Decode(\"base64\", \"";
+    output += frm == form_hexadecimal ? "Decode(\"hexadecimal\", \"" : "Decode(\"base64\", \"";
     // The bytes are raw: the factor follows as a statement of its own.
     EncodeBytes(v.Pointer(), static_cast<unsigned long>(v.Length()) * v.ElemSize(), frm, output);
-    if (frm == blob_hexadecimal)
+    if (frm == form_hexadecimal)
         output += Text("\"|%s=decoded)\n", blob);
     else
         output += Text("\"|%s=decoded)\nDecode(\"gzip\", %s|%s=decoded)\n", blob, blob, blob);
@@ -109,6 +107,7 @@ void WriteBlob(Vector const& v, int frm, SerializeVisitor& visitor, safestring c
 void WriteFactor(Vector const& v, safestring const& name, safestring& output)
 {
     if (v.Factor() != 1.0)
+        // A product, not an assignment: the conversion before it may have left a factor.
         output += Text("set(%s.factor=%s.factor*%.16g)\n", name, name, v.Factor());
 }
 
@@ -132,7 +131,8 @@ void WriteNumbers(Vector const& v, SerializeVisitor& visitor, safestring const& 
                   Formatter const& formatter, safestring& output)
 {
     int const threshold = IntOption(formatter, "blob_threshold", default_blob_threshold);
-    int const frm = IntOption(formatter, "bin_fmt", default_blob_format);
+    int const frm = IntOption(formatter, "bin_fmt", form_gzip_base64);
+    // A list of numbers stays readable; a long one would be slow to parse.
     bool const short_form =
         static_cast<long>(v.Length()) <= threshold || frm == Formatter::ser_ascii;
     if (short_form)
@@ -147,6 +147,7 @@ void OutputStringVector(Vector const& v, safestring const& name, safestring& out
 {
     output += "set(" + name + "=vec(";
     for (unsigned int i = 0; i < v.Length(); ++i) {
+        // Quoted in a copy: the element itself must not change.
         safestring text = *v.StringPointer(i);
         ApplyAsciiQuoting(text);
         output += i > 0 ? ",\"" : "\"";
@@ -170,6 +171,7 @@ void WriteElements(Vector const& v, SerializeVisitor& visitor, safestring const&
         bool const object = item.GetType() == it_memblock || item.GetType() == it_sharable;
         if (object)
             visitor.Descend(item, Formatter::ser_morvane, name + ElementName(i), formatter, output);
+        // 17 digits: a double read back is then the same to the bit.
         else if (item.IsDefined())
             output += Text("set(%s[%d]=%s)\n", name, i, item.GetExpression(17));
     }

@@ -12,7 +12,7 @@ MemBlockImpl* Vector::DoPimpl() const
 {
     return WithElemTypeOr<NumericTypes>(
         ElemType(), [&] { return new MemBlockImpl(this); },
-        [&]<class T>(NKelmic::Elem<T>) -> MemBlockImpl* { return new VectorImpl<T>(this); });
+        [&]<class T>(TypeTag<T>) -> MemBlockImpl* { return new VectorImpl<T>(this); });
 }
 
 template <class T>
@@ -29,6 +29,7 @@ template <class T>
 DataItem VectorImpl<T>::CalculateSecondaryItemNonVirtual(int key, bool& handled,
                                                          ThrowHandlerFunc handler) const
 {
+    // Not stored typed: the owner of a cache is known to core as an object only.
     auto const& owner = dynamic_cast<Vector const&>(*owner_);
     auto const limits = PackedLimits(owner);
     Vector const& vector = limits ? cref(limits) : owner;
@@ -39,8 +40,9 @@ DataItem VectorImpl<T>::CalculateSecondaryItemNonVirtual(int key, bool& handled,
     handled = true;
     if constexpr (std::is_same_v<T, triple>) {
         // Settled: the summary of a colour image is that of its bytes, all channels together.
-        bool const of_pixels = key >= key_max && key <= key_finitemax && key != key_width;
+        bool const of_pixels = key >= key_max && key <= key_last_summary && key != key_width;
         if (of_pixels && vector.Conforms("image")) {
+            // In unsigned long, to refuse what the counts of the summary cannot hold.
             unsigned long const bytes = 3ul * length;
             if (bytes <= std::numeric_limits<unsigned int>::max())
                 return CSINV(reinterpret_cast<unsigned char const*>(data),
@@ -55,6 +57,7 @@ DataItem VectorImpl<T>::CalculateSecondaryItemNonVirtual(int key, bool& handled,
 template <class T>
 DataItem VectorImpl<T>::CalculateSecondaryItem(int key, ThrowHandlerFunc handler) const
 {
+    // What is no summary value may still be a key of every object.
     bool handled = true;
     DataItem item = CalculateSecondaryItemNonVirtual(key, handled, handler);
     return handled ? item : MemBlockImpl::CalculateSecondaryItem(key, handler);

@@ -5,9 +5,9 @@
 #include <memblock/base/text.h>
 #include <memblock/core/attempt_internal.h>
 #include <memblock/core/memblockimpl.h>
-#include <memblock/imaging/numrange.h>
-#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/serial/warning.h>
+#include <memblock/vector/elemtypechange_internal.h>
+#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/vector/summary.h>
 #include <memblock/vector/vectorforms_internal.h>
 
@@ -45,38 +45,35 @@ DataItem Length(Vector const& v, ThrowHandlerFunc)
 
 DataItem Range(Vector const& v, ThrowHandlerFunc)
 {
-    return NumRange::Create(0, static_cast<int>(v.Length()), true);
+    return RangeOfIndices(v.Length());
 }
 
-/// A summary value times the factor. A value that is stored already costs one look-up.
-template <int key>
-DataItem Cooked(Vector const& v, ThrowHandlerFunc handler)
-{
-    double value = 0;
-    if (!v.ExistsSecondaryDouble(key, value)) {
-        if (v.SecondaryItem(key, handler).IsUndefined())
-            return {}; // reported
-        value = v.SecondaryDouble(key, handler);
-    }
-    return value * v.Factor();
-}
+// A value that is stored already costs one look-up.
 
 template <int key>
 DataItem Raw(Vector const& v, ThrowHandlerFunc handler)
 {
-    return v.SecondaryItem(key, handler);
+    return v.SecondaryItem(key, handler); // undefined has been reported
+}
+
+/// A summary value times the factor.
+template <int key>
+DataItem Cooked(Vector const& v, ThrowHandlerFunc handler)
+{
+    DataItem const raw = v.SecondaryItem(key, handler);
+    return raw.IsUndefined() ? raw : DataItem(raw.GetDouble() * v.Factor());
 }
 
 template <int key>
 DataItem Integer(Vector const& v, ThrowHandlerFunc handler)
 {
-    if (v.SecondaryItem(key, handler).IsUndefined())
-        return {};
-    return v.SecondaryInt(key, handler);
+    DataItem const raw = v.SecondaryItem(key, handler);
+    return raw.IsUndefined() ? raw : DataItem(SafeValue(raw).GetInt(handler));
 }
 
 DataItem Histogram(Vector const& v, ThrowHandlerFunc handler)
 {
+    // Whatever failed below, the key reports it in its own words.
     PMemBlock const histogram = v.SecondaryMemBlock(key_histogram, throw_never);
     if (!histogram)
         Report(handler, err_kind, "Cannot calculate histogram");
@@ -88,7 +85,7 @@ DataItem Expression(Vector const& v, ThrowHandlerFunc)
     return VectorExpression(v);
 }
 
-/// The bytes of the buffer as they lie there: what is written through the result is written into
+/// The bytes of the buffer themselves: what is written through the result is written into
 /// the vector. The result keeps the buffer; a vector that is written meanwhile takes a new one.
 DataItem Buffer(Vector const& v, ThrowHandlerFunc)
 {
@@ -150,6 +147,7 @@ bool SetEmptyDimensions(Vector& v, SafeValue const& value, ThrowHandlerFunc)
         Raise(err_kind, "Dimensions can only be set while there is no data: %s", v);
     safestringlist const sizes = SplitString(value.GetString(), ",", false);
     std::vector<SafeValue> arguments;
+    // One more than the rank at most: enough for the class to refuse, however long the text is.
     for (unsigned long i = 0, n = sizes.size(); i < n && i <= unsigned(v.GetRank()); ++i)
         arguments.emplace_back(CountItem(StringToUInt()(sizes[i])));
     if (v.DoVerb("SetDimSizes", static_cast<int>(arguments.size()), arguments.data()).IsUndefined())
@@ -201,7 +199,7 @@ constexpr KeyTable vector_keys{std::to_array<Key<Vector>>({
 
 Key<Vector> const* FindKey(safestring const& key)
 {
-    bool const marked = key[0] == '@'; // a text has its NUL behind it
+    bool const marked = key[0] == '@'; // a text ends with its NUL
     return vector_keys.Find(key.data() + marked, key.size() - marked);
 }
 
@@ -253,7 +251,7 @@ constexpr char const* read_out_of_bounds =
 constexpr char const* write_out_of_bounds =
     "Vector::SetSubItem(): Index out of bounds [%d..%d): %d ";
 
-/// Both ends belong to the slice. An end behind the last element stands for that.
+/// Both ends belong to the slice. An end beyond the last element means that one.
 DataItem SliceByEnds(Vector const& v, long first, long last, ThrowHandlerFunc handler)
 {
     if (!IsPosition(v, first, read_out_of_bounds, handler))

@@ -10,7 +10,7 @@ namespace NKelmic {
 
 namespace {
 
-/// The value that the vector stands for: the cooked element, or several as a comma text.
+/// The value of the vector as a scalar: the cooked element, or several as a comma text.
 DataItem Scalar(Vector& v, int, SafeValue const*)
 {
     if (v.Length() == 0)
@@ -18,7 +18,7 @@ DataItem Scalar(Vector& v, int, SafeValue const*)
     if (v.Length() > 1)
         return ElementExpressions(v);
     DataItem const value = v.GetDataItemWithFactor(0);
-    // A vector that holds itself has no value: whoever asks it would come back for ever.
+    // A vector that holds itself has no value: asking for it would never end.
     bool const itself = value.GetType() == it_memblock && value.GetMemory().Pointer() == &v;
     return itself ? DataItem() : value;
 }
@@ -33,6 +33,7 @@ DataItem DimSize(Vector& v, int argc, SafeValue const* argv)
 
 DataItem Transposed(Vector& v, int, SafeValue const*)
 {
+    // The vector may live on the stack: a pointer made here must not be its last one.
     KeepAlive const alive(v);
     return TransposeVectorOfVectors(DerivedPointer<Vector>(&v));
 }
@@ -40,6 +41,7 @@ DataItem Transposed(Vector& v, int, SafeValue const*)
 /// Lose the buffer: a view that nobody ever destroys keeps it.
 DataItem Leak(Vector& v, int, SafeValue const*)
 {
+    // For tests of the tools that look for lost memory.
     [[maybe_unused]] auto* const leaked = new TypedChunk(v.Chunk());
     v.SetTypedChunk(TypedChunk(0, Vector::Int, MemChunk(), 0));
     return 1;
@@ -58,14 +60,14 @@ DataType TypeToCreate(SafeValue const& type)
     if (type.IsString())
         return Vector::String2Type(type.GetString(), throw_always);
     int const id = type.GetInt();
-    if (id < 0 || id > Vector::UnsignedInt64)
-        Raise(err_kind, "Integer type id out of range [0..%d]: %d",
-              static_cast<int>(Vector::UnsignedInt64), id);
+    if (id < 0 || id > greatest_elem_type_id)
+        Raise(err_kind, "Integer type id out of range [0..%d]: %d", greatest_elem_type_id, id);
     return Vector::String2Type(str(id), throw_always); // some ids in between are no types
 }
 
 unsigned long LengthToCreate(SafeValue const& length)
 {
+    // A text of digits is refused, too: with the arguments in the wrong order it would pass.
     bool const number =
         length.GetType() == it_int || length.GetType() == it_int64 || length.GetType() == it_double;
     long long const n = number ? length.GetInt64() : -1;

@@ -21,11 +21,12 @@ using elem_t = typename elem_of<id>::type;
 
 void Vector::CheckCast(DataType type, char const* refusal) const
 {
+    // The text comes from the row of the type, so that a search for it leads there.
     if (!CanBeCast(type))
         Raise(err_kind, refusal, *this);
 }
 
-// One row a type; the texts stand whole, so that they are found.
+// One row a type; each text is whole, so that a search finds it.
 #define MEMBLOCK_POINTER(NAME, REFUSAL)                                                            \
     elem_t<DataTypeBase::NAME> const* Vector::NAME##Pointer(unsigned int i) const                  \
     {                                                                                              \
@@ -54,5 +55,12 @@ MEMBLOCK_POINTER(PolyType, "Cannot cast data to PolyType type: %s")
 MEMBLOCK_POINTER(Int64, "Cannot cast data to Int64 type: %s")
 MEMBLOCK_POINTER(UnsignedInt64, "Cannot cast data to UnsignedInt64 type: %s")
 #undef MEMBLOCK_POINTER
+
+// The linker names a type of the list that has no row above.
+#define MEMBLOCK_HAS_POINTER(NAME, ID, T, TEXT)                                                    \
+    [[gnu::used]] static constexpr T* (Vector::*NAME##_accessor)(unsigned int) =                   \
+        &Vector::NAME##Pointer;
+MEMBLOCK_ELEM_TYPES(MEMBLOCK_HAS_POINTER)
+#undef MEMBLOCK_HAS_POINTER
 
 } // namespace NKelmic

@@ -1,8 +1,8 @@
 #include <memblock/vector/vector.h>
 
 #include <memblock/base/number.h>
-#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/vector/elemnumber_internal.h>
+#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
 #include <cmath>
@@ -20,6 +20,7 @@ bool StoreRaw(T* place, V raw)
 {
     if constexpr (FloatTypes::has<T>) {
         if constexpr (std::is_same_v<V, double> && std::is_same_v<T, float>)
+            // A finite value must not turn into an infinity on its way to a float.
             if (std::isfinite(raw) && std::fabs(raw) > std::numeric_limits<float>::max())
                 return false;
         *place = static_cast<T>(raw);
@@ -45,6 +46,7 @@ T AsObject(V value)
     else if constexpr (std::is_same_v<T, PMemBlock>)
         return memblock_tmpl(value);
     else if constexpr (std::is_same_v<V, double>)
+        // Six digits, as every text of a number has unless a precision is asked for.
         return str(value, 6);
     else
         return str(value);
@@ -66,7 +68,7 @@ bool StoreNumber(Vector& v, unsigned int i, V raw, V value)
 {
     return WithElemTypeOr<ElementTypes>(
         v.ElemType(), [] { return false; },
-        [&]<class T>(Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             T stored{};
             if constexpr (ObjectTypes::has<T>)
                 stored = AsObject<T>(value);
@@ -110,6 +112,7 @@ void Vector::SetElem(unsigned int i, double value)
     if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, value); }))
         return;
     CheckSetIndex(i);
+    // No division by 1.0: it would cost more than the store.
     double const raw = factor_ == 1.0 ? value : value / factor_;
     // A small factor may take a finite value beyond double: no infinity comes out of that.
     bool const beyond = ElemType() == Float && std::isinf(raw) && std::isfinite(value);
@@ -124,6 +127,7 @@ void Vector::SetElem(unsigned int i, int value)
     if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, value); }))
         return;
     CheckSetIndex(i);
+    // An int is a raw value, which the factor does not touch; a double is a cooked one.
     if (!StoreNumber(*this, i, value, value))
         Raise(err_kind, "Vector::SetElem(): Value (%d) out of range for data item: %s", value,
               *this);
@@ -164,9 +168,9 @@ void Vector::SetElem(unsigned int i, long long value)
     if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, value); }))
         return;
     CheckSetIndex(i);
-    WithElemType<ElementTypes>(
-        ElemType(), "Function SetElemInt64 not implemented for data type '%s'",
-        [&]<class T>(NKelmic::Elem<T>) { SetElemInt64<T>(*this, i, value); });
+    WithElemType<ElementTypes>(ElemType(),
+                               "Function SetElemInt64 not implemented for data type '%s'",
+                               [&]<class T>(TypeTag<T>) { SetElemInt64<T>(*this, i, value); });
     Changed();
 }
 
@@ -175,9 +179,9 @@ void Vector::SetElem(unsigned int i, unsigned long long value)
     if (EditPacked(*this, [&](Vector& limits) { limits.SetElem(i, value); }))
         return;
     CheckSetIndex(i);
-    WithElemType<ElementTypes>(
-        ElemType(), "Function SetElemUInt64 not implemented for data type '%s'",
-        [&]<class T>(NKelmic::Elem<T>) { SetElemUInt64<T>(*this, i, value); });
+    WithElemType<ElementTypes>(ElemType(),
+                               "Function SetElemUInt64 not implemented for data type '%s'",
+                               [&]<class T>(TypeTag<T>) { SetElemUInt64<T>(*this, i, value); });
     Changed();
 }
 
@@ -193,8 +197,10 @@ void Vector::SetElem(unsigned int i, safestring const& text)
     } else if (ElemType() == PMemory) {
         Place(*this, i, PMemBlock(CreateFrom(text)));
     } else {
+        // One reading says both what the number is and whether it is a whole, raw one.
         int whole = 0;
         double real = 0.0;
+        // A whole number in a text is a raw value, as an int is.
         return StrToNumber(text, whole, real) ? SetElem(i, whole) : SetElem(i, real);
     }
     Changed();
@@ -220,6 +226,7 @@ void Vector::SetElem(unsigned int i, PMemBlock object)
         bool const has_uint64 = source->ElemType() == UnsignedInt64 && source->Factor() == 1.0;
         if (ElemType() == UnsignedInt64 && has_uint64 && source->Length() > 0)
             return SetElem(i, *cref(source).UnsignedInt64Pointer());
+        // A vector put into a number is its first element, cooked.
         DataItem const value = cref(source).GetDataItemWithFactor(0);
         if (value.GetType() == it_memblock) // a vector may hold itself: look no deeper
             Raise(err_kind, "Cannot insert into a vector: %s", object);
@@ -234,6 +241,7 @@ void Vector::SetElem(unsigned int i, DataItem const& item)
         return;
     CheckSetIndex(i);
     if (ElemType() == PolyType) {
+        // A value element keeps the kind of the item; only typed elements convert.
         *PolyTypePointer(i) = item;
         return Changed();
     }

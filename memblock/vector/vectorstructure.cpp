@@ -39,6 +39,7 @@ bool IndicesAreValid(int const* idx, unsigned int n, unsigned int length, ThrowH
 
 void MoveBytesUp(void* data, unsigned long size, unsigned long distance)
 {
+    // Plain elements only: objects must not be moved as bytes, see SwapUp.
     std::memmove(At(data, distance, 1), data, size);
     std::memset(data, 0, distance);
 }
@@ -47,6 +48,8 @@ void MoveBytesUp(void* data, unsigned long size, unsigned long distance)
 template <class T>
 void SwapUp(T* data, unsigned long count, unsigned long distance)
 {
+    // From the last one down, since both ranges may overlap. Swapping leaves every element alive,
+    // so nothing is counted and nothing can fail.
     for (unsigned long i = count; i-- > 0;)
         std::swap(data[i], data[i + distance]);
 }
@@ -60,6 +63,7 @@ void Gather(T* __restrict dst, T const* __restrict src, int const* __restrict id
 
 void KeepAllBut(Vector& v, unsigned int from, unsigned int count)
 {
+    // Through Rearrange, which derived classes override to keep what belongs to each element.
     std::vector<int> kept(v.Length() - count);
     std::iota(kept.begin(), kept.begin() + from, 0);
     std::iota(kept.begin() + from, kept.end(), static_cast<int>(from + count));
@@ -75,6 +79,7 @@ void Vector::CheckNewLength(unsigned long n) const
     if (n != Length())
         CheckLengthIsFree(*this);
     unsigned long remaining = n;
+    // The inner sizes stay, so the outermost one must come out whole.
     for (int i = GetRank() - 2; i >= 0; --i) { // all but the outermost
         unsigned int const size = GetDimSize(i);
         bool const fits = size == 0 ? n == 0 : remaining % size == 0;
@@ -98,6 +103,7 @@ void Vector::FollowLength(unsigned long n)
             inner *= sizes[i];
     }
     if (inner == 0)
+        // Nothing can be divided by it.
         return; // the outermost size of an empty shape is free
     if (std::exchange(sizes[rank - 1], static_cast<unsigned int>(n / inner)) != n / inner)
         ChangeDimSizes(sizes.data(), rank);
@@ -106,6 +112,7 @@ void Vector::FollowLength(unsigned long n)
 void Vector::ResizeVector(unsigned long n, bool keep, bool init)
 {
     CheckNewLength(n);
+    // An unchanged length must not copy a shared buffer.
     if (n != chunk_.Length()) {
         std::as_const(*this).Pointer(); // a delayed initialization is for the old length
         chunk_.ResizeVector(n, keep, init);
@@ -152,16 +159,18 @@ void Vector::ShiftVector(int n)
     unsigned long const length = Length();
     if (n < 0)
         return Erase(0, static_cast<int>(std::min<long>(-static_cast<long>(n), Length())));
+    // Longer first: it is the only step that can fail.
     ResizeVector(length + n, true, true);
     WithElemTypeOr<ObjectTypes>(
         ElemType(), [&] { MoveBytesUp(Pointer(), length * ElemSize(), n * long(ElemSize())); },
-        [&]<class T>(NKelmic::Elem<T>) { SwapUp(TypedPointer<T>(), length, n); });
+        [&]<class T>(TypeTag<T>) { SwapUp(TypedPointer<T>(), length, n); });
     Changed();
 }
 
 template <class T>
 void move_range_to_end_by_swap(T* data, unsigned int pos, unsigned int count, unsigned int length)
 {
+    // The elements to go end up at the end, alive, where the resize destroys them.
     for (unsigned long i = pos; i + count < length; ++i)
         std::swap(data[i], data[i + count]);
 }
@@ -176,6 +185,7 @@ void Vector::Erase(int pos, int count)
     unsigned int const from = static_cast<unsigned int>(pos);
     if (from >= length || count == 0)
         return;
+    // A count beyond the end means the rest.
     unsigned int const gone = std::min(static_cast<unsigned int>(count), length - from);
     CheckNewLength(length - gone);
     if (ElemType() == PMemory && from + gone < length) // a class may keep names beside its objects
@@ -183,7 +193,7 @@ void Vector::Erase(int pos, int count)
     if (IsObject(ElemType())) {
         WithElemType<ObjectTypes>(
             ElemType(), "Function move_range_to_end_by_swap not implemented for data type '%s'",
-            [&]<class T>(NKelmic::Elem<T>) {
+            [&]<class T>(TypeTag<T>) {
                 move_range_to_end_by_swap(TypedPointer<T>(), from, gone, length);
             });
     } else {
@@ -212,10 +222,12 @@ void Vector::Insert(int pos, DataItem const& item)
         Raise(err_kind, "Cannot insert element at position %d into: %s", pos, *this);
     WithElemType<MovableTypes>(
         ElemType(), "Function movebyone_tmpl not implemented for data type '%s'",
-        [&]<class T>(NKelmic::Elem<T>) {
+        [&]<class T>(TypeTag<T>) {
             DataItem const value(item); // it may be an element that is about to move
             ResizeVector(length + 1ul, true, true);
             movebyone_tmpl(TypedPointer<T>(), static_cast<unsigned int>(pos), length + 1);
+            // SetElem converts and refuses as in an assignment. After a refusal the place that was
+            // made for it goes again.
             try {
                 SetElem(static_cast<unsigned int>(pos), value);
             } catch (...) {
@@ -228,6 +240,8 @@ void Vector::Insert(int pos, DataItem const& item)
 template <class T>
 void rearrange_swap(T* dst, T* src, int const* idx, unsigned int n, unsigned int srclen)
 {
+    // Swapped, since each object has one place only: of an index that comes twice the second gets
+    // the empty element that the first one left.
     for (unsigned int k = 0; k < n; ++k)
         if (static_cast<unsigned int>(idx[k]) < srclen)
             std::swap(dst[k], src[idx[k]]);
@@ -242,6 +256,7 @@ void Vector::Rearrange(int const* idx, unsigned int n, unsigned int newlen,
         return;
     // An element ahead of index 0 survives.
     bool const ahead = chunk_.GetOffset() >= ElemSize() && !IsObject(ElemType());
+    // Aside, and installed at the end: until then the vector is as it was.
     TypedChunk fresh = ahead ? NewChunk(newlen + 1ul, ElemType()) : NewChunk(newlen, ElemType());
     if (ahead) {
         std::memcpy(fresh.Data(),
@@ -253,12 +268,12 @@ void Vector::Rearrange(int const* idx, unsigned int n, unsigned int newlen,
     if (IsObject(ElemType()))
         WithElemType<ObjectTypes>(
             ElemType(), "Function rearrange_swap not implemented for data type '%s'",
-            [&]<class T>(NKelmic::Elem<T>) {
+            [&]<class T>(TypeTag<T>) {
                 rearrange_swap(static_cast<T*>(fresh.Data()), TypedPointer<T>(), idx, n, Length());
             });
     else
         WithElemType<PlainTypes>(ElemType(), "Vector::Rearrange(): element type not supported: %s",
-                                 [&]<class T>(NKelmic::Elem<T>) {
+                                 [&]<class T>(TypeTag<T>) {
                                      Gather(static_cast<T*>(fresh.Data()),
                                             std::as_const(*this).TypedPointer<T>(), idx, n);
                                  });
@@ -290,6 +305,7 @@ void Vector::SetFirstIndex(int n)
         ThrowAssertException(__FILE__, __LINE__, "!IsObject(ElemType())");
     if (EditPacked(*this, [n](Vector& limits) { limits.SetFirstIndex(n); }))
         return;
+    // The view moves on the same buffer, no byte is copied.
     long const width = ElemSize();
     long const offset = static_cast<long>(chunk_.GetOffset()) + n * width;
     long const length = static_cast<long>(Length()) - n;
@@ -308,6 +324,7 @@ void Vector::SetTypedChunk(TypedChunk const& chunk)
     if (chunk.Length() != chunk_.Length())
         CheckNewLength(chunk.Length());
     AskForContent(*this, chunk);
+    // Asked before anything is changed: a class may refuse the type.
     if (chunk.Type() != ElemType())
         NotifyElemType(chunk.Type());
     ElemTypeChange const change(*this);
@@ -320,6 +337,7 @@ void Vector::SetTypedChunk(TypedChunk const& chunk)
         if (retyped)
             change.PutBack();
     };
+    // Keeps the old buffer alive, and brings it back if a derived class refuses the length.
     TypedChunk const old = chunk_;
     install(chunk);
     try {
@@ -339,12 +357,14 @@ bool Vector::UseMemoryOf(Vector const& other)
         return as_large;
     if (auto const limits = PackedLimits(other))
         return UseMemoryOf(cref(limits));
+    // A view destroys its objects as what it takes them for, and as many as it knows of.
     bool const objects = IsObject(ElemType()) || IsObject(other.ElemType());
     if (objects && (ElemType() != other.ElemType() || Length() != other.Length()))
         Raise(err_kind, "Cannot cast data array into requested type: %s", other);
     AskForContent(*this, other.chunk_);
     other.Pointer(); // what the other has put off must be done now
     bool const same_size = chunk_.Chunk().Size() == other.chunk_.Chunk().Size();
+    // The element type stays: the bytes of the other are read as this vector's elements.
     chunk_.SetMemChunk(other.chunk_.Chunk(), other.chunk_.GetOffset());
     chunk_.SetDelayed(nullptr); // it was meant for the memory that went
     Changed();
@@ -359,9 +379,11 @@ bool Vector::UseMemoryOf(DerivedPointer<Vector> const& other)
 
 void Vector::TransferOwnerShip(DerivedPointer<Vector> target)
 {
+    // Given to itself a vector would lose what it holds.
     if (!target || target.Pointer() == this)
         return;
     TypedChunk const nothing;
+    // Asked before the target takes over, so that a refusal leaves both as they were.
     AskForContent(*this, nothing);
     target->UseMemoryOf(*this);
     SetTypedChunk(nothing);

@@ -19,6 +19,7 @@ void OfferData(Vector& v, MemBlockVisitor& visitor, safestring const& path)
     auto* const traverse = dynamic_cast<TraverseVisitor*>(&visitor);
     if (!traverse)
         return;
+    // An initialization that was put off may read a file: only visitors that look pay for it.
     void const* const data =
         visitor.NeedsValidData() ? std::as_const(v).Pointer() : v.Chunk().Data();
     traverse->VisitVData(TraverseNode(TraverseNode(path), "vdata"), v.ElemType(), data,
@@ -27,12 +28,14 @@ void OfferData(Vector& v, MemBlockVisitor& visitor, safestring const& path)
 
 bool HoldsObjects(Vector const& v)
 {
+    static_assert(type_count<ObjectTypes> == 3, "texts hold no objects, both others do");
     return v.ElemType() == Vector::PMemory || v.ElemType() == Vector::PolyType;
 }
 
 /// Where the object at an index is; null if none is there.
 PMemBlock* FindObject(Vector& v, long i)
 {
+    // Nothing that was found before a visitor ran is valid after it, so this looks anew.
     if (i < 0 || i >= static_cast<long>(v.Length()))
         return nullptr;
     if (v.ElemType() == Vector::PMemory)
@@ -54,6 +57,7 @@ public:
 
     bool Run() // false if the visitor stops it
     {
+        // Length and type are read again each time: a visitor may erase, insert or convert.
         for (at_ = 0; at_ < static_cast<long>(v_.Length()) && HoldsObjects(v_);
              at_ = std::max(at_ + 1, 0L))
             if (!Enter())
@@ -72,6 +76,8 @@ private:
         safestring const below = ElementPath(path_, static_cast<unsigned int>(at_));
         if (!child)
             return visitor_.Visit(below, *v_.PolyTypePointer(at_)) != MemBlockVisitor::stop;
+        // To find the element again after the visitor has had its way; the pointer is compared
+        // only.
         object_ = child->Pointer();
         length_ = Length();
         bool const go_on = EntertainPlace(
@@ -108,6 +114,7 @@ private:
 
 bool Vector::Entertain(MemBlockVisitor& visitor, safestring const& path, entertainmode_t mode)
 {
+    // A visitor may drop the last pointer to this vector.
     KeepAlive const alive(*this);
     if (!MemBlock::Entertain(visitor, path, mode))
         return false;
@@ -118,6 +125,7 @@ bool Vector::Entertain(MemBlockVisitor& visitor, safestring const& path, enterta
             OfferData(*this, visitor, path);
         return true;
     }
+    // A vector can hold itself, also through others.
     if (OnTheWay::Is(*this, &visitor))
         return true;
     OnTheWay const mark(*this, &visitor);

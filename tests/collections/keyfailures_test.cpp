@@ -1,15 +1,7 @@
 #include "container_fixture.h"
+#include "every_class.h"
 
-#include <memblock/collections/table.h>
 #include <memblock/core/keytable.h>
-#include <memblock/imaging/datacube.h>
-#include <memblock/imaging/image.h>
-#include <memblock/imaging/intervalvector.h>
-#include <memblock/imaging/mask.h>
-#include <memblock/imaging/numrange.h>
-#include <memblock/imaging/point.h>
-#include <memblock/imaging/stencil.h>
-#include <memblock/serial/factory.h>
 #include <memblock/serial/warning.h>
 #include <support/raises.h>
 #include <support/testblock.h>
@@ -27,148 +19,22 @@ using namespace NKelmic;
 
 namespace {
 
-// ---- objects of all kinds
-
-DerivedPointer<IndexVector> Pixels(std::vector<unsigned int> const& dims)
-{
-    return IndexVector::Create(UInts({1, 3, 2}),
-                               IndexVector::TargetData(static_cast<int>(dims.size()), dims.data()));
-}
-
-DerivedPointer<IntervalVector> Over(DerivedPointer<Vector> const& target)
-{
-    auto const v = IntervalVector::Create(2, target);
-    unsigned int const limits[] = {0, 1, 2};
-    std::copy_n(limits, 3, v->Start(0));
-    return v;
-}
-
-DerivedPointer<Vector> OfType(DataType type, unsigned long n)
-{
-    auto const v = Vector::Create(n, type, true, 0, 1.0);
-    for (unsigned int i = 0; i < n && type != Vector::VoidStar; ++i)
-        v->SetElem(i, static_cast<int>(i + 1));
-    return v;
-}
-
-/// At least one object of each class, element type, logical class and form.
-std::vector<PMemBlock> EveryKind()
-{
-    std::vector<PMemBlock> all;
-    for (DataType const type : {
-#define MEMBLOCK_TYPE(NAME, NUMBER, T, TEXT) Vector::NAME,
-             MEMBLOCK_ELEM_TYPES(MEMBLOCK_TYPE)
-#undef MEMBLOCK_TYPE
-         }) {
-        all.push_back(OfType(type, 3));
-        if (type == Vector::Byte || Vector::IsObject(type)) {
-            all.push_back(OfType(type, 0));
-            all.push_back(OfType(type, 1));
-        }
-    }
-    all.push_back(Doubles({1.5, -2.0}, 2.0));
-    std::pair<DataType, int> const images[] = {{Vector::Byte, Image::data},
-                                               {Vector::Triple, Image::visual},
-                                               {Vector::Float, Image::data},
-                                               {Vector::Byte, Image::mask},
-                                               {Vector::UnsignedShort, Image::stencil},
-                                               {Vector::UnsignedInt, Image::stencil}};
-    for (auto const& [type, logic] : images) {
-        auto const image = Image::Create(4, 3, type, 1.0);
-        image->SetElem(5, 2);
-        image->DoSetLgType(logic);
-        all.push_back(image);
-    }
-    for (DataType const type : {Vector::Byte, Vector::Double})
-        all.push_back(DataCube::Create(2, 2, 2, type, 1.0));
-    for (auto const& dims : {std::vector{5u, 4u}, std::vector{3u, 2u, 2u}, std::vector{9u}})
-        all.push_back(Pixels(dims));
-    for (auto const& target : std::initializer_list<DerivedPointer<Vector>>{
-             Pixels({5, 4}), Over(Pixels({5, 4})), Doubles({1, 2, 3}), Pixels({3, 2, 2}),
-             Pixels({9})}) {
-        all.push_back(Over(target));
-        auto const separate = Over(target);
-        separate->AddEndArray();
-        all.push_back(separate);
-    }
-    all.push_back(Point::Create(1, 2));
-    all.push_back(NumRange::Create(1, 4));
-    all.push_back(Mask::Create(DerivedPointer<Vector>(Pixels({5, 4}))));
-    all.push_back(Mask::Create(DerivedPointer<Vector>(Image::Create(4, 3, Vector::Byte, 1.0))));
-    all.push_back(Stencil::Create(DerivedPointer<Vector>(Over(Pixels({5, 4})))));
-    all.push_back(
-        Stencil::Create(DerivedPointer<Vector>(Image::Create(4, 3, Vector::UnsignedShort, 1.0))));
-    for (bool const ordered : {false, true}) {
-        auto const c = Cnt("a", 1, "b", "text", "c", Cnt("d", Ints({1, 2})));
-        c->SetOrdered(ordered);
-        all.push_back(c);
-    }
-    all.push_back(Table::Create("a", Ints({1, 2}), "q r", Texts({"t", "u"})));
-    safestringlist const classes(ListClasses(','), ',');
-    for (unsigned long i = 0; i < classes.size(); ++i)
-        all.push_back(MemBlock::Factory().GetInstance(classes[i]));
-    return all;
-}
-
 // ---- keys
 
 /// Those of all tables, which the page of keys lists, and some of each form that no table holds.
 std::vector<safestring> EveryKey()
 {
-    std::vector<safestring> keys{"",
-                                 "!",
-                                 "*",
-                                 " ",
-                                 "0",
-                                 "_0",
-                                 "-1",
-                                 "7",
-                                 "99999999999",
-                                 "1x",
-                                 "0..1",
-                                 "2..0",
-                                 "0,0",
-                                 "9,9",
-                                 "-1,0",
-                                 "0,0,0",
-                                 "1,1,9",
-                                 ",",
-                                 "@",
-                                 "@@",
-                                 "@@mean@@",
-                                 "@mean@",
-                                 "@factor",
-                                 "@length",
-                                 "@elemtype",
-                                 "@slice:0:1",
-                                 "@slice:2:1",
-                                 "@slice:x",
-                                 "@insert:0",
-                                 "@insert:9",
-                                 "@insert:",
-                                 "target_descr",
-                                 "target_rank",
-                                 "target_dimsize0",
-                                 "target_dimsize9",
-                                 "target_data",
-                                 "a",
-                                 "q r",
-                                 "@q r@",
-                                 "x:@first",
-                                 "x:@before",
-                                 "new.sub",
-                                 "new.sub.@nothing",
-                                 "a.@nothing",
-                                 "c.d.0",
-                                 "c.d.9",
-                                 "c.@nothing",
-                                 "c.new.@nothing",
-                                 "0.x",
-                                 "target.0",
-                                 "@sticky.x",
-                                 "@transient.@nothing",
-                                 "rawtarget.length",
-                                 "no such key"};
+    safestringlist const forms(
+        "|!|*| |0|_0|-1|7|99999999999|1x|0..1|2..0|0,0|9,9|-1,0|0,0,0|1,1,9|,|@|@@|"
+        "@@mean@@|@mean@|@factor|@length|@elemtype|@slice:0:1|@slice:2:1|@slice:x|"
+        "@insert:0|@insert:9|@insert:|target_descr|target_rank|target_dimsize0|"
+        "target_dimsize9|target_data|a|q r|@q r@|x:@first|x:@before|new.sub|"
+        "new.sub.@nothing|a.@nothing|c.d.0|c.d.9|c.@nothing|c.new.@nothing|0.x|target.0|"
+        "@sticky.x|@transient.@nothing|rawtarget.length|no such key",
+        '|');
+    std::vector<safestring> keys;
+    for (unsigned long i = 0; i < forms.size(); ++i)
+        keys.push_back(forms[i]);
     std::ifstream page(MEMBLOCK_SOURCE_ROOT "/docs/keys.md");
     for (std::string line; std::getline(page, line);)
         if (line.starts_with("| `"))
@@ -358,4 +224,79 @@ TEST(Keys, WhatFailsGoesToTheHandlerAndChangesNothing)
                 object = sample->Clone(false);
             }
     }
+}
+
+TEST(Keys, BelowAColumnOfATableNeverChangeItsLength)
+{
+    WarningLog const warnings;
+    char const* const ways[] = {"w.", "_0.", "0.", "@w@.", "@self.w.", "w.@self."};
+    int n = 0, refused = 0;
+    for (PMemBlock const& sample : EveryKind()) {
+        if (!MemCast<Vector>(sample.Pointer()))
+            continue;
+        auto const rows = MemCast<Vector>(sample.Pointer())->Length();
+        std::vector<DataItem> values{0, 7, "3,4", "subobj"};
+        for (PMemBlock const& object : std::initializer_list<PMemBlock>{
+                 UInts({}), UInts({0, 1}), Pixels({5, 4}), OfType(Vector::Int, rows),
+                 Over(Ints({})), Cnt("w", 1, "z", Ints({1})), sample})
+            values.push_back(object);
+        for (safestring const& key : EveryKey())
+            for (DataItem const& value : values) {
+                PMemBlock column = sample->Clone(false);
+                auto const t = Table::Create("w", DerivedPointer<Vector>(column), "n",
+                                             OfType(Vector::Byte, rows), "twice",
+                                             DerivedPointer<Vector>(column));
+                safestring const path = ways[++n % std::size(ways)] + key;
+                bool const twice = n / std::size(ways) % 2, shared = n / std::size(ways) % 3 == 0;
+                if (!twice)
+                    t->DeleteColumn("twice");
+                PMemBlock const kept = shared ? column : PMemBlock();
+                column = PMemBlock();
+                SCOPED_TRACE(Text("%s: %s = %s", sample, path, value.GetDescription()).c_str());
+                Reports reports;
+                bool const done = t->SetSubItem(path, value, reports);
+                ASSERT_EQ(t->ColumnCount(), twice ? 3 : 2);
+                for (int i = 0; i < t->ColumnCount(); ++i)
+                    ASSERT_EQ(t->Column(i)->Length(), rows) << i;
+                refused += !reports.texts.empty() &&
+                           reports.texts[0] == "Cannot change the length of columns inside a "
+                                               "table, change table.@rowcount instead!";
+                if (done)
+                    Unloop(t->Column(0));
+                else
+                    EXPECT_EQ(State(t->Column(0)).text, State(sample).text);
+            }
+    }
+    EXPECT_GT(refused, 100);
+}
+
+TEST(Keys, OfABranchWriteAsThoseOfAFullCopyAndLeaveTheOriginal)
+{
+    WarningLog const warnings;
+    int written = 0;
+    for (PMemBlock const& sample : EveryKind())
+        for (safestring const& key : EveryKey()) {
+            auto const original = Cnt("o", DataItem(sample->Clone(false)));
+            DataItem const child = original->GetSubItem("o." + key, throw_never);
+            if (child.GetType() != it_memblock || !child.GetMemory() || key == "buffer")
+                continue; // what is written to the bytes of a buffer is written to all its owners
+            for (char const* below : {".0", ".rawtarget.0", ".image.0", ".@nothing"}) {
+                safestring const path = "o." + key + below;
+                SCOPED_TRACE(Text("%s: %s", sample, path).c_str());
+                auto const text = [](PMemBlock const& c) {
+                    return State(c->GetSubItem("o", throw_always).GetMemory()).text;
+                };
+                std::string const before = text(original);
+                PMemBlock const branch = original->CloneToBranch(path);
+                EXPECT_EQ(text(branch), before);
+                PMemBlock const copy = original->Clone(false);
+                bool const done = copy->SetSubItem(path, 1, throw_never);
+                written += done;
+                EXPECT_TRUE(done || text(copy) == before);
+                EXPECT_EQ(branch->SetSubItem(path, 1, throw_never), done);
+                EXPECT_EQ(text(branch), text(copy));
+                EXPECT_EQ(text(original), before);
+            }
+        }
+    EXPECT_GT(written, 100);
 }

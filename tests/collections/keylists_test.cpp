@@ -2,6 +2,7 @@
 #include "every_class.h"
 
 #include <memblock/core/keytable.h>
+#include <memblock/serial/loader.h>
 #include <memblock/serial/warning.h>
 
 #include <gtest/gtest.h>
@@ -56,6 +57,20 @@ safestring OddName(std::mt19937& random)
 }
 
 } // namespace
+
+/// The tests on every class leave none out.
+TEST(EveryClass, HasAnObjectOfEachExportedClassAndOfNoOther)
+{
+    ClassInfo const* table = nullptr;
+    int count = 0;
+    ASSERT_EQ(ExportedClasses(&table, &count), 0);
+    std::set<safestring> exported, tested; // letter case does not count
+    for (int i = 0; i < count; ++i)
+        exported.insert(table[i].name);
+    for (PMemBlock const& object : EveryClass())
+        tested.insert(object->Class());
+    EXPECT_EQ(tested, exported);
+}
 
 TEST(KeyLists, OfEveryClassHoldNamesThatCanBeReadAndNoOthers)
 {
@@ -138,4 +153,8 @@ TEST(KeyLists, AQuotedKeyLeadsToTheNameInItUnlessItIsANameItself)
     EXPECT_EQ(c->Get("@fresh@").GetInt(), 8);
     EXPECT_EQ(c->Get("fresh").GetInt(), 9);
     EXPECT_TRUE(c->Get("@none@").IsUndefined());
+    safestring const quotes(1000000, '@'); // to take them off one by one would last for minutes
+    EXPECT_EQ(c->Get(quotes + "fresh" + quotes).GetInt(), 9);
+    EXPECT_TRUE(c->Get(quotes).IsUndefined());
+    EXPECT_EQ(Bytes({1, 2})->GetSubItem(quotes + "length" + quotes, throw_always).GetInt(), 2);
 }

@@ -373,8 +373,8 @@ TEST(TableKeys, ChangeTheTable)
          "Cannot change the length of columns inside a table, change table.@rowcount instead!"},
         {"_0.@insert:0", 7,
          "Cannot change the length of columns inside a table, change table.@rowcount instead!"},
-        {"p.empty_dimensions", "3,4",
-         "Cannot change the length of columns inside a table, change table.@rowcount instead!"},
+        {"p.empty_dimensions", "3,4", // by the column itself
+         "Dimensions can only be set while there is no data: Vector of 4 elements of type double"},
         {"@factor", 2, "Table.factor subkey is not supported. Use Table[0].factor instead."},
     };
     safestring const before = Expression(t);

@@ -28,6 +28,7 @@ TEST(DataType, IdsSizesTextsAndKindsAreThoseThatFilesAndScriptsRestOn)
         {10, 3, "triple", false, true, true},        {13, 32, "string", true, false, false},
         {14, 24, "polytype", true, false, false},    {15, 8, "signed int64", false, true, false},
         {16, 8, "unsigned int64", false, true, true}};
+    static_assert(std::size(cases) == type_count<AllTypes>);
     for (auto const& c : cases) {
         SCOPED_TRACE(c.text);
         auto const type = static_cast<DataType>(c.id);
@@ -59,7 +60,7 @@ TEST(DataType, TypesOutsideTheSetOfAFamilyRaiseItsText)
     auto const width = [](DataType type) {
         return WithElemType<FloatTypes>(
             type, "Function width not implemented for data type '%s'",
-            []<class T>(Elem<T>) { return sizeof(T); }, err_request);
+            []<class T>(TypeTag<T>) { return sizeof(T); }, err_request);
     };
     EXPECT_EQ(width(Ids::Double), 8U);
     EXPECT_RAISES(width(Ids::Triple), 4096,

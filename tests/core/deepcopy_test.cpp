@@ -1,5 +1,6 @@
 #include <memblock/collections/container.h>
 
+#include <support/rounds.h>
 #include <support/vectors.h>
 
 #include <gtest/gtest.h>
@@ -158,7 +159,7 @@ void Empty(Set const& blocks)
 
 TEST(DeepCopy, LooksTheSameFromInsideAndSharesNothingWithOutside)
 {
-    for (unsigned seed = 0; seed < 400; ++seed) {
+    for (unsigned seed = 0; seed < static_cast<unsigned>(Rounds(400)); ++seed) {
         SCOPED_TRACE(seed);
         std::mt19937 random(seed);
         Objs made = Graph(random, seed % 2 != 0), outside;

@@ -289,10 +289,17 @@ TEST(Cache, ManyPixelsAreTooManyForSummaryValuesOnly)
 
 TEST(Cache, KeysHaveNamesForMessages)
 {
-    for (auto const& [key, name] : {std::pair(108, "histogram"),
-                                    {10003, "@sticky"},
-                                    {7, "@transient"},
-                                    {12, "@key12"},
-                                    {-1, "@key-1"}})
-        EXPECT_EQ(MemKey2String(key), name);
+    struct {
+        int key;
+        char const *of_cache, *of_summary;
+    } const cases[] = {{key_histogram, "histogram", "histogram"},
+                       {MemBlock::key_sticky, "@sticky", "10003"},
+                       {MemBlock::key_transient, "@transient", "7"},
+                       {key_fmedian, "@key110", "median"},
+                       {key_variance, "@key109", "109"}, // Settled: has no name
+                       {-2000000000, "@key-2000000000", "-2000000000"}};
+    for (auto const& c : cases) {
+        EXPECT_EQ(MemKey2String(c.key), c.of_cache);
+        EXPECT_STREQ(Vector::Key2string(c.key), c.of_summary);
+    }
 }

@@ -148,6 +148,26 @@ TEST(SetSubItem, WritingAnAttributeKeepsTheTransientContainers)
     }
 }
 
+TEST(SetSubItem, AFailedWriteIntoAnAttributeLeavesNoneBehind)
+{
+    for (char const* name : {"@transient", "@sticky"}) {
+        SCOPED_TRACE(name);
+        auto const root = Vector::CreateFrom(PMemBlock(Vector::CreateFrom(7)));
+        MemBlock& child = *cref(root).PMemoryPointer()[0];
+        auto const hash = [&] {
+            root->SetSecondaryItem(MemBlock::key_md5, {});
+            return root->GetSubItem("@md5", throw_always).GetString();
+        };
+        safestring const before = hash();
+        for (safestring const& path : {Text("0.%s.@type", name), Text("0.%s.x.@type", name)})
+            EXPECT_FALSE(root->SetSubItem(path, "odd", throw_never));
+        EXPECT_EQ(hash(), before);
+        EXPECT_EQ(child.Flags(), 0u);
+        EXPECT_TRUE(root->SetSubItem(Text("0.%s.x", name), 1, throw_never));
+        EXPECT_NE(hash(), before);
+    }
+}
+
 TEST(SetSubItem, AttributesMustBeContainers)
 {
     auto const block = TestBlock::Create();

@@ -1,13 +1,12 @@
-#include <memblock/imaging/image.h>
+#include "images.h"
+
 #include <memblock/imaging/intervalvector.h>
 #include <memblock/vector/summary.h>
 
-#include <support/raises.h>
-#include <support/vectors.h>
+#include <support/rounds.h>
 
-#include <functional>
-#include <gtest/gtest.h>
 #include <random>
+#include <sstream>
 
 namespace {
 
@@ -43,7 +42,7 @@ struct Arguments {
 };
 
 struct Step {
-    char const* name;
+    std::string name;
     std::function<DataItem(Intervals const&, Arguments const&)> run;
 };
 
@@ -56,32 +55,7 @@ Step Do(char const* name, Edit edit)
             }};
 }
 
-Step SetKey(char const* key, std::function<SafeValue(Arguments const&)> const& value)
-{
-    return {key, [key, value](Intervals const& v, Arguments const& with) {
-                return DataItem(int(v->SetSubItem(key, value(with), throw_always)));
-            }};
-}
-
-SafeValue Number(Arguments const& with)
-{
-    return SafeValue(with.a);
-}
-SafeValue List(Arguments const& with)
-{
-    return SafeValue(UInts(with.list));
-}
-SafeValue Object(Arguments const& with)
-{
-    return SafeValue(with.object);
-}
-SafeValue LogicWord(Arguments const& with)
-{
-    char const* const words[] = {"stencil", "subobj", "subnum", "vectorstencil", "datacubestencil"};
-    return SafeValue(words[unsigned(with.a) % 5]);
-}
-
-std::vector<Step> const mutators = {
+std::vector<Step> const edits = {
     Do("Erase", [](Vector& v, auto& with) { v.Erase(with.a, with.b); }),
     Do("Insert", [](Vector& v, auto& with) { v.Insert(with.a, DataItem(with.b)); }),
     Do("ShiftVector", [](Vector& v, auto& with) { v.ShiftVector(with.a); }),
@@ -118,25 +92,6 @@ std::vector<Step> const mutators = {
     Do("SetElemType", [](Vector& v, auto&) { v.SetElemType(Vector::Double, true, false); }),
     Do("SetTarget",
        [](IntervalVector& v, auto& with) { v.SetTarget(DerivedPointer<Vector>(with.object)); }),
-    SetKey("length", Number),
-    SetKey("size", List),
-    SetKey("elemtype", Number),
-    SetKey("factor", Number),
-    SetKey("empty_dimensions", Number),
-    SetKey("@insert:0", Number),
-    SetKey("@insert:3", Number),
-    SetKey("1", Number),
-    SetKey("4", Number),
-    SetKey("interval_count", Number),
-    SetKey("type", LogicWord),
-    SetKey("inner_index_array", List),
-    SetKey("inner_vector", Object),
-    SetKey("outer_index_array", List),
-    SetKey("outer_index_array", Object),
-    SetKey("medium_index_array", List),
-    SetKey("target", Object),
-    SetKey("indexvector_target", Object),
-    SetKey("target_data", List),
     {"SetDimSizes",
      [](Intervals const& v, Arguments const& with) {
          SafeValue n(with.a);
@@ -144,13 +99,38 @@ std::vector<Step> const mutators = {
      }},
 };
 
+/// The edits, and the keys with values of each kind.
+std::vector<Step> Mutators()
+{
+    std::array<char const*, 5> const words{"stencil", "subobj", "subnum", "vectorstencil",
+                                           "datacubestencil"};
+    using Value = std::function<SafeValue(Arguments const&)>;
+    std::pair<char const*, Value> const kinds[] = {
+        {"length elemtype factor empty_dimensions @insert:0 @insert:3 1 4 interval_count",
+         [](auto& with) { return SafeValue(with.a); }},
+        {"size inner_index_array outer_index_array medium_index_array target_data",
+         [](auto& with) { return SafeValue(UInts(with.list)); }},
+        {"inner_vector outer_index_array target indexvector_target",
+         [](auto& with) { return SafeValue(with.object); }},
+        {"type", [words](auto& with) { return SafeValue(words[unsigned(with.a) % 5]); }}};
+    std::vector<Step> all = edits;
+    for (auto const& [names, value] : kinds) {
+        std::istringstream keys(names);
+        for (std::string key; keys >> key;)
+            all.push_back({key, [key, value](auto& v, auto& with) {
+                               return DataItem(int(Set(v, key.c_str(), value(with))));
+                           }});
+    }
+    return all;
+}
+
 /// What both forms agree in: a slice shares the target of the form that it comes of.
 DataItem OfSlice(PMemBlock const& slice)
 {
     safestring text;
     slice->Consistent(text, true);
     for (char const* const key : {"itemcount", "area"})
-        text += Text("%s %s ", key, slice->GetSubItem(key, throw_always));
+        text += Text("%s %s ", key, Get(slice, key));
     return DataItem(text);
 }
 
@@ -191,35 +171,12 @@ std::vector<Step> Readers()
          [](auto& v, auto&) { return DataItem(v->SecondaryDouble(key_sum, throw_always)); }},
         {"expr", [](auto& v, auto&) { return v->DoVerb("expr", 0, nullptr); }},
     };
-    for (char const* const key : {"itemcount",
-                                  "area",
-                                  "mask",
-                                  "x",
-                                  "y",
-                                  "target",
-                                  "image",
-                                  "imagewidth",
-                                  "length",
-                                  "range",
-                                  "min",
-                                  "mean",
-                                  "maxat",
-                                  "dims",
-                                  "expression",
-                                  "vectordata",
-                                  "vector",
-                                  "0",
-                                  "_2",
-                                  "1..2",
-                                  "3",
-                                  "@slice:0:2",
-                                  "@description",
-                                  "@md5",
-                                  "@__sharedbuffer__",
-                                  "!",
-                                  "*"})
-        readers.push_back(
-            {key, [key](auto& v, auto&) { return v->GetSubItem(key, throw_always); }});
+    std::istringstream keys(
+        "itemcount area mask x y target image imagewidth length range min mean maxat dims "
+        "expression vectordata vector 0 _2 1..2 3 @slice:0:2 @description @md5 @__sharedbuffer__ "
+        "! *");
+    for (std::string key; keys >> key;)
+        readers.push_back({key, [key](auto& v, auto&) { return Get(v, key.c_str()); }});
     return readers;
 }
 
@@ -292,7 +249,8 @@ protected:
 
 TEST_F(TwoForms, AreEditedAlike)
 {
-    for (int round = 0; round < 3000; ++round) {
+    auto const mutators = Mutators();
+    for (int round = 0; round < Rounds(3000); ++round) {
         auto const target = DrawTarget();
         Numbers const limits = DrawLimits(Draw(4) == 0);
         unsigned int const base = Draw(3);
@@ -302,7 +260,7 @@ TEST_F(TwoForms, AreEditedAlike)
             parted->AddEndArray();
             Step const& step = mutators[Draw(mutators.size())];
             Arguments const with = DrawArguments();
-            history += std::string(" ") + step.name + Text("(%d,%d)", with.a, with.b).c_str();
+            history += " " + step.name + Text("(%d,%d)", with.a, with.b).c_str();
             SCOPED_TRACE(history);
             Intervals const before(parted->Clone(false));
             std::string const expected = Outcome([&] { return step.run(whole, with); });
@@ -329,7 +287,7 @@ TEST_F(TwoForms, AreEditedAlike)
 TEST_F(TwoForms, AreReadAlikeAndNotChangedByIt)
 {
     auto const readers = Readers();
-    for (int round = 0; round < 300; ++round) {
+    for (int round = 0; round < Rounds(300); ++round) {
         auto const target = DrawTarget();
         bool const wild = Draw(4) == 0;
         Numbers const limits = DrawLimits(wild);

@@ -119,6 +119,42 @@ TEST(ThreadMgr, ABlockedWorkerIsReplacedAndTheSurplusEndsAfterAQuietTime)
     EXPECT_EQ(ThreadMgrProbe::Blocked(), 0);
 }
 
+TEST(ThreadMgr, AWorkerThatAsksIsReplacedWhileTheHandlerWaits)
+{
+    struct WaitingPool : JobPool {
+        void HandleNotify(int job, int code, DataItem&) override
+        {
+            if (job != 1 || code != jp_notify_started)
+                return;
+            blocked = ThreadMgrProbe::Blocked();
+            throw 5; // leaves both waits
+        }
+        DataItem HandleConsult(int, int, DataItem& question) override
+        {
+            Wait();
+            return question;
+        }
+        int blocked = 0;
+    };
+    Threads const threads(1);
+    WaitingPool pool;
+    std::atomic<int> running{0}, most{0};
+    Add(pool, Ask);
+    for (int i = 0; i < 20; ++i)
+        Add(pool, [&](Task&) {
+            most = std::max(most.load(), ++running);
+            for (int k = 0; k < 100; ++k)
+                boost::this_thread::yield();
+            --running;
+            return DataItem();
+        });
+    EXPECT_THROW(pool.Wait(), int);
+    EXPECT_EQ(pool.blocked, 1);
+    EXPECT_EQ(ThreadMgrProbe::Blocked(), 0);
+    pool.Wait();
+    EXPECT_EQ(most, 1) << "no place was lost, none was made";
+}
+
 TEST(ThreadMgr, PoolsShareTheWorkersInTurn)
 {
     Threads const threads(1);
@@ -233,6 +269,26 @@ TEST(ThreadMgrExitDeathTest, AJobMayCallExit)
             JobPool pool;
             Add(pool, [](Task&) -> DataItem { std::exit(0); });
             pool.Wait();
+        },
+        testing::ExitedWithCode(0), "");
+    struct Leaving : Task {
+        using Task::Task;
+        void OnPosted() override { std::exit(0); }
+    };
+    EXPECT_EXIT(
+        {
+            alarm(5);
+            Threads const threads(2);
+            static JobPool pool;
+            static struct AtEnd { // runs before the manager's end
+                ~AtEnd()
+                {
+                    JobPool late;
+                    Add(late, [](Task&) { return DataItem(); });
+                    late.Wait();
+                }
+            } const at_end;
+            pool.AddNewJob(new Leaving([](Task&) { return DataItem(); }));
         },
         testing::ExitedWithCode(0), "");
 }

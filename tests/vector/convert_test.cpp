@@ -22,10 +22,29 @@ DerivedPointer<Vector> Convert(DerivedPointer<Vector> const& v, DataType type, b
     return cref(v).ConvertElemsToType(type, true, keep);
 }
 
-constexpr DataType number_types[] = {Vector::Byte,  Vector::Char,          Vector::UnsignedShort,
-                                     Vector::Short, Vector::Triple,        Vector::UnsignedInt,
-                                     Vector::Int,   Vector::UnsignedInt64, Vector::Int64,
-                                     Vector::Float, Vector::Double};
+constexpr DataType number_types[] = {
+#define MEMBLOCK_ID(NAME, ID, T, TEXT) Vector::NAME,
+    MEMBLOCK_NUMERIC_ELEM_TYPES(MEMBLOCK_ID)
+#undef MEMBLOCK_ID
+};
+
+/// A conversion whose factor follows the data: the raw elements in text form, and the factor.
+struct Conversion {
+    DerivedPointer<Vector> v;
+    DataType type;
+    char const* expected;
+    double factor;
+};
+
+void ExpectConverted(std::initializer_list<Conversion> cases)
+{
+    for (Conversion const& c : cases) {
+        SCOPED_TRACE(c.v->GetDescription().c_str());
+        auto const result = Convert(c.v, c.type);
+        EXPECT_EQ(TextOf(result), c.expected);
+        EXPECT_DOUBLE_EQ(result->Factor(), c.factor);
+    }
+}
 
 } // namespace
 
@@ -57,13 +76,7 @@ TEST(Convert, IntegersThatFitAreCopiedToAnyIntegerType)
 
 TEST(Convert, IntegersThatDoNotFitAreShiftedAndTheFactorMakesUpForIt)
 {
-    struct Case {
-        DerivedPointer<Vector> v;
-        DataType type;
-        char const* expected;
-        double factor;
-    };
-    Case const cases[] = {
+    ExpectConverted({
         {Ints({256, 100}), Vector::Byte, "128 50", 2},
         {Ints({-1000, 1000}), Vector::Char, "-125 125", 8},
         {UInts({4000000000u, 7}), Vector::Int, "2000000000 3", 2},
@@ -73,12 +86,7 @@ TEST(Convert, IntegersThatDoNotFitAreShiftedAndTheFactorMakesUpForIt)
          std::ldexp(1.0, 48)},
         {UInt64s({1ULL << 53 | 1}), Vector::UnsignedInt64, "9007199254740993", 1},
         {Shorts({-129, 5}), Vector::Char, "-65 2", 2},
-    };
-    for (Case const& c : cases) {
-        auto const result = Convert(c.v, c.type);
-        EXPECT_EQ(TextOf(result), c.expected) << c.v->GetDescription().c_str();
-        EXPECT_EQ(result->Factor(), c.factor);
-    }
+    });
     EXPECT_RAISES(Convert(Ints({256, -7}), Vector::Char, true), 128,
                   "Cannot insert value 256 or -7 in 1-byte destination type without altering "
                   "factor");
@@ -90,13 +98,7 @@ TEST(Convert, IntegersThatDoNotFitAreShiftedAndTheFactorMakesUpForIt)
 
 TEST(Convert, FloatsKeepTheirCookedValuesThroughTheFactor)
 {
-    struct Case {
-        DerivedPointer<Vector> v;
-        DataType type;
-        char const* expected;
-        double factor;
-    };
-    Case const cases[] = {
+    ExpectConverted({
         {Doubles({1, 2, -3}), Vector::Int, "1 2 -3", 1},
         {Doubles({1, NAN, inf, -inf}), Vector::Short, "1 0 32767 -32768", 1},
         {Doubles({NAN, inf}), Vector::Byte, "0 255", 1},
@@ -105,13 +107,7 @@ TEST(Convert, FloatsKeepTheirCookedValuesThroughTheFactor)
         {Doubles({-0.5, 0.25}), Vector::Int, "-1073741824 536870912", 1 / 2147483647.0},
         {Doubles({0.5}, 2), Vector::Triple, "16777215", 1 / 16777215.0},
         {Doubles({0.0, -0.0}), Vector::UnsignedInt64, "0 0", 1},
-    };
-    for (Case const& c : cases) {
-        SCOPED_TRACE(c.v->GetDescription().c_str());
-        auto const result = Convert(c.v, c.type);
-        EXPECT_EQ(TextOf(result), c.expected);
-        EXPECT_DOUBLE_EQ(result->Factor(), c.factor);
-    }
+    });
     auto const wide = Convert(Doubles({0.4, 3e9}), Vector::Int);
     EXPECT_DOUBLE_EQ(wide->Factor(), 3e9 / 536870911.75);
     EXPECT_NEAR(wide->Elem(0) * wide->Factor(), 0.4, wide->Factor() / 2);

@@ -1,7 +1,9 @@
 #include <memblock/base/number.h>
 #include <memblock/vector/vector.h>
 
+#include <support/elemtypes.h>
 #include <support/raises.h>
+#include <support/rounds.h>
 #include <support/vectors.h>
 
 #include <gtest/gtest.h>
@@ -53,7 +55,7 @@ private:
     }
 };
 
-/// A value that tells its number, of any element type.
+/// A value that encodes its number, of any element type.
 template <class T>
 T Value(unsigned int i)
 {
@@ -242,15 +244,12 @@ private:
 template <class T>
 class VectorModel : public testing::Test {
 };
-using AllElementTypes =
-    testing::Types<int, unsigned int, short, unsigned short, char, unsigned char, float, double,
-                   void*, PMemBlock, triple, safestring, DataItem, long long, unsigned long long>;
-TYPED_TEST_SUITE(VectorModel, AllElementTypes);
+TYPED_TEST_SUITE(VectorModel, AllElemTypes);
 
 TYPED_TEST(VectorModel, StructuralChangesMatchAPlainListAndLeaveClonesAlone)
 {
-    for (unsigned int seed = 1; seed <= 20; ++seed) {
-        Twin<TypeParam> twin(seed);
+    for (int seed = 1; seed <= Rounds(20); ++seed) {
+        Twin<TypeParam> twin(static_cast<unsigned int>(seed));
         for (int step = 0; step < 200; ++step) {
             SCOPED_TRACE(testing::Message() << "seed " << seed << ", step " << step);
             twin.Step();

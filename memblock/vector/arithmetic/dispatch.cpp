@@ -10,6 +10,7 @@ namespace {
 
 [[noreturn]] void RaiseNoFloatKernel(DataType result)
 {
+    // The texts only say which branch had no kernel.
     switch (static_cast<int>(result)) {
     case DataTypeBase::Float:
         Raise(err_kind, "Vector::op(): ERR A1");
@@ -41,7 +42,7 @@ double GreatestInteger(DataType type)
 {
     return WithElemTypeOr<IntegerTypes>(
         type, [] { return std::numeric_limits<double>::infinity(); },
-        []<class T>(Elem<T>) { return static_cast<double>(std::numeric_limits<T>::max()); });
+        []<class T>(TypeTag<T>) { return static_cast<double>(std::numeric_limits<T>::max()); });
 }
 
 void Dispatch(OperandPair const& operands, char op, op_options const& options, Vector& result)
@@ -51,8 +52,9 @@ void Dispatch(OperandPair const& operands, char op, op_options const& options, V
     auto const missed = [&] { RaiseNoIntegerKernel(result.ElemType()); };
     WithElemType<KernelTypes>(
         x.Type(), "Vector::op(): data type not supported: %s",
-        [&]<class T>(Elem<T>) {
-            auto const run = [&]<class R>(Elem<R>) {
+        [&]<class T>(TypeTag<T>) {
+            // Every pair is compiled into the dispatch; those without a kernel end in the report.
+            auto const run = [&]<class R>(TypeTag<R>) {
                 T const* const xs = x->TypedPointer<T>();
                 T const* const ys = y->TypedPointer<T>();
                 R* const dest = result.TypedPointer<R>();
@@ -77,8 +79,8 @@ void ApplyToFloats(OperandPair const& operands, OpRequest const& request, Vector
     Operand const& x = operands.x;
     Operand const& y = operands.y;
     auto const missed = [&] { RaiseNoFloatKernel(result.ElemType()); };
-    WithElemTypeOr<FloatTypes>(x.Type(), missed, [&]<class T>(Elem<T>) {
-        WithElemTypeOr<FloatResultTypes>(result.ElemType(), missed, [&]<class R>(Elem<R>) {
+    WithElemTypeOr<FloatTypes>(x.Type(), missed, [&]<class T>(TypeTag<T>) {
+        WithElemTypeOr<FloatResultTypes>(result.ElemType(), missed, [&]<class R>(TypeTag<R>) {
             if constexpr (FloatPair<T, R>)
                 ApplyOpSimple(request.name, x->TypedPointer<T>(), x->Length(), y->TypedPointer<T>(),
                               y->Length(), result.TypedPointer<R>(), result.Length(),
@@ -97,9 +99,11 @@ void ApplyToIntegers(OperandPair const& operands, OpRequest const& request, Vect
                           GreatestInteger(request.requested) < GreatestInteger(result.ElemType());
     if (!narrower || options.GetValue("infinity", DataItem()).IsDefined())
         return Dispatch(operands, request.name, options, result);
+    // A copy: the options are the caller's, except for the outputs, which are written back below.
     op_options guarded = options;
     guarded.SetValue("infinity", GreatestInteger(request.requested));
     Dispatch(operands, request.name, guarded, result);
+    // The count went into the copy, and a quotient counts nothing.
     options.SetOutput("nancount", 0);
 }
 

@@ -46,7 +46,7 @@ MEMBLOCK_INLINE_LOOP std::size_t ModuloLoop(T const* __restrict x, std::size_t x
 }
 
 /// Remainders, exact in floating numbers that hold the operands: a quotient of integers that is no
-/// integer lies farther from one than they round. The sign is that of x for a positive y, and of -x
+/// integer is farther from one than they round. The sign is that of x for a positive y, and of -x
 /// for a negative one. Returns how many elements met a zero y; these give 0.
 template <class T>
 MEMBLOCK_MULTIVERSION std::size_t ModuloKernel(Operands<T> const& in, T* out)

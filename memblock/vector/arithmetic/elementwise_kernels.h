@@ -240,7 +240,7 @@ MEMBLOCK_MULTIVERSION bool WideningKernel(char op, Operands<T> const& in, R* out
     }
 }
 
-/// Operators whose result lies in the type of their operands: one set of loops a type, widened
+/// Operators whose result is of the type of their operands: one set of loops a type, widened
 /// afterwards where that is asked for. Returns false for any other operator.
 template <class T>
 MEMBLOCK_MULTIVERSION bool KeepingKernel(char op, Operands<T> const& in, T* out)

@@ -7,14 +7,14 @@
 namespace NKelmic::ops {
 
 /// Integers of at most 32 bits: wider ones are computed in double.
-using KernelTypes = TypeSet<int, unsigned int, short, unsigned short, char, unsigned char, triple>;
+using KernelTypes = TypesUpTo<IntegerTypes, 4>;
 
 /// The result is never narrower than the operands: 31 pairs.
 template <class T, class R>
 concept IntegerPair = KernelTypes::has<T> && KernelTypes::has<R> && sizeof(T) <= sizeof(R);
 
 /// What floating operands give: numbers, and truth values as bytes.
-using FloatResultTypes = TypeSet<float, double, unsigned char>;
+using FloatResultTypes = TypeUnion<FloatTypes, TypeSet<unsigned char>>;
 
 template <class T, class R>
 concept FloatPair = FloatTypes::has<T> && FloatResultTypes::has<R> &&

@@ -28,6 +28,7 @@ OpRequest::OpRequest(char op_name, op_options const& from)
 
 void Simplify(OperandPair& operands)
 {
+    // A macro's list of results is a vector of one-element vectors; as flat numbers it has kernels.
     for (Operand* operand : {&operands.x, &operands.y})
         if (operand->Type() == DataTypeBase::PMemory)
             if (auto simple = AttemptConversionToSimpleVector(operand->Pointer()))
@@ -39,9 +40,11 @@ namespace {
 /// An integer in a vector of its own, under a type that holds it.
 DerivedPointer<Vector> ScalarOf(double value, DataType type)
 {
+    // Directly, as this runs for nearly every operation with a constant; a conversion costs more
+    // than the operation on a short vector.
     TypedChunk const chunk = OpenChunk(1, type);
     WithElemTypeOr<IntegerTypes>(
-        type, [] {}, [&]<class T>(Elem<T>) { *static_cast<T*>(chunk.Data()) = T(value); });
+        type, [] {}, [&]<class T>(TypeTag<T>) { *static_cast<T*>(chunk.Data()) = T(value); });
     return Vector::Create(chunk, 1.0);
 }
 
@@ -54,6 +57,7 @@ void PrepareScalar(Operand& scalar, Vector const& array, OpRequest const& reques
         scalar.Replace(EnsureScalarFactor(scalar.Pointer(), array.Factor(), throw_always));
     if (!IsInSet<IntegerTypes>(scalar.Type()))
         return;
+    // A constant must not widen the result: 1 as Int added to bytes would give Ints.
     double const value = scalar->Elem(0);
     DataType const smallest = Vector::MinMax2Type(value, value);
     if (!IsPlain(*scalar) || scalar->Factor() != 1.0 || array.Factor() != 1.0)
@@ -74,6 +78,8 @@ void EqualizeFactors(OperandPair& operands)
 {
     Operand& x = operands.x;
     Operand& y = operands.y;
+    // The floating operand takes the factor of the other, since only floats change it without
+    // rounding.
     if (!IsInSet<FloatTypes>(y.Type()) && IsInSet<FloatTypes>(x.Type())) {
         x.EnsureFactor(y->Factor());
         return;

@@ -1,10 +1,11 @@
 #include <memblock/vector/arithmetic/op.h>
 
-#include <memblock/vector/elemtypechange_internal.h>
-#include <memblock/imaging/indexvector.h>
-#include <memblock/vector/packedlimits_internal.h>
+#include <memblock/core/imageclass.h>
 #include <memblock/vector/arithmetic/dispatch_internal.h>
+#include <memblock/vector/arithmetic/kernelpairs_internal.h>
 #include <memblock/vector/arithmetic/resulttype_internal.h>
+#include <memblock/vector/elemtypechange_internal.h>
+#include <memblock/vector/packedlimits_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
 #include <algorithm>
@@ -23,14 +24,6 @@ namespace {
 
 /// The greatest magnitude for which + and - of integers are computed in 32 bits.
 constexpr double integer_limit = 1073741824.0;
-
-/// lg_type of images: a stencil, whose logical negation is a mask.
-constexpr int lg_stencil = 13;
-
-bool Is64BitInteger(DataType type)
-{
-    return type == DataTypeBase::Int64 || type == DataTypeBase::UnsignedInt64;
-}
 
 /// The object that a kernel writes into.
 struct Result {
@@ -112,6 +105,7 @@ Result RunOnStrings(OperandPair& operands, OpRequest const& request)
 /// The type in which two operands, one of them floating at least, are computed.
 DataType FloatTypeOf(OperandPair const& operands, OpRequest const& request)
 {
+    static_assert(type_count<FloatTypes> == 2, "two different ones meet in Double");
     DataType const x = operands.x.Type(), y = operands.y.Type();
     if (request.fixed && IsInSet<FloatTypes>(request.route))
         return request.route;
@@ -151,7 +145,7 @@ PMemBlock RunOnIntegers(OperandPair& operands, OpRequest const& request, Result&
     if (x->ElemSize() != y->ElemSize())
         ThrowAssertException(__FILE__, __LINE__, "SizeOf(x->ElemType()) == SizeOf(y->ElemType())");
 
-    bool const compares = request.op.kind == OpKind::comparison && !Is64BitInteger(x.Type());
+    bool const compares = request.op.kind == OpKind::comparison && IsInSet<KernelTypes>(x.Type());
     if (compares && x.Type() == y.Type() && IsBare(*x) && IsBare(*y)) {
         result = MakeResult(operands, DataTypeBase::Byte); // whatever their ranges
         ApplyToIntegers(operands, request, *result.vector);
@@ -203,8 +197,8 @@ PMemBlock PixelList(Result const& result, OperandPair const& operands, OpRequest
             Raise(err_request, "Invalid point() operands for element %d: x=%d, y=%d", i,
                   (*operands.x)[operands.XIsScalar() ? 0 : i],
                   (*operands.y)[operands.YIsScalar() ? 0 : i]);
-    return IndexVector::Create(result.vector, static_cast<unsigned int>(width),
-                               static_cast<unsigned int>(height));
+    return PixelListOf(result.vector, static_cast<unsigned int>(width),
+                       static_cast<unsigned int>(height));
 }
 
 PMemBlock Finished(Result result, OperandPair const& operands, OpRequest const& request)

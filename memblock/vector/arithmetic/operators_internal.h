@@ -1,6 +1,8 @@
 #ifndef MEMBLOCK_VECTOR_ARITHMETIC_OPERATORS_INTERNAL_H
 #define MEMBLOCK_VECTOR_ARITHMETIC_OPERATORS_INTERNAL_H
 
+#include <memblock/vector/range_kernels.h>
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -26,10 +28,7 @@ enum class OperandFactors {
 enum class ResultFactor { product, quotient, common, of_x, one };
 
 /// The raw extremes of an operand or a result.
-struct Range {
-    double min;
-    double max;
-};
+using Range = MinMax<double>;
 
 /// How the range of an integer result follows from those of the operands.
 struct RangeRule {

@@ -1,6 +1,9 @@
 #include <memblock/vector/arithmetic/resulttype_internal.h>
 
 #include <memblock/base/number.h>
+#include <memblock/core/summarykeys.h>
+#include <memblock/vector/arithmetic/kernelpairs_internal.h>
+#include <memblock/vector/convert_internal.h>
 
 #include <algorithm>
 #include <cmath>
@@ -16,7 +19,7 @@ Range SumRange(Range x, Range y, op_options const&)
 
 Range DifferenceRange(Range x, Range y, op_options const& options)
 {
-    // Settled: where every difference is replaced, the maximum can lie below the minimum of 0.
+    // Settled: where every difference is replaced, the maximum can be below the minimum of 0.
     if (options.GetFlag("neg_abs", false) || options.GetFlag("neg_zero", false))
         return {0, x.max - y.min};
     return {x.min - y.max, x.max - y.min};
@@ -72,47 +75,21 @@ Range PixelRange(Range, Range, op_options const&)
 
 namespace {
 
-template <class T>
-Range RangeOf(T const* data, unsigned int n)
-{
-    T low = data[0];
-    T high = data[0];
-    for (unsigned int i = 1; i < n; ++i) {
-        low = data[i] < low ? data[i] : low;
-        high = data[i] > high ? data[i] : high;
-    }
-    return {static_cast<double>(low), static_cast<double>(high)};
-}
-
-/// The unsigned, and the signed, type of the same width; the type itself where there is none.
+/// The unsigned type of the same width; the type itself where there is none.
+///
+/// Settled: a 64-bit type keeps its sign. Such operands meet only in `Double`, or not at all.
 DataType UnsignedTwin(DataType type)
 {
-    switch (TypedChunk::SizeOf(type)) {
-    case 1:
-        return DataTypeBase::Byte;
-    case 2:
-        return DataTypeBase::UnsignedShort;
-    case 4:
-        return DataTypeBase::UnsignedInt;
-    default:
-        return type;
-    }
+    return WithElemTypeOr<KernelTypes>(
+        type, [type] { return type; },
+        []<class T>(TypeTag<T>) { return type_of<unsigned_twin<T>>::value; });
 }
 
 DataType SignedTwin(DataType type)
 {
-    switch (TypedChunk::SizeOf(type)) {
-    case 1:
-        return DataTypeBase::Char;
-    case 2:
-        return DataTypeBase::Short;
-    case 4:
-        return DataTypeBase::Int;
-    case 8:
-        return DataTypeBase::Int64;
-    default:
-        return type;
-    }
+    return WithElemTypeOr<IntegerTypes>(
+        type, [type] { return type; },
+        []<class T>(TypeTag<T>) { return type_of<signed_twin<T>>::value; });
 }
 
 /// Look at an operand as at the type of the other sign, if its values have the same bits there.
@@ -144,9 +121,11 @@ Range RawRange(Vector const& v)
         (IsPlain(v) || !v.Conforms("image")))
         return WithElemType<IntegerTypes>(
             v.ElemType(), "Vector::op(): data type not supported: %s",
-            [&]<class T>(Elem<T>) { return RangeOf(v.TypedPointer<T>(), v.Length()); },
+            [&]<class T>(TypeTag<T>) {
+                return MinMaxOfShort<false>(v.TypedPointer<T>(), v.Length()).template As<double>();
+            },
             err_request);
-    return {v.SecondaryDouble(101, throw_always), v.SecondaryDouble(100, throw_always)};
+    return {v.SecondaryDouble(key_min, throw_always), v.SecondaryDouble(key_max, throw_always)};
 }
 
 void WidenNarrower(OperandPair& operands)
@@ -201,12 +180,13 @@ DataType RaiseToWidth(DataType wanted, DataType operands)
 {
     if (TypedChunk::SizeOf(wanted) >= TypedChunk::SizeOf(operands))
         return wanted;
-    unsigned const width = TypedChunk::SizeOf(operands);
-    if (TypedChunk::IsUnsignedInteger(wanted) && TypedChunk::IsUnsignedInteger(operands))
-        return width == 2   ? DataTypeBase::UnsignedShort
-               : width == 3 ? DataTypeBase::Triple
-                            : DataTypeBase::UnsignedInt;
-    return width == 2 ? DataTypeBase::Short : DataTypeBase::Int;
+    // Kernels end at 32 bits; for wider operands the caller raises what it reports.
+    int const width = std::min<int>(TypedChunk::SizeOf(operands), 4);
+    bool const is_unsigned =
+        TypedChunk::IsUnsignedInteger(wanted) && TypedChunk::IsUnsignedInteger(operands);
+    if (is_unsigned)
+        return TypeOfDepth(width, false, false);
+    return TypeOfDepth(width == 3 ? 4 : width, true, false); // three bytes are never signed
 }
 
 } // namespace NKelmic::ops

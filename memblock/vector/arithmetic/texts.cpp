@@ -37,6 +37,7 @@ template <bool xscalar, bool yscalar>
 DerivedPointer<Vector> PerformStringOp(char op, DerivedPointer<Vector> const& x,
                                        DerivedPointer<Vector> const& y)
 {
+    // One comparison gives the order; each operator asks something else of it.
     auto const compare = [&](auto test) {
         return EachPair<xscalar, yscalar, unsigned char>(
             op, cref(x), cref(y),
@@ -75,6 +76,7 @@ template DerivedPointer<Vector> PerformStringOp<true, true>(char, DerivedPointer
 DerivedPointer<Vector> StringOp(char op, DerivedPointer<Vector> const& x,
                                 DerivedPointer<Vector> const& y)
 {
+    // A number beside a text is compared as its text.
     auto const a = cref(x).ConvertElemsToType(DataTypeBase::String, true, true);
     auto const b = cref(y).ConvertElemsToType(DataTypeBase::String, true, true);
     bool const xscalar = a->Length() == 1;

@@ -1,25 +1,13 @@
-#ifndef MEMBLOCK_IMAGING_INTERVALPARTS_INTERNAL_H
-#define MEMBLOCK_IMAGING_INTERVALPARTS_INTERNAL_H
+#ifndef MEMBLOCK_IMAGING_INTERVALLIMITS_INTERNAL_H
+#define MEMBLOCK_IMAGING_INTERVALLIMITS_INTERNAL_H
 
 #include <memblock/base/multiversion.h>
-#include <memblock/imaging/intervalvector.h>
+#include <memblock/imaging/intervaltarget_internal.h>
 #include <memblock/vector/packedlimits_internal.h>
 
 #include <algorithm>
 
 namespace NKelmic {
-
-/// More layers than three mean nothing; a walk that meets more than this ends.
-constexpr int most_layers = 32;
-
-/// What a target offers to intervals: elements, or the intervals of an interval vector.
-inline unsigned int ItemCount(MemBlock const* target)
-{
-    if (auto const* layer = MemCast<IntervalVector>(target))
-        return layer->IntervalCount();
-    auto const* vector = MemCast<Vector>(target);
-    return vector ? vector->Length() : 0;
-}
 
 namespace limits {
 
@@ -78,6 +66,18 @@ private:
     unsigned int const *start_, *end_;
 };
 
+/// The end of the last interval, not cut; 0 where there is none.
+inline unsigned int LastEnd(IntervalVector const& v)
+{
+    return v.IntervalCount() > 0 ? v.End(0)[v.IntervalCount() - 1] : 0;
+}
+
+/// The same buffer, seen as fewer elements. The cells ahead of them stay.
+TypedChunk FirstElements(TypedChunk const& chunk, unsigned long count);
+
+/// The elements of a plain array that the intervals hold, side by side.
+TypedChunk ElementsOf(Vector const& target, Intervals const& intervals);
+
 /// An array of `base` unused cells and `n` limits, as the creating functions take it.
 class LimitArray {
 public:
@@ -93,24 +93,6 @@ public:
 private:
     unsigned int* cells_;
 };
-
-/// An index vector of `n` indices that are left open, for the target that `sample` has.
-DerivedPointer<IndexVector> OpenIndexVector(unsigned long n, IndexVector::TargetData const& target);
-
-/// Whether both point into arrays of the same sizes.
-inline bool SameTarget(IndexVector const& a, IndexVector const& b)
-{
-    int rank = a.TargetRank();
-    if (rank != b.TargetRank())
-        return false;
-    while (rank > 0 && a.TargetDimSize(rank - 1) == b.TargetDimSize(rank - 1))
-        --rank;
-    return rank == 0;
-}
-
-/// An image of zeros in which `count` pixels will be drawn.
-DerivedPointer<Image> ImageToDrawIn(unsigned int w, unsigned int h, DataType type,
-                                    unsigned long count);
 
 /// The contiguous form of an interval vector, to be read: the object itself or, where that has
 /// separate ends, a packed clone.
@@ -128,43 +110,6 @@ private:
     IntervalVector const& form_;
 };
 
-/// The inner tools that the sources of `IntervalVector` share.
-struct IntervalParts {
-    static PMemBlock& Target(IntervalVector& v) { return v.Target_; }
-    /// Offer the array of ends as a child.
-    static bool EntertainEnds(IntervalVector& v, MemBlockVisitor& visitor, safestring const& path,
-                              MemBlock::entertainmode_t mode);
-    /// The target, as an object that nobody else sees: writers leave the others theirs.
-    static DerivedPointer<Vector> OwnTarget(IntervalVector& v);
-    /// The same for the innermost layer; null if that is no index vector.
-    static DerivedPointer<IndexVector> OwnFinalTarget(IntervalVector& v);
-    /// Put contiguous limits and a target in place of the present ones. Can't fail.
-    static void Install(IntervalVector& v, TypedChunk const& limits, PMemBlock const& target);
-    /// Put separate limits in place of the present ones.
-    static void InstallEnds(IntervalVector& v, TypedChunk const& starts, PMemBlock const& ends);
-    /// The elements of a plain array that intervals hold, side by side.
-    static TypedChunk Gather(Vector const& target, Intervals const& intervals);
-    /// The ends of intervals `from` up to `to`, as `IntervalVector` keeps them.
-    static PMemBlock Ends(IntervalVector const& v, unsigned int from, unsigned int to);
-    static unsigned int LastEnd(IntervalVector const& v); ///< of the last interval, or 0
-    /// The limit ahead of interval k, which may be the one behind the last interval.
-    static unsigned int Limit(IntervalVector const& v, unsigned int k);
-    /// The same with the class checked as in `SetTarget`, but whatever the limits are.
-    static void ReplaceTarget(IntervalVector& v, PMemBlock const& target);
-};
-
-/// The interval vector below, or null.
-inline IntervalVector* Layer(PMemBlock const& target)
-{
-    return MemCast<IntervalVector>(target);
-}
-
-/// The index vector below that is no further layer, or null.
-inline IndexVector* PixelList(PMemBlock const& target)
-{
-    return Layer(target) ? nullptr : MemCast<IndexVector>(target);
-}
-
 } // namespace NKelmic
 
-#endif // MEMBLOCK_IMAGING_INTERVALPARTS_INTERNAL_H
+#endif // MEMBLOCK_IMAGING_INTERVALLIMITS_INTERNAL_H

@@ -1,6 +1,6 @@
 #include <memblock/base/alloc.h>
 #include <memblock/base/raise.h>
-#include <memblock/imaging/intervalparts_internal.h>
+#include <memblock/imaging/intervallimits_internal.h>
 #include <memblock/vector/vectorchunk_internal.h>
 
 #include <cmath>
@@ -31,6 +31,7 @@ std::vector<unsigned int> OrderOf(Intervals const& intervals, bool sorted)
 {
     std::vector<unsigned int> order(intervals.Count());
     std::iota(order.begin(), order.end(), 0u);
+    // Mostly they are in order: the test costs one pass and no moves.
     if (sorted && !std::is_sorted(order.begin(), order.end(), IntervalSorter(intervals)))
         std::sort(order.begin(), order.end(), IntervalSorter(intervals));
     return order;
@@ -38,8 +39,8 @@ std::vector<unsigned int> OrderOf(Intervals const& intervals, bool sorted)
 
 /// Copy the elements of all intervals side by side.
 template <class T>
-void start_and_end_tmpl_wrap(T const* __restrict source, Intervals const& intervals,
-                             std::vector<unsigned int> const& order, T* __restrict target)
+void CopyIntervals(T const* __restrict source, Intervals const& intervals,
+                   std::vector<unsigned int> const& order, T* __restrict target)
 {
     for (unsigned int const k : order)
         target = std::copy(source + intervals.From(k), source + intervals.To(k), target);
@@ -47,19 +48,20 @@ void start_and_end_tmpl_wrap(T const* __restrict source, Intervals const& interv
 
 /// The new payload of a target that is a plain array.
 ///
-/// width: bytes of the numbers of owners that go with it, 2 or 4.
+/// width: bytes that the number of an interval takes, 2 or 4. Settled: the refusal names it.
 TypedChunk GatherElements(Vector const& target, Intervals const& intervals,
                           std::vector<unsigned int> const& order, int width)
 {
     char const* const miss =
         width == 2 ? "Function return start_and_end_tmpl2 not implemented for data type '%s'"
                    : "Function return start_and_end_tmpl4 not implemented for data type '%s'";
-    return WithElemType<TargetTypes>(target.ElemType(), miss, [&]<class T>(Elem<T>) -> TypedChunk {
-        TypedChunk fresh = OpenChunk(intervals.Total(), target.ElemType());
-        start_and_end_tmpl_wrap(target.TypedPointer<T>(), intervals, order,
-                                static_cast<T*>(fresh.Data()));
-        return fresh;
-    });
+    return WithElemType<TargetTypes>(
+        target.ElemType(), miss, [&]<class T>(TypeTag<T>) -> TypedChunk {
+            TypedChunk fresh = OpenChunk(intervals.Total(), target.ElemType());
+            CopyIntervals(target.TypedPointer<T>(), intervals, order,
+                          static_cast<T*>(fresh.Data()));
+            return fresh;
+        });
 }
 
 /// The new middle layer: the limits of its intervals go side by side, what they hold stays.
@@ -67,6 +69,7 @@ PMemBlock GatherLayer(IntervalVector const& target, Intervals const& intervals,
                       std::vector<unsigned int> const& order)
 {
     Intervals const medium(target);
+    // Overlapping intervals repeat their items, so the sum may be more than any vector holds.
     CheckLength(intervals.Total());
     LimitArray starts(intervals.Total()), ends(intervals.Total());
     unsigned int n = 0;
@@ -92,14 +95,14 @@ TypedChunk OpenLimits(IntervalVector const& v)
 }
 
 /// The limits as they are, of intervals each of which begins where the one before it ends.
-TypedChunk ChainedLimits(IntervalVector const& v, Intervals const& intervals)
+TypedChunk ChainedLimits(IntervalVector const& v, Intervals const& intervals, unsigned int last)
 {
     TypedChunk const limits = OpenLimits(v);
     auto* const out = static_cast<unsigned int*>(limits.Data());
     unsigned int const count = intervals.Count();
     if (count > 0)
         std::copy_n(intervals.Starts(), count, out);
-    out[count] = IntervalParts::Limit(v, count);
+    out[count] = last;
     return limits;
 }
 
@@ -122,16 +125,16 @@ struct Freed {
 
 /// The number from 1 of the interval that each element belongs to, 0 for none. Where two claim an
 /// element it is the later one's.
-template <class T>
-std::unique_ptr<T, Freed> Owners(Intervals const& intervals, std::vector<unsigned int> const& order,
-                                 bool in_place, unsigned long elements)
+std::unique_ptr<unsigned short, Freed> Owners(Intervals const& intervals,
+                                              std::vector<unsigned int> const& order, bool in_place)
 {
-    std::unique_ptr<T, Freed> owners(
-        static_cast<T*>(mb_calloc(std::max(elements, 1UL), sizeof(T))));
+    unsigned long const elements = in_place ? intervals.Items() : intervals.Total();
+    std::unique_ptr<unsigned short, Freed> owners(
+        static_cast<unsigned short*>(mb_calloc(std::max(elements, 1UL), sizeof(unsigned short))));
     if (!owners)
         throw std::bad_alloc();
-    T* place = owners.get();
-    T number = 0;
+    unsigned short* place = owners.get();
+    unsigned short number = 0;
     for (unsigned int const k : order) {
         if (in_place)
             place = owners.get() + intervals.From(k);
@@ -140,65 +143,72 @@ std::unique_ptr<T, Freed> Owners(Intervals const& intervals, std::vector<unsigne
     return owners;
 }
 
+/// The parts of the contiguous form, built aside.
+struct Packed {
+    TypedChunk limits;
+    PMemBlock target;
+    std::unique_ptr<unsigned short, Freed> owners; ///< of each element of the new target
+};
+
+/// last: the limit behind the last interval. width: see GatherElements.
+Packed Pack(IntervalVector const& v, unsigned int last, bool sorted, bool with_owners, int width)
+{
+    Intervals const intervals(v);
+    // Where each interval begins at the end of the one before it, one array can hold the limits as
+    // they are. Sorting also asks that they do not fall, since that would change their order.
+    bool const target_stays = sorted ? intervals.Tile() : intervals.Chain();
+    auto const order = OrderOf(intervals, sorted && !target_stays);
+    Packed packed{target_stays ? ChainedLimits(v, intervals, last)
+                               : GatheredLimits(v, intervals, order),
+                  v.Target(), nullptr};
+    if (with_owners)
+        packed.owners = Owners(intervals, order, target_stays);
+    if (target_stays)
+        return packed;
+    if (IntervalVector const* const layer = Layer(v.Target())) {
+        packed.target = GatherLayer(*layer, intervals, order);
+    } else {
+        TypedChunk const fresh =
+            GatherElements(*MemCast<Vector>(v.Target()), intervals, order, width);
+        packed.target = v.Target()->Clone(true); // the other owners of the target keep theirs
+        MemCast<Vector>(packed.target)->SetTypedChunk(fresh);
+    }
+    return packed;
+}
+
 } // namespace
 
-TypedChunk IntervalParts::Gather(Vector const& target, Intervals const& intervals)
+TypedChunk ElementsOf(Vector const& target, Intervals const& intervals)
 {
     return GatherElements(target, intervals, OrderOf(intervals, false), sizeof(unsigned short));
 }
-
-template <class T>
-int Reformat_tmpl(IntervalVector* v, int, bool sorted, T** indices)
-{
-    Intervals const intervals(*v);
-    bool const stays = sorted ? intervals.Tile() : intervals.Chain(); // the target does
-    auto const order = OrderOf(intervals, sorted && !stays);
-    TypedChunk const limits =
-        stays ? ChainedLimits(*v, intervals) : GatheredLimits(*v, intervals, order);
-    unsigned long const elements = stays ? ItemCount(v->Target().Pointer()) : intervals.Total();
-    std::unique_ptr<T, Freed> owners;
-    if (indices)
-        owners = Owners<T>(intervals, order, stays, elements);
-
-    PMemBlock target = v->Target();
-    if (IntervalVector const* const layer = Layer(target); layer && !stays) {
-        target = GatherLayer(*layer, intervals, order);
-    } else if (!stays) {
-        Vector const& plain = *MemCast<Vector>(target);
-        TypedChunk const fresh = GatherElements(plain, intervals, order, sizeof(T));
-        target = target->Clone(true); // the other owners of the target keep theirs
-        MemCast<Vector>(target)->SetTypedChunk(fresh);
-    }
-    IntervalParts::Install(*v, limits, target);
-    if (indices)
-        *indices = owners.release();
-    return 0;
-}
-
-template int Reformat_tmpl<unsigned short>(IntervalVector*, int, bool, unsigned short**);
-template int Reformat_tmpl<int>(IntervalVector*, int, bool, int**);
 
 int IntervalVector::Reformat(bool sorted, unsigned short** shortindices)
 {
     if (!EndArray_)
         return 0;
+    // The elements of other targets, such as images, have a shape that gathering would lose.
     if (!Target_ || !(MemCast<IndexVector>(Target_) || SameName(Target_->Class(), "vector")))
         return 1;
-    constexpr int most_short = 65533; // so many that 65534 and 65535 stay free for callers' marks
-    int const limit = static_cast<int>(IntervalCount_);
-    if (limit <= most_short)
-        return Reformat_tmpl<unsigned short>(this, limit, sorted, shortindices);
-    if (shortindices)
+    constexpr unsigned int most_short = 65533; // 65534 and 65535 stay free for callers' marks
+    bool const is_short = IntervalCount_ <= most_short;
+    if (shortindices && !is_short)
         Raise(err_request,
               "Too many objects, cannot reformat data; if a cell list is involved, try to insert "
               "CalcZone() module to recalculate zones (%s)",
               *this);
-    return Reformat_tmpl<int>(this, limit, sorted, nullptr);
+    Packed packed = Pack(*this, LimitAt(IntervalCount_), sorted, shortindices,
+                         is_short ? sizeof(unsigned short) : sizeof(unsigned int));
+    Commit(packed.limits, PMemBlock(), packed.target);
+    if (shortindices)
+        *shortindices = packed.owners.release();
+    return 0;
 }
 
 unsigned int* IntervalVector::StartAndEnd(int base, bool sorted, bool reformat,
                                           unsigned short** shortindices)
 {
+    // Callers that only want to know the form take null for an answer.
     if (EndArray_ && !reformat)
         return nullptr;
     if (EndArray_) {
@@ -223,6 +233,43 @@ void IntervalVector::EnsureStartAndEnd() const
     StartAndEnd(0, false, true, nullptr);
 }
 
+void IntervalVector::AddEndArray()
+{
+    if (EndArray_)
+        return;
+    // The last limit is no start: without it the array has the length that this form asks for.
+    Commit(FirstElements(Chunk(), IntervalCount_), EndsOf(0, IntervalCount_), Target_);
+}
+
+// ---- Hooks of packedlimits_internal.h, by which vectors work on the limits of both forms
+
+static_assert(first_interval_class == IntervalVector::stencil);
+
+bool HasSeparateEnds(Vector const& v)
+{
+    auto const* const intervals = dynamic_cast<IntervalVector const*>(&v);
+    return intervals && intervals->HasEndArray();
+}
+
+DerivedPointer<Vector> PackedLimits(Vector const& v)
+{
+    if (!HoldsStartsOnly(v))
+        return nullptr;
+    DerivedPointer<IntervalVector> packed(v.Clone(true));
+    packed->EnsureStartAndEnd();
+    return packed;
+}
+
+void TakePacked(Vector& v, Vector const& packed)
+{
+    // An edit may have set another factor, which the commit leaves as it was.
+    double const factor = packed.Factor();
+    static_cast<IntervalVector&>(v).Commit(packed.Chunk(), PMemBlock(),
+                                           static_cast<IntervalVector const&>(packed).Target());
+    if (v.Factor() != factor)
+        v.SetFactor(factor);
+}
+
 namespace {
 
 /// The sizes of a target of another rank with as many elements, as far as there is one.
@@ -232,6 +279,7 @@ IndexVector::TargetData OfRank(int rank, IndexVector const& target)
     unsigned long total = dims.empty() ? 0 : 1;
     for (unsigned int const size : dims)
         total *= size;
+    // Cut to what a size can be. Pixels beyond it stay in the list, and readers leave them out.
     auto const whole = static_cast<unsigned int>(std::min(total, 0xFFFFFFFFUL));
     unsigned int const width = dims.empty() ? 0 : dims[0];
     if (rank == 1)
@@ -241,6 +289,8 @@ IndexVector::TargetData OfRank(int rank, IndexVector const& target)
                                 : IndexVector::TargetData(2, width, width ? whole / width : 0);
     if (dims.size() == 2)
         return IndexVector::TargetData(3, dims[0], dims[1], 1u);
+    // Nothing says what shape a cube had; one of equal sides has about as many voxels, and keys set
+    // the sizes afterwards.
     auto const side = static_cast<unsigned int>(std::lround(std::pow(double(whole), 1.0 / 3)));
     return IndexVector::TargetData(3, side, side, side);
 }
@@ -271,8 +321,7 @@ PMemBlock EmptyZones(unsigned int count, PMemBlock const& present)
 void IntervalVector::RebuildAs(logic_class_t type)
 {
     // Limits may be there ahead of what they point to: fresh items are as many as they ask for.
-    unsigned int const items =
-        std::max(ItemCount(Target_.Pointer()), IntervalParts::LastEnd(*this));
+    unsigned int const items = std::max(ItemCount(Target_.Pointer()), LastEnd(*this));
     PMemBlock target;
     switch (type) {
     case stencil:
@@ -285,6 +334,7 @@ void IntervalVector::RebuildAs(logic_class_t type)
         target = PixelsOfRank(1, Target_);
         break;
     case subnum:
+        // Values that are there stay: files bring them before or after the class.
         if (Target_ && SameName(Target_->Class(), "vector"))
             return;
         target = Vector::Create(items, Int, true, 0, 1.0);
@@ -299,7 +349,7 @@ void IntervalVector::RebuildAs(logic_class_t type)
               static_cast<int>(type), LgType2String(type), *this);
     }
     if (PixelList(target) && PixelList(Target_)) // the same pixels: they are no fewer than before
-        return IntervalParts::ReplaceTarget(*this, target);
+        return ReplaceTarget(target);
     SetTarget(DerivedPointer<Vector>(target));
 }
 

@@ -1,4 +1,4 @@
-#include <memblock/serial/serializer.h>
+#include <memblock/core/serializer.h>
 
 #include <memblock/base/listitems_internal.h>
 #include <memblock/core/conversion_internal.h>

@@ -1,10 +1,9 @@
-#include <memblock/threads/jobpoolkinds_internal.h>
+#include <memblock/threads/threadedpool_internal.h>
 
-#include <memblock/base/raise.h>
-#include <memblock/core/memblock_internal.h>
+#include <memblock/threads/consultation_internal.h>
+#include <memblock/threads/held_internal.h>
 #include <memblock/threads/joblog_internal.h>
 #include <memblock/threads/jobpool.h>
-#include <memblock/threads/mutex.h>
 #include <memblock/threads/threadmgr.h>
 
 #include <algorithm>
@@ -14,103 +13,10 @@
 
 namespace NKelmic {
 
-void MakeIndependent(DataItem& value)
-{
-    if (value.GetType() != it_memblock && value.GetType() != it_sharable)
-        return;
-    value.MakeCopy();
-    if (value.GetType() == it_memblock)
-        if (auto& block = value.MemoryRef())
-            MakeIndependent(*block); // a private object may still hold shared ones
-}
-
-Consultation::Consultation(DataItem& question)
-{
-    value_.swap(question);
-    MakeIndependent(value_);
-}
-
-Consultation& Consultation::Of(PoolMsg const& message)
-{
-    return *static_cast<Consultation*>(message.value.GetPointer());
-}
-
-void Consultation::Dismiss(std::vector<PoolMsg> const& messages)
-{
-    for (auto const& message : messages)
-        if (message.type == PoolMsg::consult)
-            Of(message).Answer({});
-}
-
-void Consultation::Answer(DataItem answer)
-{
-    boost::mutex::scoped_lock const lock(mutex_);
-    value_ = std::move(answer);
-    done_ = true;
-    condition_.notify_all(); // under the lock: who asked takes it before the record goes
-}
-
-DataItem Consultation::WaitForAnswer()
-{
-    // Not to be interrupted: the record has to stay until it is answered.
-    boost::this_thread::disable_interruption const steady;
-    boost::unique_lock<boost::mutex> lock(mutex_);
-    condition_.wait(lock, [this] { return done_; });
-    return std::move(value_);
-}
-
-thread_local constinit HeldJob* HeldJob::innermost_ = nullptr;
-
-int HeldJob::Count(JobPoolImpl const& pool)
-{
-    int count = 0;
-    for (HeldJob const* held = innermost_; held; held = held->outer_)
-        count += &held->pool_ == &pool;
-    return count;
-}
-
-bool HeldJob::RunsHere(JobPoolImpl const& pool)
-{
-    for (HeldJob const* held = innermost_; held; held = held->outer_)
-        if (&held->pool_ == &pool && held->kind_ == here)
-            return true;
-    return false;
-}
-
-void JobPoolImpl_ST::DoAddJob(Job* job)
-{
-    JobPoolImpl::DoAddJob(job);
-    jobs_.push_back(job);
-}
-
-void JobPoolImpl_ST::DoNotifyAborted()
-{
-    for (auto* job : std::exchange(jobs_, {}))
-        DeleteJob(job);
-}
-
-int JobPoolImpl_ST::DoWait(int, JobPool& pool)
-{
-    while (!pool.Finished() && !IsAborted()) {
-        if (HandleKept())
-            continue;
-        if (jobs_.empty()) // a job waits itself
-            break;
-        Job& job = *jobs_.front();
-        jobs_.pop_front();
-        RunHere(job);
-    }
-    return static_cast<int>(jobs_.size());
-}
-
-void JobPoolImpl_ST::DoPostPoolMessage(PoolMsg& message)
-{
-    HandleFromHere(message);
-}
-
 JobPoolImpl_MT_base::JobPoolImpl_MT_base(bool continue_on_error, int threads)
     : JobPoolImpl(continue_on_error), maxbusy_(threads), threads_(threads)
 {
+    // The count first: it may fail to launch a thread, and no pool is registered then.
     ThreadMgr::Instance().SetThreadCount(threads);
     ThreadMgr::Instance().RegisterJobPool(this);
 }
@@ -122,11 +28,18 @@ JobPoolImpl_MT_base::~JobPoolImpl_MT_base()
 
 void JobPoolImpl_MT_base::DoPostPoolMessage(PoolMsg& message)
 {
+    // An aborted pool refuses what a job sends on its way, but takes its end: the place of the job
+    // has to become free.
     if (message.type != PoolMsg::succeeded && message.type != PoolMsg::failed)
         return ThrowIfAborted_mt();
+    DoChangeBusyCount(-1);
+}
+
+void JobPoolImpl_MT_base::DoChangeBusyCount(int delta)
+{
     boost::unique_lock<boost::mutex> lock(queue_mutex_, boost::defer_lock);
     LockSoon(lock);
-    --busy_;
+    busy_ += delta;
 }
 
 void JobPoolImpl_MT::DoAddJob(Job* job)
@@ -134,6 +47,9 @@ void JobPoolImpl_MT::DoAddJob(Job* job)
     JobPoolImpl::DoAddJob(job);
     boost::unique_lock<boost::mutex> lock(queue_mutex_, boost::defer_lock);
     LockSoon(lock);
+    // A short run queue lets pools that come later get their turn, and an abort finds most jobs in
+    // prewait_, from which no worker takes any. Twice the threads keeps each worker supplied until
+    // the waiting thread refills the queue.
     bool const room = run_queue_.size() < 2 * static_cast<std::size_t>(threads_);
     lock.unlock();
     if (room)
@@ -144,6 +60,7 @@ void JobPoolImpl_MT::DoAddJob(Job* job)
 
 void JobPoolImpl_MT::DoNotifyAborted()
 {
+    // Take them out first: the destructor of a job may call this pool, so no lock is held then.
     boost::unique_lock<boost::mutex> lock(prewait_mutex_);
     auto const jobs = std::exchange(prewait_, {});
     lock.unlock();
@@ -157,7 +74,8 @@ void JobPoolImpl_MT::DoNotifyAborted()
 
 void JobPoolImpl_MT::DoPostPoolMessage(PoolMsg& message)
 {
-    if (HeldJob::RunsHere(*this))
+    // A job on the waiting thread can't wait for this thread to read the fifo.
+    if (Held::RunsHere(*this))
         return HandleFromHere(message);
     MakeIndependent(message.value); // first: it may fail, and then nothing is posted
     JobPoolImpl_MT_base::DoPostPoolMessage(message);
@@ -181,7 +99,7 @@ void JobPoolImpl_MT::DoAbandon()
 
 void JobPoolImpl_MT::DismissInbox()
 {
-    // The read index keeps out what is answered already.
+    // The read index excludes questions that were handled: their records are gone.
     auto inbox = std::exchange(inbox_, {});
     inbox.erase(inbox.begin(), inbox.begin() + static_cast<std::ptrdiff_t>(inbox_next_));
     inbox_next_ = 0;
@@ -191,25 +109,31 @@ void JobPoolImpl_MT::DismissInbox()
 int JobPoolImpl_MT::DoWait(int timeout_s, JobPool& pool)
 {
     PoolMsg message;
+    std::optional<LentWorkers> lent;
     while (!pool.Finished()) {
         if (IsAborted()) {
-            DismissInbox();
+            DismissInbox(); // the abort itself answered only what was still in the fifo
             break;
         }
-        if (HandleKept())
+        if (HandleKept()) // older than what the fifo holds
             continue;
         if (Job* const job = TakeJobLeftBehind()) {
             RunHere(*job);
             continue;
         }
-        int const held = HeldJob::Count(*this);
-        bool const stuck = held > 0 && Unfinished() <= held; // all that is left waits for us
+        int const held = Held::CountJobs(*this);
+        // All jobs that are left wait for this call to return. Messages may still come, of other
+        // threads and of jobs that asked before, so look once more, but do not sleep.
+        bool const stuck = held > 0 && Unfinished() <= held;
+        // The jobs that wait for this thread may occupy all workers and all places of the pool.
+        if (!stuck && !lent)
+            lent.emplace();
         if (NextMessage(message, stuck ? 0 : timeout_s))
             HandlePosted(message);
         else if (stuck)
             break;
         else if (timeout_s <= 0)
-            std::this_thread::yield();
+            std::this_thread::yield(); // the caller asked for no sleep; others need the processor
     }
     return Unfinished();
 }
@@ -219,6 +143,7 @@ bool JobPoolImpl_MT::NextMessage(PoolMsg& message, int timeout_s)
     if (inbox_next_ == inbox_.size()) {
         inbox_.clear();
         inbox_next_ = 0;
+        // All at once: one lock for many messages when workers are faster than the handlers.
         fifo_.TakeAll(inbox_, timeout_s);
         if (inbox_.empty())
             return false;
@@ -231,9 +156,10 @@ void JobPoolImpl_MT::HandlePosted(PoolMsg& message)
 {
     if (message.type == PoolMsg::started)
         RefillRunQueue(); // before the handler, which may take its time or throw
-    std::optional<HeldJob> held;
-    if (message.type == PoolMsg::consult && message.job >= 0)
-        held.emplace(*this, HeldJob::asking);
+    // A handler that waits must know which jobs can't end before it has answered.
+    std::optional<Held> held;
+    if (message.type == PoolMsg::consult)
+        held.emplace(Consultation::Of(message).ChainOfAsker());
     Handle(message);
 }
 
@@ -258,6 +184,7 @@ Job* JobPoolImpl_MT::TakeJobLeftBehind()
 
 void JobPoolImpl_MT::RefillRunQueue()
 {
+    // In batches, as each Post takes the locks once; on the stack, as this runs for every job.
     constexpr std::size_t most = 64;
     ThrMsg batch[most];
     boost::unique_lock<boost::mutex> lock(queue_mutex_, boost::defer_lock);
@@ -272,7 +199,7 @@ void JobPoolImpl_MT::RefillRunQueue()
             batch[n] = ThrMsg(ThrMsg::run_job, prewait_.front());
             prewait_.pop_front();
         }
-        prewait.unlock();
+        prewait.unlock(); // Post calls OnPosted of the jobs, which may add others
         if (n == 0)
             return;
         ThreadMgr::Instance().Post(*this, batch, n);
@@ -288,13 +215,13 @@ void JobPoolImpl_MT_headless::DoAddJob(Job* job)
 
 int JobPoolImpl_MT_headless::DoWait(int, JobPool&)
 {
-    return 0x7FFFFFFF;
+    return 0x7FFFFFFF; // nobody counts its results, so no number would be right
 }
 
 void JobPoolImpl_MT_headless::DoPostPoolMessage(PoolMsg& message)
 {
     JobPoolImpl_MT_base::DoPostPoolMessage(message);
-    if (message.type == PoolMsg::consult)
+    if (message.type == PoolMsg::consult) // no thread will ever handle it
         Consultation::Of(message).Answer({});
     message = PoolMsg();
 }
