@@ -54,7 +54,7 @@ void Cut(DataType type, Segmentation const& by, std::uint32_t width, void const*
     strip.columns.clear();
     strip.row_nodes.assign(1, 0);
     strip.labels.clear();
-    WithElemType<NumericTypes>(type, "%s", [&]<class T>(Elem<T>) {
+    WithElemType<NumericTypes>(type, "%s", [&]<class T>(TypeTag<T>) {
         T const* const p = static_cast<T const*>(pixels);
         if (!by_labels)
             CutByRange(p, width, RangeOf<T>(by.threshold, by.kind == Segmentation::up_to), strip);

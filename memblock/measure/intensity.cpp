@@ -289,7 +289,7 @@ void FindIntensities(RunList const& objects, Frame const& frame, Plane const& pl
 {
     Filter const filter{nan, inf};
     WithElemType<NumericTypes>(
-        plane.type, "Intensities of type \"%s\" cannot be measured.", [&]<class T>(Elem<T>) {
+        plane.type, "Intensities of type \"%s\" cannot be measured.", [&]<class T>(TypeTag<T>) {
             T const* const values = static_cast<T const*>(plane.values);
             FindAll(objects, frame, values, filter, facts);
             if (!(needs & need_order))

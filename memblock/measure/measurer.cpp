@@ -70,7 +70,7 @@ void Measurer::Feed(std::int64_t rows, void const* objects, std::vector<void con
         std::max<std::int64_t>(1, pixels_at_once / std::max(1U, plan.setup.width));
     auto const* from = static_cast<char const*>(objects);
     std::size_t const size = WithElemType<NumericTypes>(plan.setup.type, "%s",
-                                                        []<class T>(Elem<T>) { return sizeof(T); });
+                                                        []<class T>(TypeTag<T>) { return sizeof(T); });
     for (std::int64_t done = 0; done < rows; done += most) {
         std::int64_t const now = std::min(most, rows - done);
         state_->Feed(now, from, formats);

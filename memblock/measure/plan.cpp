@@ -77,7 +77,7 @@ Plan::Plan(MeasureSetup s, std::int64_t depth) : setup(std::move(s))
 std::size_t Plan::PlaneSize(std::size_t plane) const
 {
     return WithElemType<NumericTypes>(setup.planes[plane].type, "%s",
-                                      []<class T>(Elem<T>) { return sizeof(T); });
+                                      []<class T>(TypeTag<T>) { return sizeof(T); });
 }
 
 std::size_t Plan::BytesOfPixel() const

@@ -107,7 +107,7 @@ FiniteRange::FiniteRange() : least(std::numeric_limits<double>::quiet_NaN()), gr
 
 void FiniteRange::Add(DataType type, void const* pixels, std::size_t count)
 {
-    WithPixels(type, [&]<class T>(Elem<T>) {
+    WithPixels(type, [&]<class T>(TypeTag<T>) {
         using V = Comparable<T>;
         T const* const p = static_cast<T const*>(pixels);
         V low = std::numeric_limits<T>::max(), high = std::numeric_limits<T>::lowest();
@@ -137,7 +137,7 @@ void FiniteRange::Add(FiniteRange const& other)
 
 PixelHistogram::PixelHistogram(DataType type) : type_(type), width_(1)
 {
-    WithPixels(type, [&]<class T>(Elem<T>) {
+    WithPixels(type, [&]<class T>(TypeTag<T>) {
         if constexpr (sizeof(T) <= 2) {
             least_ = static_cast<double>(std::numeric_limits<T>::lowest());
             counts_.resize(std::size_t{1} << (8 * sizeof(T)));
@@ -166,7 +166,7 @@ PixelHistogram::PixelHistogram(DataType type, FiniteRange const& range)
 
 void PixelHistogram::Add(void const* pixels, std::size_t count)
 {
-    WithPixels(type_, [&]<class T>(Elem<T>) {
+    WithPixels(type_, [&]<class T>(TypeTag<T>) {
         T const* const p = static_cast<T const*>(pixels);
         if constexpr (sizeof(T) <= 2) {
             int const least = static_cast<int>(least_);
