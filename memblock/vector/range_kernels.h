@@ -11,7 +11,7 @@
 #include <type_traits>
 
 /// The least and the greatest of many numbers, found once for all that need them.
-namespace NKelmic {
+namespace NKelmic::ranges {
 
 /// The start of a search for the least (the greatest): beyond every number of the type.
 template <class V>
@@ -37,7 +37,7 @@ struct MinMax {
     V max = below_all<V>;
 
     bool IsEmpty() const { return !(min <= max); }
-    bool IsFinite() const { return NKelmic::IsFinite(min) && NKelmic::IsFinite(max); }
+    bool IsFinite() const { return ranges::IsFinite(min) && ranges::IsFinite(max); }
     /// Of equal ends, zeros of different sign, the one that was there stays.
     void Merge(MinMax const& o)
     {
@@ -102,6 +102,14 @@ MinMax<wide_t<T>> FiniteMinMaxOf(T const* x, std::size_t n, MinMax<wide_t<T>> co
     return all.IsFinite() ? all : MinMaxOf<true>(x, n);
 }
 
+} // namespace NKelmic::ranges
+
+namespace NKelmic {
+using ranges::FiniteMinMaxOf;
+using ranges::IsFinite;
+using ranges::MinMax;
+using ranges::MinMaxOf;
+using ranges::MinMaxOfShort;
 } // namespace NKelmic
 
 #endif // MEMBLOCK_VECTOR_RANGE_KERNELS_H
