@@ -73,6 +73,19 @@ safestring TextArg(KeyName const& name)
     return known ? safestring(known) : str(name.key);
 }
 
+template <class Number>
+Number CalculateNumber(MemBlockImpl& impl, int key, ThrowHandlerFunc handler)
+{
+    SafeValue const item(ItemForNumber(impl, key, handler));
+    if (item.IsUndefined())
+        Report(handler, err_kind, "Cannot calculate subkey: %s", KeyName{key});
+    else if constexpr (std::is_integral_v<Number>)
+        return item.GetInt(handler);
+    else
+        return item.GetFloating(handler);
+    return 0;
+}
+
 } // namespace
 
 MemBlockImpl::MemBlockImpl(MemBlock const* owner) : owner_(const_cast<MemBlock*>(owner)) {}
@@ -135,20 +148,15 @@ DataItem MemBlockImpl::SecondaryItem(int key, ThrowHandlerFunc handler)
     return item;
 }
 
-template <class Number>
-Number MemBlockImpl::Calculate(int key, ThrowHandlerFunc handler)
+int MemBlockImpl::CalculateInt(int key, ThrowHandlerFunc handler)
 {
-    SafeValue const item(ItemForNumber(*this, key, handler));
-    if (item.IsUndefined())
-        Report(handler, err_kind, "Cannot calculate subkey: %s", KeyName{key});
-    else if constexpr (std::is_integral_v<Number>)
-        return item.GetInt(handler);
-    else
-        return item.GetFloating(handler);
-    return 0;
+    return CalculateNumber<int>(*this, key, handler);
 }
-template int MemBlockImpl::Calculate(int key, ThrowHandlerFunc handler);
-template double MemBlockImpl::Calculate(int key, ThrowHandlerFunc handler);
+
+double MemBlockImpl::CalculateDouble(int key, ThrowHandlerFunc handler)
+{
+    return CalculateNumber<double>(*this, key, handler);
+}
 
 PMemBlock MemBlockImpl::SecondaryMemBlock(int key, ThrowHandlerFunc handler)
 {

@@ -33,12 +33,12 @@ public:
     {
         DataItem const* const stored = Find(key);
         return stored && stored->GetType() == it_int ? stored->GetInt()
-                                                     : Calculate<int>(key, handler);
+                                                     : CalculateInt(key, handler);
     }
     double SecondaryDouble(int key, ThrowHandlerFunc handler)
     {
         DataItem const* const stored = Find(key);
-        return stored && IsNumber(*stored) ? stored->GetDouble() : Calculate<double>(key, handler);
+        return stored && IsNumber(*stored) ? stored->GetDouble() : CalculateDouble(key, handler);
     }
     /// The same as an object.
     ///
@@ -81,8 +81,8 @@ private:
         return (numbers >> item.GetType() & 1U) != 0;
     }
     // Apart, so that reading a stored number stays a look-up and no more.
-    template <class Number>
-    Number Calculate(int key, ThrowHandlerFunc handler);
+    int CalculateInt(int key, ThrowHandlerFunc handler);
+    double CalculateDouble(int key, ThrowHandlerFunc handler);
 
     unsigned int flushes_ = 0;
 };

@@ -236,7 +236,7 @@ public:
     /// (%d): %s".
     DerivedPointer<Vector> CloneSlice(unsigned int from, unsigned int to) const;
     /// Let the first `n` elements vanish without a copy; a negative `n` brings back such ones, or
-    /// those that `Create` put ahead of index 0.
+    /// those that `Create` put ahead of index 0. What those hold is open after other edits.
     void SetFirstIndex(int n);
     /// Exchange buffer, type and length; a class with a shape follows through `ResizeVector`, and
     /// the logical class of an image as in `Append`. Throws, with nothing changed, as `Create`,

@@ -59,7 +59,11 @@ std::vector<Step> const edits = {
     Do("Erase", [](Vector& v, auto& with) { v.Erase(with.a, with.b); }),
     Do("Insert", [](Vector& v, auto& with) { v.Insert(with.a, DataItem(with.b)); }),
     Do("ShiftVector", [](Vector& v, auto& with) { v.ShiftVector(with.a); }),
-    Do("SetFirstIndex", [](Vector& v, auto& with) { v.SetFirstIndex(with.a); }),
+    Do("SetFirstIndex", [](Vector& v, auto& with) {
+        v.SetFirstIndex(std::abs(with.a));
+        if (with.a < 0) // at once: what vanished elements hold is open after other edits
+            v.SetFirstIndex(with.a);
+    }),
     Do("Clear", [](Vector& v, auto&) { v.Clear(); }),
     Do("Fill", [](Vector& v, auto& with) { v.Fill(DataItem(with.a)); }),
     Do("SetTypedChunk", [](Vector& v, auto& with) { v.SetTypedChunk(UInts(with.list)->Chunk()); }),
