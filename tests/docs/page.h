@@ -18,6 +18,8 @@
 #include <memblock/imaging/point.h>
 #include <memblock/imaging/stencil.h>
 #include <memblock/logging/logger.h>
+#include <memblock/measure/objects.h>
+#include <memblock/measure/threshold.h>
 #include <memblock/serial/loader.h>
 #include <memblock/serial/serializer.h>
 #include <memblock/serial/warning.h>
