@@ -166,7 +166,7 @@ TEST(Threshold, IsOtsusOfTheExactVariances)
             out[i] = static_cast<short>(dice() % values) - 5;
         // Of all splits the first with the greatest product of sizes and squared distance of means.
         double wanted = 0;
-        __int128 most = -1, divisor = 1;
+        long long most = -1, divisor = 1;
         for (int t = -5; t < 8; ++t) {
             long n = 0, s = 0, all = 0;
             for (unsigned i = 0; i < v->Length(); ++i) {
@@ -179,7 +179,7 @@ TEST(Threshold, IsOtsusOfTheExactVariances)
             long const size = static_cast<long>(v->Length());
             if (n == 0 || n == size)
                 continue;
-            __int128 const distance = s * size - all * n;
+            long long const distance = s * size - all * n;
             if (distance * distance * divisor > most * (n * (size - n))) {
                 most = distance * distance;
                 divisor = n * (size - n);
