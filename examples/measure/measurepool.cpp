@@ -1,12 +1,12 @@
 #include <measure/measurepool.h>
 
+#include <measure/labelfile.h>
 #include <measure/reportpage.h>
-#include <measure/tables.h>
 #include <memblock/base/raise.h>
-#include <memblock/collections/container.h>
 
 #include <algorithm>
 #include <iostream>
+#include <map>
 #include <poll.h>
 #include <unistd.h>
 
@@ -26,7 +26,7 @@ int PagesAhead()
     return 2 * std::max(desired, 1); // one to measure and one in reserve for each worker
 }
 
-/// Wait for a line on standard input and tell if it begins with y; false when `stopped` comes
+/// Wait for a line on standard input and say if it begins with y; false when `stopped` comes
 /// first.
 bool SaysYes(std::atomic<bool> const& stopped)
 {
@@ -37,15 +37,6 @@ bool SaysYes(std::atomic<bool> const& stopped)
             return false;
     std::string answer;
     return std::getline(std::cin, answer) && (answer.starts_with('y') || answer.starts_with('Y'));
-}
-
-/// A part of a result that is a container of several; another result is its own text.
-DataItem Part(DataItem const& result, char const* name)
-{
-    auto const* const parts = result.GetType() == it_memblock
-                                  ? MemCast<Container>(result.GetMemory().Pointer())
-                                  : nullptr;
-    return parts ? parts->Get(name) : result;
 }
 
 } // namespace
@@ -61,7 +52,7 @@ void MeasurePool::Measure()
 {
     try {
         if (asks_)
-            Add(std::make_unique<OutputJob>(options_->output), options_->output);
+            Add(std::make_unique<OutputJob>(options_->output), {options_->output, {}, {}, 0});
         Feed();
         Wait(no_limit);
     } catch (Exception const&) {
@@ -79,24 +70,68 @@ void MeasurePool::Stop()
 
 bool MeasurePool::Complete() const
 {
-    return source_.AtEnd() && done_ == static_cast<int>(files_.size());
+    return source_.AtEnd() && !stream_ && done_ == static_cast<int>(tasks_.size());
 }
 
 void MeasurePool::Feed()
 {
     static int const ahead = PagesAhead();
-    Work work;
-    while (!stopped_ && static_cast<int>(files_.size()) - done_ < ahead && source_.Next(work)) {
-        std::string const file = work.file;
-        Add(std::make_unique<PageJob>(std::move(work), options_), file);
-    }
+    while (!stopped_ && static_cast<int>(tasks_.size()) - done_ < ahead && FeedOne())
+        ;
 }
 
-void MeasurePool::Add(std::unique_ptr<Job> job, std::string file)
+/// Add a job if there is one; false while none can be added.
+bool MeasurePool::FeedOne()
+{
+    if (stream_)
+        return FeedStrip();
+    Work work;
+    if (!source_.Next(work))
+        return false;
+    BeginPage(std::move(work));
+    return true;
+}
+
+void MeasurePool::BeginPage(Work work)
+{
+    NoteScale(work);
+    auto const page = std::make_shared<PageResult>();
+    page->file = work.file;
+    page->page = work.number;
+    pages_.push_back(page);
+    if (work.stream) {
+        stream_ = std::move(work.stream);
+        streamed_ = page;
+        ++streams_;
+        return;
+    }
+    std::string const file = work.file;
+    Add(std::make_unique<PageJob>(std::move(work), page, options_), {file, page, {}, 0});
+}
+
+bool MeasurePool::FeedStrip()
+{
+    try {
+        Task task{streamed_->file, {}, {}, streams_};
+        auto job = stream_->NextJob(task.strip);
+        if (!job)
+            return false;
+        Add(std::move(job), std::move(task));
+    } catch (Exception const&) {
+        throw;
+    } catch (std::exception const& error) {
+        progress_.Clear();
+        source_.Fail(error);
+        EndStream(false);
+    }
+    return true;
+}
+
+void MeasurePool::Add(std::unique_ptr<Job> job, Task task)
 {
     AddNewJob(job.get());
     (void)job.release(); // the pool's now
-    files_.push_back(std::move(file));
+    tasks_.push_back(std::move(task));
 }
 
 void MeasurePool::HandleNotify(int job, int code, DataItem& value)
@@ -104,27 +139,75 @@ void MeasurePool::HandleNotify(int job, int code, DataItem& value)
     if (code != jp_notify_succeeded && code != jp_notify_failed)
         return;
     ++done_;
-    if (code == jp_notify_failed)
-        Tell(job, value);
-    if (IsOutputJob(job)) {
-        may_write_ = code == jp_notify_succeeded;
-        if (!may_write_)
+    Task task = std::move(tasks_[static_cast<std::size_t>(job)]);
+    bool const failed = code == jp_notify_failed;
+    bool const late = task.strip && (!stream_ || task.stream != streams_); // its page has failed
+    if (failed && !late)
+        Report(task, value);
+    if (asks_ && job == 0) {
+        may_write_ = !failed;
+        if (failed)
             return Stop();
-    } else {
-        if (code == jp_notify_succeeded)
-            results_[job] = value;
-        progress_.PageDone(files_[static_cast<std::size_t>(job)], results_.size(),
-                           source_.FilesRead(), source_.FileCount());
+    } else if (task.strip && !late) {
+        if (failed) {
+            source_.SkipFile();
+            EndStream(false);
+        } else {
+            StripDone(task);
+        }
+    } else if (task.page) {
+        if (failed)
+            std::erase(pages_, task.page);
+        PageDone(task.page);
     }
     Feed();
 }
 
-void MeasurePool::Tell(int job, DataItem const& message)
+void MeasurePool::StripDone(Task& task)
+{
+    stream_->Done(*task.strip);
+    progress_.RowsDone(streamed_->file, streamed_->page, stream_->RowsDone(), stream_->RowsInAll());
+    if (stream_->Finished())
+        EndStream(true);
+}
+
+void MeasurePool::EndStream(bool found)
+{
+    auto const page = streamed_;
+    if (found)
+        page->found = stream_->Result();
+    else
+        std::erase(pages_, page);
+    stream_.reset();
+    streamed_.reset();
+    PageDone(page);
+}
+
+void MeasurePool::PageDone(std::shared_ptr<PageResult> const& page)
+{
+    finished_.insert(page.get());
+    progress_.PageDone(page->file, ++pages_measured_, source_.FilesRead(), source_.FileCount());
+}
+
+/// Say once a file where its pixel size comes from.
+void MeasurePool::NoteScale(Work const& work)
+{
+    PixelScale const& scale = work.header.scale;
+    if (!options_->objects.wanted || !scale.Known() || work.number > 1)
+        return;
+    progress_.Note(work.file + ": pixels of " + NumberText(scale.x) + " x " + NumberText(scale.y) +
+                   " " + scale.unit + ", from " + scale.source);
+}
+
+void MeasurePool::Report(Task const& task, DataItem const& message)
 {
     failed_ = true;
     progress_.Clear();
-    std::cerr << "measure: " << files_[static_cast<std::size_t>(job)] << ": "
-              << message.GetString().c_str() << '\n';
+    std::string const text = message.GetString().c_str();
+    // What is wrong with values that come as labels is wrong with their file.
+    bool const of_labels = text.starts_with("Label") && !options_->objects.labels.empty();
+    std::cerr << "measure: " << (of_labels ? options_->objects.labels : task.file) << ": " << text
+              << '\n';
 }
 
 DataItem MeasurePool::HandleConsult(int, int, DataItem& value)
@@ -135,27 +218,43 @@ DataItem MeasurePool::HandleConsult(int, int, DataItem& value)
     return SaysYes(stopped_) ? DataItem(1) : DataItem();
 }
 
-void MeasurePool::Print(std::ostream& out) const
+/// What is measured; of the page that Ctrl-C has come to the objects that are complete.
+Results MeasurePool::Finished() const
 {
-    if (options_->format.empty() || options_->objects.wanted) {
-        for (auto const& [job, result] : results_)
-            out << Part(result, "text").GetString().c_str();
-        return;
+    Results finished;
+    for (auto const& page : pages_)
+        if (finished_.contains(page.get()))
+            finished.push_back(page);
+    if (stream_ && streamed_) {
+        auto const part = std::make_shared<PageResult>(*streamed_);
+        part->found = stream_->Result();
+        finished.push_back(part);
     }
-    RowTable rows;
-    for (auto const& [job, table] : results_)
-        rows.Add(DerivedPointer<Table>(table.GetMemory()));
-    PrintTable(out, cref(PageTable(rows)), options_->format);
+    return finished;
 }
 
-void MeasurePool::WriteReports() const
+void MeasurePool::Print(std::ostream& out) const
 {
+    PrintResults(out, Finished(), *options_);
+}
+
+void MeasurePool::WriteFiles() const
+{
+    std::vector<LabelRuns const*> labels;
+    std::map<std::string, std::vector<std::string>> sections;
+    Results const finished = Finished();
+    for (auto const& page : finished) {
+        if (page->found.objects)
+            labels.push_back(&*page->found.objects);
+        sections[page->file].push_back(page->section);
+    }
+    ObjectOptions const& objects = options_->objects;
+    if (!objects.label_file.empty())
+        WriteLabels(objects.label_file, labels);
+    if (!objects.outline_file.empty())
+        WriteOutlines(objects.outline_file, labels);
     if (options_->report.empty())
         return;
-    std::map<std::string, std::vector<std::string>> sections;
-    for (auto const& [job, result] : results_)
-        sections[files_[static_cast<std::size_t>(job)]].push_back(
-            Part(result, "section").GetString().c_str());
     for (auto const& [file, parts] : sections) {
         bool const made = options_->files.empty();
         WriteReport(options_->report, made ? "picture.html" : ReportName(options_->files, file),
