@@ -25,13 +25,13 @@ namespace {
 /// More pixels a side are more than a browser draws.
 constexpr unsigned most_side = 4096;
 
-/// A number of a table as a script reads it, to 8 digits.
+/// A number of a table as a script reads it, to 6 digits, as it is shown.
 std::string Short(double value)
 {
     if (!std::isfinite(value))
         return "null";
     std::array<char, 40> text;
-    constexpr int digits = 8;
+    constexpr int digits = 6;
     bool const whole = std::trunc(value) == value && std::abs(value) < 1e15;
     auto const end =
         whole ? std::to_chars(text.begin(), text.end(), static_cast<long>(value))
@@ -67,15 +67,25 @@ std::string ValuesJson(Table const& table)
     });
 }
 
+/// A closed line: its first corner, then by turns how far it goes up or down, and to the side.
+std::string LoopJson(Loop const& loop)
+{
+    auto const& c = loop.corners;
+    return List(c.size() / 2 + 1, [&](std::size_t i) {
+        if (i < 2)
+            return std::to_string(c[i]);
+        std::size_t const to = 2 * (i - 1) + (i % 2 == 0 ? 1 : 0); // y, x, y ... of the next
+        return std::to_string(c[to] - c[to - 2]);
+    });
+}
+
 /// For each row of the table the closed lines around its object.
 std::string OutlinesJson(Table const& table, LabelRuns const& objects)
 {
     std::map<std::uint32_t, std::string> lines;
     for (Loop const& loop : TraceOutlines(objects)) {
         std::string& text = lines[loop.label];
-        text += text.empty() ? "" : ",";
-        text += List(loop.corners.size(),
-                     [&](std::size_t i) { return std::to_string(loop.corners[i]); });
+        text.append(text.empty() ? "" : ",").append(LoopJson(loop));
     }
     auto const labels = table.Column("label");
     return List(static_cast<std::size_t>(table.RowCount()), [&](std::size_t row) {

@@ -45,13 +45,28 @@ function perFrame(work) {
     };
 }
 
+// The corners of a closed line, x and y of each, of its first corner and the steps from one to the
+// next, by turns up or down and to the side.
+function corners([x, y, ...steps]) {
+    const result = [x, y];
+    steps.forEach((step, i) => {
+        if (i % 2 === 0)
+            y += step;
+        else
+            x += step;
+        result.push(x, y);
+    });
+    return result;
+}
+
 // The numbers of a section, and which of its objects is selected.
 class Model {
     constructor(data) {
         Object.assign(this, data);
+        this.outlines = data.outlines.map(loops => loops.map(corners));
         this.count = data.outlines.length;
         this.names = data.columns.map(column => column.name);
-        this.boxes = data.outlines.map(loops => {
+        this.boxes = this.outlines.map(loops => {
             const box = [Infinity, Infinity, -Infinity, -Infinity];
             for (const loop of loops)
                 for (let i = 0; i < loop.length; i += 2) {
@@ -247,11 +262,19 @@ class PictureView {
         // Lines around many small objects leave room for what is inside.
         context.lineWidth = Math.min(Math.max(this.model.typicalSize * zoom / 15, 0.3), 1.3) / zoom;
         context.strokeStyle = orange;
+        // A few at a time: the time for one path grows with the square of its size.
+        const atOnce = 20;
+        let traced = 0;
         context.beginPath();
         for (let row = 0; this.outlined && row < model.count; ++row) {
             const [x0, y0, x1, y1] = model.boxes[row];
-            if (x0 <= right && y0 <= bottom && x1 >= left && y1 >= top)
-                this.trace(context, row);
+            if (x0 > right || y0 > bottom || x1 < left || y1 < top)
+                continue;
+            this.trace(context, row);
+            if (++traced % atOnce === 0) {
+                context.stroke();
+                context.beginPath();
+            }
         }
         context.stroke();
         if (model.selected >= 0) {

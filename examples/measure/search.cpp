@@ -73,6 +73,18 @@ void NumberAgain(Table& table)
     table.SetColumn("label", numbers);
 }
 
+/// 1 where a picture of any type is not 0.
+DerivedPointer<Image> MaskOf(Image const& picture)
+{
+    auto const mask = Image::Create(picture.width(), picture.height(), DataTypeBase::Byte, 1.0);
+    WithElemType<NumericTypes>(picture.ElemType(), "%s", [&]<class T>(Elem<T>) {
+        T const* const from = picture.TypedPointer<T>();
+        std::transform(from, from + picture.Length(), mask->BytePointer(),
+                       [](T v) { return static_cast<unsigned char>(v != T(0) && v == v); });
+    });
+    return mask;
+}
+
 /// The pixels of the objects that have a row; `numbers` has their places in the lists, from 1.
 LabelRuns RunsOf(IntervalVector const& objects, std::vector<long long> const& numbers,
                  Table const& table, Image const& picture)
@@ -133,7 +145,8 @@ void SearchLists(SearchedPage const& page, Options const& options, PageObjects& 
     auto const by = SegmentationFor(options, labels, result.threshold.value_or(0));
     auto objects = FindObjects(labels ? cref(page.labels) : picture, by);
     if (page.within)
-        objects = DerivedPointer<IntervalVector>(cref(objects).op('&', page.within, op_options()));
+        objects = DerivedPointer<IntervalVector>(
+            cref(objects).op('&', MaskOf(cref(page.within)), op_options()));
     objects->EnsureStartAndEnd();
     MeasureOptions const measure = MeasureOptionsFor(options, page.scale);
     IntensityPlane const plane{"", page.picture};

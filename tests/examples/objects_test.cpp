@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 #include <limits>
+#include <png.h>
 #include <random>
+#include <regex>
 
 namespace {
 
@@ -141,6 +143,71 @@ TEST(Objects, StripsAndWholePagesGiveTheSameTable)
     }
 }
 
+/// A PNG file, which needs seven passes to be read.
+std::string WriteInterlaced(std::string const& path, unsigned width,
+                            std::vector<unsigned char> pixels)
+{
+    std::FILE* const file = std::fopen(path.c_str(), "wb");
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_infop info = png_create_info_struct(png);
+    png_init_io(png, file);
+    auto const height = static_cast<unsigned>(pixels.size() / width);
+    png_set_IHDR(png, info, width, height, 8, PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_ADAM7,
+                 PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+    std::vector<unsigned char*> rows(height);
+    for (unsigned y = 0; y < height; ++y)
+        rows[y] = &pixels[y * width];
+    png_set_rows(png, info, rows.data());
+    png_write_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
+    png_destroy_write_struct(&png, &info);
+    std::fclose(file);
+    return path;
+}
+
+TEST(Objects, PngAndPnmAreReadByRowsToo)
+{
+    TestFolder const folder;
+    auto const blobs = Blobs<unsigned char>(70, 90, 11);
+    std::string const path = folder.path;
+    auto const plain = WriteTiff(path + "/plain.tif", 70, blobs, {90});
+    auto const interlaced = WriteInterlaced(path + "/interlaced.png", 70, blobs);
+    std::string const black("P5 1 1 255\n\0", 12);
+    auto const grey =
+        folder.File("grey.pgm", black + "P5 70 90 255\n" + std::string(blobs.begin(), blobs.end()));
+    std::string colours = "P6 70 90 65535\n";
+    for (unsigned char const v : blobs)
+        colours += {0, static_cast<char>(v), 1, 0, 0, 1}; // red is the blobs
+    auto const red = folder.File("red.ppm", colours);
+    auto const rows = [&](std::string const& file, bool cut) {
+        auto const table = TableOf(Call({file, "--channel=r"}), cut);
+        return std::regex_replace(table, std::regex("\n[^,]*,[12],"), "\n");
+    };
+    for (bool const cut : {false, true})
+        for (auto const& file : {interlaced, grey, red})
+            EXPECT_EQ(rows(file, cut), rows(plain, false)) << file;
+    if (auto const png = TestData() / "retina_rgb.png"; std::filesystem::exists(png)) {
+        EXPECT_EQ(TableOf(Call({png}), true), TableOf(Call({png}), false));
+        EXPECT_EQ(TableOf(Call({png, "--channel=b"}), true),
+                  TableOf(Call({png, "--channel=b"}), false));
+    }
+}
+
+TEST(Objects, ZonesAndMasksPartThem)
+{
+    TestFolder const folder;
+    std::string const path = folder.path;
+    auto const picture = WriteTiff<short>(path + "/p.tif", 4, {-2, 2, 4, 9, -1, -1, -1, -1}, {1});
+    auto const mask = WriteTiff<int>(path + "/m.tif", 4, {-7, 0, 200, 1, 1, 1, 1, 1}, {1});
+    auto const call = [&](char const* option) {
+        return TableOf(Call({picture, "--threshold=1", "--properties=area,mean", option}), false);
+    };
+    EXPECT_EQ(call("--zones"), "file,page,label,area,mean,dark_area,dark_mean,bright_area,"
+                               "bright_mean,threshold\r\n" +
+                                   picture + ",1,1,3,5,2,3,1,9,1\r\n");
+    EXPECT_EQ(call(("--and=" + mask).c_str()),
+              "file,page,label,area,mean,threshold\r\n" + picture + ",1,1,2,6.5,1\r\n");
+}
+
 TEST(Objects, FloatsWithoutNumbersAreNeverAboveAThreshold)
 {
     TestFolder const folder;
@@ -230,6 +297,8 @@ TEST(Objects, PicturesOfThemReadBack)
                          "--save-outlines=" + path + "/o.tif " + picture)
                   .status,
               0);
+    for (auto const& entry : std::filesystem::directory_iterator(folder.path))
+        EXPECT_EQ(entry.path().extension(), ".tif") << "a temporary file is left";
     auto const cut_threshold = [](std::string table) {
         std::string result;
         std::istringstream lines(table);
