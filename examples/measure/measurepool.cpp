@@ -1,6 +1,7 @@
 #include <measure/measurepool.h>
 
 #include <measure/labelfile.h>
+#include <measure/output.h>
 #include <measure/reportpage.h>
 #include <memblock/base/raise.h>
 
@@ -117,9 +118,9 @@ bool MeasurePool::FeedStrip()
         if (!job)
             return false;
         Add(std::move(job), std::move(task));
-    } catch (Exception const&) {
-        throw;
     } catch (std::exception const& error) {
+        if (stopped_) // the job came too late for the pool
+            throw;
         progress_.Clear();
         source_.Fail(error);
         EndStream(false);
@@ -143,50 +144,58 @@ void MeasurePool::HandleNotify(int job, int code, DataItem& value)
     bool const failed = code == jp_notify_failed;
     bool const late = task.strip && (!stream_ || task.stream != streams_); // its page has failed
     if (failed && !late)
-        Report(task, value);
+        Report(task, value.GetString().c_str());
     if (asks_ && job == 0) {
         may_write_ = !failed;
         if (failed)
             return Stop();
     } else if (task.strip && !late) {
-        if (failed) {
-            source_.SkipFile();
-            EndStream(false);
-        } else {
-            StripDone(task);
-        }
-    } else if (task.page) {
         if (failed)
-            std::erase(pages_, task.page);
-        PageDone(task.page);
+            DropStream();
+        else
+            StripDone(task);
+    } else if (task.page) {
+        PageDone(task.page, !failed);
     }
     Feed();
 }
 
 void MeasurePool::StripDone(Task& task)
 {
-    stream_->Done(*task.strip);
-    progress_.RowsDone(streamed_->file, streamed_->page, stream_->RowsDone(), stream_->RowsInAll());
+    try {
+        stream_->Done(*task.strip);
+        progress_.RowsDone(streamed_->file, streamed_->page, stream_->RowsDone(),
+                           stream_->RowsInAll());
+        if (stream_->Finished())
+            streamed_->found = stream_->Result();
+    } catch (std::exception const& error) {
+        Report(task, error.what());
+        return DropStream();
+    }
     if (stream_->Finished())
         EndStream(true);
 }
 
-void MeasurePool::EndStream(bool found)
+void MeasurePool::DropStream()
 {
-    auto const page = streamed_;
-    if (found)
-        page->found = stream_->Result();
-    else
-        std::erase(pages_, page);
-    stream_.reset();
-    streamed_.reset();
-    PageDone(page);
+    source_.SkipFile();
+    EndStream(false);
 }
 
-void MeasurePool::PageDone(std::shared_ptr<PageResult> const& page)
+void MeasurePool::EndStream(bool found)
 {
-    finished_.insert(page.get());
-    progress_.PageDone(page->file, ++pages_measured_, source_.FilesRead(), source_.FileCount());
+    auto const page = std::move(streamed_);
+    stream_.reset();
+    PageDone(page, found);
+}
+
+void MeasurePool::PageDone(std::shared_ptr<PageResult> const& page, bool found)
+{
+    if (!found)
+        std::erase(pages_, page);
+    else
+        finished_.insert(page.get());
+    progress_.PageDone(page->file, finished_.size(), source_.FilesRead(), source_.FileCount());
 }
 
 /// Say once a file where its pixel size comes from.
@@ -199,11 +208,10 @@ void MeasurePool::NoteScale(Work const& work)
                    " " + scale.unit + ", from " + scale.source);
 }
 
-void MeasurePool::Report(Task const& task, DataItem const& message)
+void MeasurePool::Report(Task const& task, std::string const& text)
 {
     failed_ = true;
     progress_.Clear();
-    std::string const text = message.GetString().c_str();
     // What is wrong with values that come as labels is wrong with their file.
     bool const of_labels = text.starts_with("Label") && !options_->objects.labels.empty();
     std::cerr << "measure: " << (of_labels ? options_->objects.labels : task.file) << ": " << text
@@ -240,26 +248,32 @@ void MeasurePool::Print(std::ostream& out) const
 
 void MeasurePool::WriteFiles() const
 {
-    std::vector<LabelRuns const*> labels;
     std::map<std::string, std::vector<std::string>> sections;
-    Results const finished = Finished();
-    for (auto const& page : finished) {
-        if (page->found.objects)
-            labels.push_back(&*page->found.objects);
-        sections[page->file].push_back(page->section);
-    }
-    ObjectOptions const& objects = options_->objects;
-    if (!objects.label_file.empty())
-        WriteLabels(objects.label_file, labels);
-    if (!objects.outline_file.empty())
-        WriteOutlines(objects.outline_file, labels);
-    if (options_->report.empty())
-        return;
+    if (!options_->report.empty())
+        for (auto const& page : Finished())
+            sections[page->file].push_back(page->section);
     for (auto const& [file, parts] : sections) {
         bool const made = options_->files.empty();
         WriteReport(options_->report, made ? "picture.html" : ReportName(options_->files, file),
                     file, parts);
     }
+    ObjectOptions const& objects = options_->objects;
+    if (!objects.label_file.empty() || !objects.outline_file.empty())
+        WriteLabelFiles(objects);
+}
+
+/// A page of labels for each page of the picture, or no file.
+void MeasurePool::WriteLabelFiles(ObjectOptions const& objects) const
+{
+    if (!Complete() || Failed())
+        throw WriteError("pages are missing: no pictures of labels or outlines are written");
+    std::vector<LabelRuns const*> labels;
+    for (auto const& page : pages_)
+        labels.push_back(&*page->found.objects);
+    if (!objects.label_file.empty())
+        WriteLabels(objects.label_file, labels);
+    if (!objects.outline_file.empty())
+        WriteOutlines(objects.outline_file, labels);
 }
 
 } // namespace measure

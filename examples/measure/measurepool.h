@@ -49,9 +49,11 @@ private:
     void Add(std::unique_ptr<NKelmic::Job> job, Task task);
     void StripDone(Task& task);
     void EndStream(bool found);
-    void PageDone(std::shared_ptr<PageResult> const& page);
+    void DropStream();
+    void PageDone(std::shared_ptr<PageResult> const& page, bool found);
     void NoteScale(Work const& work);
-    void Report(Task const& task, NKelmic::DataItem const& message);
+    void Report(Task const& task, std::string const& text);
+    void WriteLabelFiles(ObjectOptions const& objects) const;
     Results Finished() const;
 
     std::shared_ptr<Options const> const options_;
@@ -63,7 +65,6 @@ private:
     std::unique_ptr<PageStream> stream_;   // of the page that is read now
     std::shared_ptr<PageResult> streamed_; // its result
     std::size_t streams_ = 0;              // begun by now
-    std::size_t pages_measured_ = 0;
     int done_ = 0;
     bool failed_ = false;
     bool const asks_; // the first job asks whether it may write

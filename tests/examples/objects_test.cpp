@@ -252,7 +252,11 @@ TEST(Objects, LabelsOfAnyKindAreTakenOrRefusedByName)
                   head + start + "1,0,nan,\r\n" + start + "2,2,2,\r\n");
     }
     auto const run = [&](std::string const& file) {
-        return RunMeasure("--objects --labels=" + file + " " + picture, errors).text;
+        auto const text = RunMeasure("--objects --labels=" + file + " " + picture, errors).text;
+        testing::internal::CaptureStderr();
+        TableOf(Call({picture, "--labels=" + file}), true);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), text) << "of strips";
+        return text;
     };
     auto const negative = WriteTiff<int>(path + "/n.tif", 3, {1, -2, 0}, {1});
     auto const fractions = WriteTiff<float>(path + "/f.tif", 3, {1, 2, 3}, {1});
@@ -264,7 +268,9 @@ TEST(Objects, LabelsOfAnyKindAreTakenOrRefusedByName)
                                   ": has pixels of type \"float\": labels are whole numbers\n");
     EXPECT_NE(run(high).find(high + ": Label 4000000000 would make as many rows"),
               std::string::npos);
-    EXPECT_NE(run(path + "/none.tif").find("none.tif: No such file"), std::string::npos);
+    EXPECT_NE(RunMeasure("--objects --labels=" + path + "/none.tif " + picture)
+                  .text.find("none.tif: No such file"),
+              std::string::npos);
 }
 
 TEST(Objects, APictureThatIsDamagedInALateStripHasNoRows)
