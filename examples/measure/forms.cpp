@@ -46,6 +46,7 @@ public:
     void Begin(std::vector<Column> const& columns) override
     {
         std::vector<Cell> names;
+        names.reserve(columns.size());
         for (Column const& column : columns)
             names.emplace_back(column.name);
         Row(names);

@@ -227,30 +227,30 @@ DataItem MeasurePool::HandleConsult(int, int, DataItem& value)
 }
 
 /// What is measured; of the page that Ctrl-C has come to the objects that are complete.
-Results MeasurePool::Finished() const
+Results MeasurePool::Measured() const
 {
-    Results finished;
+    Results measured;
     for (auto const& page : pages_)
         if (finished_.contains(page.get()))
-            finished.push_back(page);
+            measured.push_back(page);
     if (stream_ && streamed_) {
         auto const part = std::make_shared<PageResult>(*streamed_);
         part->found = stream_->Result();
-        finished.push_back(part);
+        measured.push_back(part);
     }
-    return finished;
+    return measured;
 }
 
 void MeasurePool::Print(std::ostream& out) const
 {
-    PrintResults(out, Finished(), *options_);
+    PrintResults(out, Measured(), *options_);
 }
 
 void MeasurePool::WriteFiles() const
 {
     std::map<std::string, std::vector<std::string>> sections;
     if (!options_->report.empty())
-        for (auto const& page : Finished())
+        for (auto const& page : Measured())
             sections[page->file].push_back(page->section);
     for (auto const& [file, parts] : sections) {
         bool const made = options_->files.empty();

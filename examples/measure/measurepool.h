@@ -54,7 +54,7 @@ private:
     void NoteScale(Work const& work);
     void Report(Task const& task, std::string const& text);
     void WriteLabelFiles(ObjectOptions const& objects) const;
-    Results Finished() const;
+    Results Measured() const;
 
     std::shared_ptr<Options const> const options_;
     WorkSource source_;

@@ -100,12 +100,14 @@ struct Row {
     std::function<void(Options&, Value)> set;
 };
 
-std::map<std::string, Row> const& Rows()
+using RowMap = std::map<std::string, Row>;
+using O = Options;
+constexpr bool flag = true, value = false, objects = true, always = false;
+
+/// How the program works.
+RowMap CommonRows()
 {
-    using NKelmic::Neighbours;
-    constexpr bool flag = true, value = false, objects = true, always = false;
-    using O = Options;
-    static std::map<std::string, Row> const rows{
+    return {
         {"--factor", {value, always, [](O& o, Value v) { o.factor = ReadFactor(v); }}},
         {"--nan", {value, always, [](O& o, Value v) { o.policies.nan = ReadPolicy("--nan", v); }}},
         {"--inf", {value, always, [](O& o, Value v) { o.policies.inf = ReadPolicy("--inf", v); }}},
@@ -126,64 +128,82 @@ std::map<std::string, Row> const& Rows()
         {"-h", {flag, always, [](O& o, Value) { o.help = true; }}},
         {"--version", {flag, always, [](O& o, Value) { o.version = true; }}},
         {"--objects", {flag, always, [](O& o, Value) { o.objects.wanted = true; }}},
-        {"--report",
-         {value, always,
-          [](O& o, Value v) {
-              if (v.empty())
-                  throw UsageError("--report takes a folder");
-              o.report = v;
-              o.objects.wanted = true;
-          }}},
-        {"--threshold",
-         {value, objects, [](O& o, Value v) { o.objects.threshold = ReadThreshold(v); }}},
-        {"--dark", {flag, objects, [](O& o, Value) { o.objects.dark = true; }}},
-        {"--touch",
-         {value, objects,
-          [](O& o, Value v) {
-              o.objects.neighbours = Choose<Neighbours>(
-                  "--touch", "4 or 8", v, {{"4", Neighbours::edges}, {"8", Neighbours::corners}});
-          }}},
-        {"--channel",
-         {value, objects,
-          [](O& o, Value v) {
-              o.objects.channel = Choose<Channel>("--channel", "r, g, b or grey", v,
-                                                  {{"r", Channel::red},
-                                                   {"g", Channel::green},
-                                                   {"b", Channel::blue},
-                                                   {"grey", Channel::grey}});
-          }}},
-        {"--labels", {value, objects, [](O& o, Value v) { o.objects.labels = v; }}},
-        {"--gaps",
-         {value, objects,
-          [](O& o, Value v) {
-              o.objects.keep_gaps =
-                  Choose<bool>("--gaps", "keep or drop", v, {{"keep", true}, {"drop", false}});
-          }}},
-        {"--and", {value, objects, [](O& o, Value v) { o.objects.within = v; }}},
-        {"--min-area",
-         {value, objects,
-          [](O& o, Value v) { o.objects.min_area = ReadWhole("--min-area", v, INT64_MAX); }}},
-        {"--max-area",
-         {value, objects,
-          [](O& o, Value v) { o.objects.max_area = ReadWhole("--max-area", v, INT64_MAX); }}},
-        {"--edge",
-         {value, objects,
-          [](O& o, Value v) {
-              o.objects.drop_at_edge =
-                  Choose<bool>("--edge", "keep or drop", v, {{"keep", false}, {"drop", true}});
-          }}},
-        {"--properties", {value, objects, [](O& o, Value v) { o.objects.properties = v; }}},
-        {"--pixel-size",
-         {value, objects, [](O& o, Value v) { o.objects.scale = ReadPixelSize(v); }}},
-        {"--zones", {flag, objects, [](O& o, Value) { o.objects.zones = true; }}},
-        {"--summary", {flag, objects, [](O& o, Value) { o.objects.summary = true; }}},
-        {"--save-labels",
-         {value, objects,
-          [](O& o, Value v) { o.objects.label_file = ReadTiffName("--save-labels", v); }}},
-        {"--save-outlines",
-         {value, objects,
-          [](O& o, Value v) { o.objects.outline_file = ReadTiffName("--save-outlines", v); }}},
-    };
+        {"--report", {value, always, [](O& o, Value v) {
+                          if (v.empty())
+                              throw UsageError("--report takes a folder");
+                          o.report = v;
+                          o.objects.wanted = true;
+                      }}}};
+}
+
+/// How objects are found.
+RowMap SearchRows()
+{
+    return {{"--threshold",
+             {value, objects, [](O& o, Value v) { o.objects.threshold = ReadThreshold(v); }}},
+            {"--dark", {flag, objects, [](O& o, Value) { o.objects.dark = true; }}},
+            {"--touch",
+             {value, objects,
+              [](O& o, Value v) {
+                  o.objects.neighbours = Choose<NKelmic::Neighbours>(
+                      "--touch", "4 or 8", v,
+                      {{"4", NKelmic::Neighbours::edges}, {"8", NKelmic::Neighbours::corners}});
+              }}},
+            {"--channel",
+             {value, objects,
+              [](O& o, Value v) {
+                  o.objects.channel = Choose<Channel>("--channel", "r, g, b or grey", v,
+                                                      {{"r", Channel::red},
+                                                       {"g", Channel::green},
+                                                       {"b", Channel::blue},
+                                                       {"grey", Channel::grey}});
+              }}},
+            {"--labels", {value, objects, [](O& o, Value v) { o.objects.labels = v; }}},
+            {"--gaps",
+             {value, objects,
+              [](O& o, Value v) {
+                  o.objects.keep_gaps =
+                      Choose<bool>("--gaps", "keep or drop", v, {{"keep", true}, {"drop", false}});
+              }}},
+            {"--and", {value, objects, [](O& o, Value v) { o.objects.within = v; }}}};
+}
+
+/// Which objects are kept, and what is measured and written of them.
+RowMap MeasureRows()
+{
+    return {{"--min-area",
+             {value, objects,
+              [](O& o, Value v) { o.objects.min_area = ReadWhole("--min-area", v, INT64_MAX); }}},
+            {"--max-area",
+             {value, objects,
+              [](O& o, Value v) { o.objects.max_area = ReadWhole("--max-area", v, INT64_MAX); }}},
+            {"--edge",
+             {value, objects,
+              [](O& o, Value v) {
+                  o.objects.drop_at_edge =
+                      Choose<bool>("--edge", "keep or drop", v, {{"keep", false}, {"drop", true}});
+              }}},
+            {"--properties", {value, objects, [](O& o, Value v) { o.objects.properties = v; }}},
+            {"--pixel-size",
+             {value, objects, [](O& o, Value v) { o.objects.scale = ReadPixelSize(v); }}},
+            {"--zones", {flag, objects, [](O& o, Value) { o.objects.zones = true; }}},
+            {"--summary", {flag, objects, [](O& o, Value) { o.objects.summary = true; }}},
+            {"--save-labels",
+             {value, objects,
+              [](O& o, Value v) { o.objects.label_file = ReadTiffName("--save-labels", v); }}},
+            {"--save-outlines", {value, objects, [](O& o, Value v) {
+                                     o.objects.outline_file = ReadTiffName("--save-outlines", v);
+                                 }}}};
+}
+
+RowMap const& Rows()
+{
+    static RowMap const rows = [] {
+        RowMap all = CommonRows();
+        all.merge(SearchRows());
+        all.merge(MeasureRows());
+        return all;
+    }();
     return rows;
 }
 

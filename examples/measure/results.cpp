@@ -99,6 +99,7 @@ private:
 std::vector<CellColumn> ColumnsOf(Table const& table)
 {
     std::vector<CellColumn> columns;
+    columns.reserve(table.Length());
     for (int c = 0; c < table.ColumnCount(); ++c)
         columns.emplace_back(table, c);
     return columns;

@@ -154,6 +154,7 @@ void SearchLists(SearchedPage const& page, Options const& options, PageObjects& 
     if (options.objects.zones)
         AddZones(*result.table, picture, cref(objects), measure);
     std::vector<long long> numbers;
+    numbers.reserve(static_cast<std::size_t>(std::max(0, result.table->RowCount())));
     for (int row = 0; row < result.table->RowCount(); ++row)
         numbers.push_back(static_cast<long long>(CellOf(cref(result.table), "label", row)));
     if (!labels && !page.within)

@@ -156,7 +156,7 @@ std::string WriteInterlaced(std::string const& path, unsigned width,
                  PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
     std::vector<unsigned char*> rows(height);
     for (unsigned y = 0; y < height; ++y)
-        rows[y] = &pixels[y * width];
+        rows[y] = &pixels[std::size_t{y} * width];
     png_set_rows(png, info, rows.data());
     png_write_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
     png_destroy_write_struct(&png, &info);
@@ -318,8 +318,8 @@ TEST(Objects, PicturesOfThemReadBack)
     ReadPage(*OpenPicture(path + "/l.tif"), labels);
     ReadPage(*OpenPicture(path + "/o.tif"), outlines);
     auto const* const label = reinterpret_cast<unsigned short const*>(labels.bytes.get());
-    for (long i = 0; i < 90 * 60; ++i) {
-        bool border = i % 90 == 0 || i % 90 == 89 || i < 90 || i >= 90 * 59;
+    for (long i = 0; i < 90L * 60; ++i) {
+        bool border = i % 90 == 0 || i % 90 == 89 || i < 90 || i >= 90L * 59;
         for (long const step : {-90L, -1L, 1L, 90L})
             border = border || label[i + step] != label[i];
         ASSERT_EQ(outlines.bytes[static_cast<std::size_t>(i)], label[i] && border ? 255 : 0) << i;

@@ -60,9 +60,9 @@ TEST_F(MeasureProgram, PrintsTablesInTheFormAskedFor)
                                            std::string(10, '\1'));
     std::tuple<char const*, char const*> const cases[] = {
         {"--format=text", "1 grey             5            4 byte            1"},
-        {"--format=xml", "<a n=\"block\" t=\"s\">grey</a><a n=\"width\" t=\"i\">5</a>"},
+        {"--format=xml", R"(<a n="block" t="s">grey</a><a n="width" t="i">5</a>)"},
         {"--format=html", "<tr><th>file</th><th>page</th><th>block</th>"},
-        {"--format=json", "\"minimum\": 1, \"minimum_at\": 0, \"maximum\": 9"},
+        {"--format=json", R"("minimum": 1, "minimum_at": 0, "maximum": 9)"},
         {"--format=tsv", "\t1\tgrey\t5\t4\tbyte\t1\t1\t0\t9\t6\t"},
         {"--objects --properties=area,first,sum --format=csv", "four.pgm,1,1,2,6,16,1\r\n"},
         {"--objects --properties=area --format=csv --factor=2", ",1,1,2,2,1\r\n"},
