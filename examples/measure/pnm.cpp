@@ -78,7 +78,7 @@ private:
             throw ReadError("has a broken PNM header");
         for (; c >= '0' && c <= '9'; c = Get())
             n = std::min(n * 10 + static_cast<unsigned long>(c - '0'), limit);
-        if (!IsBlank(c)) // just one blank stands between the header and the pixels
+        if (!IsBlank(c)) // just one blank is between the header and the pixels
             throw ReadError("has a broken PNM header");
         return n;
     }

@@ -2,6 +2,7 @@
 #include "program.h"
 #include "truth.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <limits>
 #include <png.h>
@@ -291,6 +292,41 @@ TEST(Objects, APictureThatIsDamagedInALateStripHasNoRows)
         EXPECT_EQ(table, TableOf(Call({good, "--threshold=40"}), cut, &fine));
         EXPECT_TRUE(failed);
         EXPECT_FALSE(fine);
+    }
+}
+
+TEST(Objects, AStreamThatIsStoppedHasTheObjectsThatAreComplete)
+{
+    TestFolder const folder;
+    auto const file = WriteTiff(folder.path / "p.tif", 60, Blobs<unsigned char>(60, 200, 12), {20});
+    auto options = Call({file, "--threshold=45", "--properties=all"});
+    auto const all = RowsOf(TableOf(options, false), folder);
+    options.strip_bytes = 600;
+    auto const reader = OpenPicture(file);
+    PageHeader header;
+    ASSERT_TRUE(reader->NextPage(header));
+    PageStream stream(*reader, header, nullptr, {}, options);
+    std::shared_ptr<Strip> strip;
+    for (int strips = 0; strips < 10; ++strips) {
+        stream.NextJob(strip)->Run();
+        stream.Done(*strip);
+    }
+    EXPECT_FALSE(stream.Finished());
+    auto const page = std::make_shared<PageResult>();
+    page->file = file;
+    page->found = stream.Result();
+    std::ostringstream out;
+    options.format = "csv";
+    PrintResults(out, {page}, options);
+    auto const part = RowsOf(out.str(), folder);
+    EXPECT_GT(part.size(), 20U);
+    EXPECT_LT(part.size(), all.size());
+    for (TruthRow row : part) { // numbers are those of the table that is there
+        row.erase("label");
+        EXPECT_TRUE(std::ranges::any_of(all, [&](TruthRow other) {
+            other.erase("label");
+            return other == row;
+        })) << row["first"];
     }
 }
 
