@@ -86,7 +86,7 @@ void FuzzOne(std::string const& input)
     std::ofstream(path, std::ios::binary) << input;
     try {
         auto const reader = measure::OpenPicture(path);
-        for (measure::Page page; reader->Next(page); page = measure::Page()) {
+        for (measure::Page page; ReadPage(*reader, page); page = measure::Page()) {
         }
     } catch (measure::ReadError const&) {
     }

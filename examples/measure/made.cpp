@@ -8,22 +8,25 @@ namespace {
 
 class MadeReader : public Reader {
 public:
-    bool Next(Page& page) override
+    bool NextPage(PageHeader& header) override
     {
         if (done_)
             return false;
         done_ = true;
-        page = Page();
-        page.width = page.height = side;
-        page.type = NKelmic::DataTypeBase::UnsignedShort;
-        page.bytes = std::make_unique_for_overwrite<unsigned char[]>(page.Pixels() * 2);
-        for (int y = 0; y < side; ++y)
-            for (int x = 0; x < side; ++x) {
-                unsigned short const value = Value(x, y);
-                std::memcpy(&page.bytes[2UL * (y * side + x)], &value, 2);
-            }
+        header = PageHeader();
+        header.width = header.height = side;
+        header.type = NKelmic::DataTypeBase::UnsignedShort;
         return true;
     }
+    void ReadRows(unsigned long count, unsigned char* bytes) override
+    {
+        for (; count > 0; --count, ++row_)
+            for (int x = 0; x < side; ++x, bytes += 2) {
+                unsigned short const value = Value(x, row_);
+                std::memcpy(bytes, &value, 2);
+            }
+    }
+    void Rewind() override { row_ = 0; }
 
 private:
     static constexpr int side = 256;
@@ -39,6 +42,7 @@ private:
     }
 
     bool done_ = false;
+    int row_ = 0;
 };
 
 } // namespace

@@ -4,10 +4,11 @@
 #include <measure/interrupt.h>
 #include <measure/measurepool.h>
 #include <measure/options.h>
+#include <measure/output.h>
+#include <memblock/base/exception.h>
 
 #include <atomic>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <memory>
 
@@ -15,27 +16,34 @@ namespace {
 
 using namespace measure;
 
-bool PrintTo(std::string const& path, MeasurePool const& pool)
+void Print(std::string const& path, MeasurePool const& pool)
 {
-    std::ofstream file;
     if (!path.empty())
-        file.open(path);
-    std::ostream& out = path.empty() ? std::cout : file;
-    if (out)
-        pool.Print(out);
-    if (out.flush())
-        return true;
-    std::cerr << "measure: cannot write to " << (path.empty() ? "standard output" : path) << '\n';
-    return false;
+        return PrintAside(path, [&](std::ostream& out) { pool.Print(out); });
+    pool.Print(std::cout);
+    if (!std::cout.flush())
+        throw WriteError("cannot write to standard output");
+}
+
+/// Unknown properties are better reported before all pictures are read.
+void CheckProperties(Options const& options)
+{
+    if (options.objects.wanted)
+        try {
+            NoObjects(options);
+        } catch (Ntarnwick::Exception const& error) {
+            throw UsageError(std::string("--properties: ") + error.what());
+        }
 }
 
 int Run(std::vector<std::string> const& arguments)
 {
     auto const options = std::make_shared<Options const>(ReadOptions(arguments));
-    if (options->help) {
-        std::cout << usage_text;
+    if (options->help || options->version) {
+        std::cout << (options->help ? usage_text : "measure (memblock) " MEMBLOCK_VERSION "\n");
         return 0;
     }
+    CheckProperties(*options);
     if (options->threads) // before the first pool, which makes the workers
         setenv("MORVANE_NUM_THREADS", std::to_string(*options->threads).c_str(), 1);
     InterruptsHeld const held; // the workers' too
@@ -48,13 +56,14 @@ int Run(std::vector<std::string> const& arguments)
         });
         pool.Measure();
     }
-    bool const written = pool.MayWrite() && PrintTo(options->output, pool);
-    pool.WriteReports();
+    if (pool.MayWrite())
+        Print(options->output, pool);
+    pool.WriteFiles();
     if (interrupted && !pool.Complete()) {
         std::cerr << "measure: interrupted\n";
         return interrupted_status;
     }
-    return written && !pool.Failed() ? 0 : 1;
+    return pool.MayWrite() && !pool.Failed() ? 0 : 1;
 }
 
 } // namespace
@@ -66,6 +75,9 @@ int main(int argc, char** argv)
     } catch (UsageError const& error) {
         std::cerr << "measure: " << error.what() << " (see measure --help)\n";
         return 2;
+    } catch (std::bad_alloc const&) {
+        std::cerr << "measure: there is not enough memory for the table\n";
+        return 1;
     } catch (std::exception const& error) {
         std::cerr << "measure: " << error.what() << '\n';
         return 1;

@@ -1,12 +1,13 @@
 #include <measure/measurepool.h>
 
+#include <measure/labelfile.h>
+#include <measure/output.h>
 #include <measure/reportpage.h>
-#include <measure/tables.h>
 #include <memblock/base/raise.h>
-#include <memblock/collections/container.h>
 
 #include <algorithm>
 #include <iostream>
+#include <map>
 #include <poll.h>
 #include <unistd.h>
 
@@ -26,7 +27,7 @@ int PagesAhead()
     return 2 * std::max(desired, 1); // one to measure and one in reserve for each worker
 }
 
-/// Wait for a line on standard input and tell if it begins with y; false when `stopped` comes
+/// Wait for a line on standard input and say if it begins with y; false when `stopped` comes
 /// first.
 bool SaysYes(std::atomic<bool> const& stopped)
 {
@@ -37,15 +38,6 @@ bool SaysYes(std::atomic<bool> const& stopped)
             return false;
     std::string answer;
     return std::getline(std::cin, answer) && (answer.starts_with('y') || answer.starts_with('Y'));
-}
-
-/// A part of a result that is a container of several; another result is its own text.
-DataItem Part(DataItem const& result, char const* name)
-{
-    auto const* const parts = result.GetType() == it_memblock
-                                  ? MemCast<Container>(result.GetMemory().Pointer())
-                                  : nullptr;
-    return parts ? parts->Get(name) : result;
 }
 
 } // namespace
@@ -61,7 +53,7 @@ void MeasurePool::Measure()
 {
     try {
         if (asks_)
-            Add(std::make_unique<OutputJob>(options_->output), options_->output);
+            Add(std::make_unique<OutputJob>(options_->output), {options_->output, {}, {}, 0});
         Feed();
         Wait(no_limit);
     } catch (Exception const&) {
@@ -79,24 +71,68 @@ void MeasurePool::Stop()
 
 bool MeasurePool::Complete() const
 {
-    return source_.AtEnd() && done_ == static_cast<int>(files_.size());
+    return source_.AtEnd() && !stream_ && done_ == static_cast<int>(tasks_.size());
 }
 
 void MeasurePool::Feed()
 {
     static int const ahead = PagesAhead();
-    Work work;
-    while (!stopped_ && static_cast<int>(files_.size()) - done_ < ahead && source_.Next(work)) {
-        std::string const file = work.file;
-        Add(std::make_unique<PageJob>(std::move(work), options_), file);
-    }
+    while (!stopped_ && static_cast<int>(tasks_.size()) - done_ < ahead && FeedOne())
+        ;
 }
 
-void MeasurePool::Add(std::unique_ptr<Job> job, std::string file)
+/// Add a job if there is one; false while none can be added.
+bool MeasurePool::FeedOne()
+{
+    if (stream_)
+        return FeedStrip();
+    Work work;
+    if (!source_.Next(work))
+        return false;
+    BeginPage(std::move(work));
+    return true;
+}
+
+void MeasurePool::BeginPage(Work work)
+{
+    NoteScale(work);
+    auto const page = std::make_shared<PageResult>();
+    page->file = work.file;
+    page->page = work.number;
+    pages_.push_back(page);
+    if (work.stream) {
+        stream_ = std::move(work.stream);
+        streamed_ = page;
+        ++streams_;
+        return;
+    }
+    std::string const file = work.file;
+    Add(std::make_unique<PageJob>(std::move(work), page, options_), {file, page, {}, 0});
+}
+
+bool MeasurePool::FeedStrip()
+{
+    try {
+        Task task{streamed_->file, {}, {}, streams_};
+        auto job = stream_->NextJob(task.strip);
+        if (!job)
+            return false;
+        Add(std::move(job), std::move(task));
+    } catch (std::exception const& error) {
+        if (stopped_) // the job came too late for the pool
+            throw;
+        progress_.Clear();
+        source_.Fail(error);
+        EndStream(false);
+    }
+    return true;
+}
+
+void MeasurePool::Add(std::unique_ptr<Job> job, Task task)
 {
     AddNewJob(job.get());
     (void)job.release(); // the pool's now
-    files_.push_back(std::move(file));
+    tasks_.push_back(std::move(task));
 }
 
 void MeasurePool::HandleNotify(int job, int code, DataItem& value)
@@ -104,27 +140,82 @@ void MeasurePool::HandleNotify(int job, int code, DataItem& value)
     if (code != jp_notify_succeeded && code != jp_notify_failed)
         return;
     ++done_;
-    if (code == jp_notify_failed)
-        Tell(job, value);
-    if (IsOutputJob(job)) {
-        may_write_ = code == jp_notify_succeeded;
-        if (!may_write_)
+    Task task = std::move(tasks_[static_cast<std::size_t>(job)]);
+    bool const failed = code == jp_notify_failed;
+    bool const late = task.strip && (!stream_ || task.stream != streams_); // its page has failed
+    if (failed && !late)
+        Report(task, value.GetString().c_str());
+    if (asks_ && job == 0) {
+        may_write_ = !failed;
+        if (failed)
             return Stop();
-    } else {
-        if (code == jp_notify_succeeded)
-            results_[job] = value;
-        progress_.PageDone(files_[static_cast<std::size_t>(job)], results_.size(),
-                           source_.FilesRead(), source_.FileCount());
+    } else if (task.strip && !late) {
+        if (failed)
+            DropStream();
+        else
+            StripDone(task);
+    } else if (task.page) {
+        PageDone(task.page, !failed);
     }
     Feed();
 }
 
-void MeasurePool::Tell(int job, DataItem const& message)
+void MeasurePool::StripDone(Task& task)
+{
+    try {
+        stream_->Done(*task.strip);
+        progress_.RowsDone(streamed_->file, streamed_->page, stream_->RowsDone(),
+                           stream_->RowsInAll());
+        if (stream_->Finished())
+            streamed_->found = stream_->Result();
+    } catch (std::exception const& error) {
+        Report(task, error.what());
+        return DropStream();
+    }
+    if (stream_->Finished())
+        EndStream(true);
+}
+
+void MeasurePool::DropStream()
+{
+    source_.SkipFile();
+    EndStream(false);
+}
+
+void MeasurePool::EndStream(bool found)
+{
+    auto const page = std::move(streamed_);
+    stream_.reset();
+    PageDone(page, found);
+}
+
+void MeasurePool::PageDone(std::shared_ptr<PageResult> const& page, bool found)
+{
+    if (!found)
+        std::erase(pages_, page);
+    else
+        finished_.insert(page.get());
+    progress_.PageDone(page->file, finished_.size(), source_.FilesRead(), source_.FileCount());
+}
+
+/// Say once a file where its pixel size comes from.
+void MeasurePool::NoteScale(Work const& work)
+{
+    PixelScale const& scale = work.header.scale;
+    if (!options_->objects.wanted || !scale.Known() || work.number > 1)
+        return;
+    progress_.Note(work.file + ": pixels of " + NumberText(scale.x) + " x " + NumberText(scale.y) +
+                   " " + scale.unit + ", from " + scale.source);
+}
+
+void MeasurePool::Report(Task const& task, std::string const& text)
 {
     failed_ = true;
     progress_.Clear();
-    std::cerr << "measure: " << files_[static_cast<std::size_t>(job)] << ": "
-              << message.GetString().c_str() << '\n';
+    // What is wrong with values that come as labels is wrong with their file.
+    bool const of_labels = text.starts_with("Label") && !options_->objects.labels.empty();
+    std::cerr << "measure: " << (of_labels ? options_->objects.labels : task.file) << ": " << text
+              << '\n';
 }
 
 DataItem MeasurePool::HandleConsult(int, int, DataItem& value)
@@ -135,32 +226,54 @@ DataItem MeasurePool::HandleConsult(int, int, DataItem& value)
     return SaysYes(stopped_) ? DataItem(1) : DataItem();
 }
 
-void MeasurePool::Print(std::ostream& out) const
+/// What is measured; of the page that Ctrl-C has come to the objects that are complete.
+Results MeasurePool::Measured() const
 {
-    if (options_->format.empty() || options_->objects.wanted) {
-        for (auto const& [job, result] : results_)
-            out << Part(result, "text").GetString().c_str();
-        return;
+    Results measured;
+    for (auto const& page : pages_)
+        if (finished_.contains(page.get()))
+            measured.push_back(page);
+    if (stream_ && streamed_) {
+        auto const part = std::make_shared<PageResult>(*streamed_);
+        part->found = stream_->Result();
+        measured.push_back(part);
     }
-    RowTable rows;
-    for (auto const& [job, table] : results_)
-        rows.Add(DerivedPointer<Table>(table.GetMemory()));
-    PrintTable(out, cref(PageTable(rows)), options_->format);
+    return measured;
 }
 
-void MeasurePool::WriteReports() const
+void MeasurePool::Print(std::ostream& out) const
 {
-    if (options_->report.empty())
-        return;
+    PrintResults(out, Measured(), *options_);
+}
+
+void MeasurePool::WriteFiles() const
+{
     std::map<std::string, std::vector<std::string>> sections;
-    for (auto const& [job, result] : results_)
-        sections[files_[static_cast<std::size_t>(job)]].push_back(
-            Part(result, "section").GetString().c_str());
+    if (!options_->report.empty())
+        for (auto const& page : Measured())
+            sections[page->file].push_back(page->section);
     for (auto const& [file, parts] : sections) {
         bool const made = options_->files.empty();
         WriteReport(options_->report, made ? "picture.html" : ReportName(options_->files, file),
                     file, parts);
     }
+    ObjectOptions const& objects = options_->objects;
+    if (!objects.label_file.empty() || !objects.outline_file.empty())
+        WriteLabelFiles(objects);
+}
+
+/// A page of labels for each page of the picture, or no file.
+void MeasurePool::WriteLabelFiles(ObjectOptions const& objects) const
+{
+    if (!Complete() || Failed())
+        throw WriteError("pages are missing: no pictures of labels or outlines are written");
+    std::vector<LabelRuns const*> labels;
+    for (auto const& page : pages_)
+        labels.push_back(&*page->found.objects);
+    if (!objects.label_file.empty())
+        WriteLabels(objects.label_file, labels);
+    if (!objects.outline_file.empty())
+        WriteOutlines(objects.outline_file, labels);
 }
 
 } // namespace measure

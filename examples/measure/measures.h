@@ -9,8 +9,8 @@
 
 namespace measure {
 
-/// How elements count that are no finite numbers: "exclude", "include", or a number that stands
-/// in for them.
+/// How elements count that are no finite numbers: "exclude", "include", or a number that
+/// replaces them.
 struct Policies {
     NKelmic::safestring nan = "exclude";
     NKelmic::safestring inf = "exclude";
@@ -22,7 +22,7 @@ struct Extreme {
     long index = -1;
 };
 
-/// What is told of one vector. All values are raw.
+/// What is measured of one vector. All values are raw.
 struct Measures {
     Extreme minimum, maximum; ///< among the elements that are not NaN, whatever the policies
     double mean, stddev, sum, median, lower_quartile, upper_quartile;

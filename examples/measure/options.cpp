@@ -1,164 +1,224 @@
 #include <measure/options.h>
 
+#include <measure/forms.h>
 #include <memblock/base/number.h>
 
 #include <charconv>
 #include <cmath>
+#include <functional>
+#include <map>
 
 namespace measure {
-
-char const* const usage_text =
-    "Usage: measure [OPTION]... [FILE]...\n"
-    "Print the statistics of each page of TIFF, PNG and binary PNM pictures (P5, P6);\n"
-    "without a FILE, of a picture that the program makes.\n"
-    "\n"
-    "  --factor=F    the raw factor: also print values times F (default 1)\n"
-    "  --nan=POLICY  what becomes of NaN: exclude (default), include, or a number\n"
-    "  --inf=POLICY  what becomes of infinities: exclude (default), include, or a number;\n"
-    "                negative infinity becomes the negative of the number\n"
-    "  --format=F    print one table, a row a page: text, html or xml\n"
-    "  --objects     print a table of the objects of each page, a row an object, instead:\n"
-    "                pixels above the threshold that touch, but for those in the frame\n"
-    "  --threshold=T with --objects: a value, or otsu (default), Otsu's\n"
-    "  --touch=N     with --objects: 4 (default) neighbours touch, or 8\n"
-    "  --and=FILE    with --objects: keep of each what is not 0 in this picture\n"
-    "  --zones       with --objects: also the pixels up to, and above, each object's mean\n"
-    "  --labels=FILE with --objects: take them from this picture, pixel k marks object k\n"
-    "  --report=DIR  --objects, and a page to look at of each FILE: DIR/FILE.html\n"
-    "  --threads=N   measure N pages at a time (default: one a processor); the result is the same\n"
-    "  --output=FILE print to FILE; if it exists, ask first\n"
-    "  --force       overwrite it without a question\n"
-    "  --quiet       do not show on standard error how far the work is\n"
-    "  --help        print this text\n"
-    "\n"
-    "Ctrl-C ends the work and prints what is measured by then.\n"
-    "Minimum and maximum come with the lowest index that reaches them (x + y * width).\n"
-    "Exit status: 0, 1 if a file could not be read or written, 2 for a call that is not\n"
-    "understood, 130 after Ctrl-C.\n";
-
 namespace {
 
-double ReadFactor(std::string const& text)
+using Value = std::string const&;
+
+[[noreturn]] void Refuse(std::string const& option, std::string const& wanted, Value text)
 {
-    bool ok = true;
-    Ntarnwick::CheckOk handler(ok);
-    double const factor = Ntarnwick::StringToDouble()(text.c_str(), handler);
-    if (!ok || !std::isfinite(factor) || factor <= 0)
-        throw UsageError("--factor takes a number above 0, not '" + text + "'");
-    return factor;
+    throw UsageError(option + " takes " + wanted + ", not '" + text + "'");
 }
 
-NKelmic::safestring ReadPolicy(std::string const& option, std::string const& text)
+/// Any finite number, or nothing.
+std::optional<double> Number(Value text)
 {
-    if (text == "exclude" || text == "include")
-        return text.c_str();
     bool ok = true;
     Ntarnwick::CheckOk handler(ok);
-    Ntarnwick::StringToDouble()(text.c_str(), handler);
+    double const number = Ntarnwick::StringToDouble()(text.c_str(), handler);
+    return ok && std::isfinite(number) ? std::optional(number) : std::nullopt;
+}
+
+double ReadFactor(Value text)
+{
+    auto const factor = Number(text);
+    if (!factor || *factor <= 0)
+        Refuse("--factor", "a number above 0", text);
+    return *factor;
+}
+
+NKelmic::safestring ReadPolicy(std::string const& option, Value text)
+{
+    bool ok = true;
+    Ntarnwick::CheckOk handler(ok);
+    if (text != "exclude" && text != "include")
+        Ntarnwick::StringToDouble()(text.c_str(), handler);
     if (!ok)
-        throw UsageError(option + " takes exclude, include or a number, not '" + text + "'");
+        Refuse(option, "exclude, include or a number", text);
     return text.c_str();
 }
 
-double ReadThreshold(std::string const& text)
+std::optional<double> ReadThreshold(Value text)
 {
-    bool ok = true;
-    Ntarnwick::CheckOk handler(ok);
-    double const threshold = Ntarnwick::StringToDouble()(text.c_str(), handler);
-    if (!ok || !std::isfinite(threshold))
-        throw UsageError("--threshold takes otsu or a number, not '" + text + "'");
+    if (text == "otsu")
+        return std::nullopt;
+    auto const threshold = Number(text);
+    if (!threshold)
+        Refuse("--threshold", "otsu or a number", text);
     return threshold;
 }
 
-Neighbours ReadNeighbours(std::string const& text)
+long long ReadWhole(std::string const& option, Value text, long long most)
 {
-    if (text != "4" && text != "8")
-        throw UsageError("--touch takes 4 or 8, not '" + text + "'");
-    return text == "4" ? Neighbours::edges : Neighbours::corners;
+    long long number = 0;
+    auto const end = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (end.ec != std::errc() || *end.ptr || number < 0 || number > most)
+        Refuse(option,
+               most < INT64_MAX ? "a number up to " + std::to_string(most) : "a number of pixels",
+               text);
+    return number;
 }
 
-std::string ReadFormat(std::string const& text)
+/// One of a few words.
+template <class T>
+T Choose(std::string const& option, std::string const& wanted, Value text,
+         std::map<std::string, T> const& words)
 {
-    if (text != "text" && text != "html" && text != "xml")
-        throw UsageError("--format takes text, html or xml, not '" + text + "'");
+    auto const found = words.find(text);
+    if (found == words.end())
+        Refuse(option, wanted, text);
+    return found->second;
+}
+
+std::string ReadTiffName(std::string const& option, Value text)
+{
+    if (!text.ends_with(".tif") && !text.ends_with(".tiff"))
+        Refuse(option, "the name of a TIFF file (.tif)", text);
     return text;
 }
 
-int ReadThreads(std::string const& text)
+PixelScale ReadPixelSize(Value text)
 {
-    constexpr int most = 1024;
-    int threads = 0;
-    auto const end = std::from_chars(text.data(), text.data() + text.size(), threads);
-    if (end.ec != std::errc() || *end.ptr || threads < 0 || threads > most)
-        throw UsageError("--threads takes a number up to 1024, not '" + text + "'");
-    return threads;
+    PixelScale scale;
+    if (text != "none" && !ReadScale(text, scale))
+        Refuse("--pixel-size", "lengths with a unit, as 0.65um or 0.65um,0.7um, or none", text);
+    return scale;
 }
 
-bool SetObjectOption(ObjectOptions& objects, std::string const& name, std::string const& value)
+/// What an option does, and whether it makes sense for objects only. Those with a value take it;
+/// flags get an empty text.
+struct Row {
+    bool flag, of_objects;
+    std::function<void(Options&, Value)> set;
+};
+
+using RowMap = std::map<std::string, Row>;
+using O = Options;
+constexpr bool flag = true, value = false, objects = true, always = false;
+
+/// How the program works.
+RowMap CommonRows()
 {
-    if (name == "--threshold") {
-        objects.threshold.reset();
-        if (value != "otsu")
-            objects.threshold = ReadThreshold(value);
-    } else if (name == "--touch") {
-        objects.neighbours = ReadNeighbours(value);
-    } else if (name == "--labels") {
-        objects.labels = value;
-    } else if (name == "--and") {
-        objects.within = value;
-    } else {
-        return false;
-    }
-    return true;
+    return {
+        {"--factor", {value, always, [](O& o, Value v) { o.factor = ReadFactor(v); }}},
+        {"--nan", {value, always, [](O& o, Value v) { o.policies.nan = ReadPolicy("--nan", v); }}},
+        {"--inf", {value, always, [](O& o, Value v) { o.policies.inf = ReadPolicy("--inf", v); }}},
+        {"--format",
+         {value, always,
+          [](O& o, Value v) {
+              if (!IsForm(v))
+                  Refuse("--format", "csv, tsv, text, html, xml or json", v);
+              o.format = v;
+          }}},
+        {"--threads",
+         {value, always,
+          [](O& o, Value v) { o.threads = static_cast<int>(ReadWhole("--threads", v, 1024)); }}},
+        {"--output", {value, always, [](O& o, Value v) { o.output = v; }}},
+        {"--force", {flag, always, [](O& o, Value) { o.force = true; }}},
+        {"--quiet", {flag, always, [](O& o, Value) { o.quiet = true; }}},
+        {"--help", {flag, always, [](O& o, Value) { o.help = true; }}},
+        {"-h", {flag, always, [](O& o, Value) { o.help = true; }}},
+        {"--version", {flag, always, [](O& o, Value) { o.version = true; }}},
+        {"--objects", {flag, always, [](O& o, Value) { o.objects.wanted = true; }}},
+        {"--report", {value, always, [](O& o, Value v) {
+                          if (v.empty())
+                              throw UsageError("--report takes a folder");
+                          o.report = v;
+                          o.objects.wanted = true;
+                      }}}};
 }
 
-void SetReport(Options& options, std::string const& folder)
+/// How objects are found.
+RowMap SearchRows()
 {
-    if (folder.empty())
-        throw UsageError("--report takes a folder");
-    options.report = folder;
-    options.objects.wanted = true;
+    return {{"--threshold",
+             {value, objects, [](O& o, Value v) { o.objects.threshold = ReadThreshold(v); }}},
+            {"--dark", {flag, objects, [](O& o, Value) { o.objects.dark = true; }}},
+            {"--touch",
+             {value, objects,
+              [](O& o, Value v) {
+                  o.objects.neighbours = Choose<NKelmic::Neighbours>(
+                      "--touch", "4 or 8", v,
+                      {{"4", NKelmic::Neighbours::edges}, {"8", NKelmic::Neighbours::corners}});
+              }}},
+            {"--channel",
+             {value, objects,
+              [](O& o, Value v) {
+                  o.objects.channel = Choose<Channel>("--channel", "r, g, b or grey", v,
+                                                      {{"r", Channel::red},
+                                                       {"g", Channel::green},
+                                                       {"b", Channel::blue},
+                                                       {"grey", Channel::grey}});
+              }}},
+            {"--labels", {value, objects, [](O& o, Value v) { o.objects.labels = v; }}},
+            {"--gaps",
+             {value, objects,
+              [](O& o, Value v) {
+                  o.objects.keep_gaps =
+                      Choose<bool>("--gaps", "keep or drop", v, {{"keep", true}, {"drop", false}});
+              }}},
+            {"--and", {value, objects, [](O& o, Value v) { o.objects.within = v; }}}};
 }
 
-bool SetOption(Options& options, std::string const& name, std::string const& value)
+/// Which objects are kept, and what is measured and written of them.
+RowMap MeasureRows()
 {
-    if (SetObjectOption(options.objects, name, value))
-        return true;
-    if (name == "--factor")
-        options.factor = ReadFactor(value);
-    else if (name == "--nan")
-        options.policies.nan = ReadPolicy(name, value);
-    else if (name == "--inf")
-        options.policies.inf = ReadPolicy(name, value);
-    else if (name == "--format")
-        options.format = ReadFormat(value);
-    else if (name == "--report")
-        SetReport(options, value);
-    else if (name == "--threads")
-        options.threads = ReadThreads(value);
-    else if (name == "--output")
-        options.output = value;
-    else
-        return false;
-    return true;
+    return {{"--min-area",
+             {value, objects,
+              [](O& o, Value v) { o.objects.min_area = ReadWhole("--min-area", v, INT64_MAX); }}},
+            {"--max-area",
+             {value, objects,
+              [](O& o, Value v) { o.objects.max_area = ReadWhole("--max-area", v, INT64_MAX); }}},
+            {"--edge",
+             {value, objects,
+              [](O& o, Value v) {
+                  o.objects.drop_at_edge =
+                      Choose<bool>("--edge", "keep or drop", v, {{"keep", false}, {"drop", true}});
+              }}},
+            {"--properties", {value, objects, [](O& o, Value v) { o.objects.properties = v; }}},
+            {"--pixel-size",
+             {value, objects, [](O& o, Value v) { o.objects.scale = ReadPixelSize(v); }}},
+            {"--zones", {flag, objects, [](O& o, Value) { o.objects.zones = true; }}},
+            {"--summary", {flag, objects, [](O& o, Value) { o.objects.summary = true; }}},
+            {"--save-labels",
+             {value, objects,
+              [](O& o, Value v) { o.objects.label_file = ReadTiffName("--save-labels", v); }}},
+            {"--save-outlines", {value, objects, [](O& o, Value v) {
+                                     o.objects.outline_file = ReadTiffName("--save-outlines", v);
+                                 }}}};
 }
 
-/// An option without a value.
-bool SetFlag(Options& options, std::string const& name)
+RowMap const& Rows()
 {
-    if (name == "--help")
-        options.help = true;
-    else if (name == "--objects")
-        options.objects.wanted = true;
-    else if (name == "--zones")
-        options.objects.zones = true;
-    else if (name == "--force")
-        options.force = true;
-    else if (name == "--quiet")
-        options.quiet = true;
-    else
-        return false;
-    return true;
+    static RowMap const rows = [] {
+        RowMap all = CommonRows();
+        all.merge(SearchRows());
+        all.merge(MeasureRows());
+        return all;
+    }();
+    return rows;
+}
+
+/// What only shows when all options are read.
+void CheckTogether(Options const& options, std::string const& object_option)
+{
+    ObjectOptions const& objects = options.objects;
+    if (!object_option.empty() && !objects.wanted)
+        throw UsageError(object_option + " needs --objects");
+    if (options.files.size() > 1 && !(objects.label_file + objects.outline_file).empty())
+        throw UsageError(
+            std::string(objects.label_file.empty() ? "--save-outlines" : "--save-labels") +
+            " takes one picture at a time");
+    if (!objects.labels.empty() && (objects.threshold || objects.dark))
+        throw UsageError("--labels brings the objects: leave out --threshold and --dark");
 }
 
 } // namespace
@@ -166,25 +226,34 @@ bool SetFlag(Options& options, std::string const& name)
 Options ReadOptions(std::vector<std::string> const& arguments)
 {
     Options options;
-    bool only_files = false; // behind "--"
+    std::string object_option; // the first one
+    bool only_files = false;   // behind "--"
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         std::string const& argument = arguments[i];
         if (only_files || argument.empty() || argument[0] != '-') {
             options.files.push_back(argument);
-        } else if (argument == "--") {
-            only_files = true;
-        } else if (SetFlag(options, argument)) {
             continue;
-        } else { // "--name=value" or "--name value"
-            auto const sign = argument.find('=');
-            std::string const name = argument.substr(0, sign);
-            bool const joined = sign != std::string::npos;
-            if (!joined && i + 1 == arguments.size())
-                throw UsageError("'" + argument + "' is no option, or its value is missing");
-            if (!SetOption(options, name, joined ? argument.substr(sign + 1) : arguments[++i]))
-                throw UsageError("'" + name + "' is no option");
         }
+        if (argument == "--") {
+            only_files = true;
+            continue;
+        }
+        auto const sign = argument.find('='); // "--name=value" or "--name value"
+        std::string const name = argument.substr(0, sign);
+        bool const joined = sign != std::string::npos;
+        auto const found = Rows().find(name);
+        if (found == Rows().end())
+            throw UsageError("'" + name + "' is no option");
+        Row const& row = found->second;
+        if (row.flag && joined)
+            throw UsageError(name + " takes no value");
+        if (!row.flag && !joined && i + 1 == arguments.size())
+            throw UsageError("the value of " + name + " is missing");
+        row.set(options, row.flag ? "" : joined ? argument.substr(sign + 1) : arguments[++i]);
+        if (row.of_objects && object_option.empty())
+            object_option = name;
     }
+    CheckTogether(options, object_option);
     return options;
 }
 

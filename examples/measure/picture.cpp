@@ -58,20 +58,62 @@ unsigned long FileSize(std::string const& path)
     return size;
 }
 
-void AllocatePage(Page& page, unsigned long file_size, unsigned long most_packing)
+unsigned long PageHeader::RowBytes() const
 {
-    constexpr unsigned long most_elements = 0x7FFFFFFF; // of a vector
-    if (page.width == 0 || page.height == 0)
+    return width * samples * NKelmic::TypedChunk::SizeOf(type);
+}
+
+std::string PageHeader::SizeText() const
+{
+    return std::to_string(width) + " x " + std::to_string(height) + " pixels";
+}
+
+void CheckSize(PageHeader const& header, unsigned long file_size, unsigned long most_packing)
+{
+    constexpr unsigned long most_side = 0x7FFFFFFF;
+    if (header.width == 0 || header.height == 0)
         throw ReadError("has no pixels");
-    if (page.width > most_elements / page.samples / page.height)
-        throw ReadError("is too large: " + std::to_string(page.width) + " x " +
-                        std::to_string(page.height) + " pixels");
-    unsigned long const size =
-        page.Pixels() * page.samples * NKelmic::TypedChunk::SizeOf(page.type);
+    unsigned long size = 0;
+    if (header.width > most_side || header.height > most_side ||
+        __builtin_mul_overflow(header.RowBytes(), header.height, &size))
+        throw ReadError("is too large: " + header.SizeText());
     if (size / most_packing > file_size)
         throw ReadError("is cut off or damaged: " + std::to_string(size) + " bytes of pixels in " +
                         std::to_string(file_size) + " bytes of file");
-    page.bytes = std::make_unique_for_overwrite<unsigned char[]>(size);
+}
+
+Page ReadAll(Reader& reader, PageHeader const& header)
+{
+    constexpr unsigned long most_elements = 0x7FFFFFFF; // of a vector
+    if (header.width > most_elements / header.samples / header.height)
+        throw ReadError("is too large to be in memory as a whole: " + header.SizeText());
+    Page page{header, nullptr};
+    try {
+        page.bytes = std::make_unique_for_overwrite<unsigned char[]>(header.Bytes());
+    } catch (std::bad_alloc const&) {
+        throw ReadError("needs " + std::to_string(header.Bytes() / 1000000 + 1) +
+                        " MB of memory for its " + header.SizeText() + ", more than there is");
+    }
+    reader.ReadRows(header.height, page.bytes.get());
+    return page;
+}
+
+bool ReadPage(Reader& reader, Page& page)
+{
+    PageHeader header;
+    if (!reader.NextPage(header))
+        return false;
+    page = ReadAll(reader, header);
+    return true;
+}
+
+unsigned long CountPages(std::string const& path)
+{
+    auto const reader = OpenPicture(path);
+    unsigned long count = 0;
+    for (PageHeader header; reader->NextPage(header); header = PageHeader())
+        ++count;
+    return count;
 }
 
 } // namespace measure

@@ -2,7 +2,9 @@
 
 #include <bit>
 #include <cstdio>
+#include <cstring>
 #include <png.h>
+#include <vector>
 
 namespace measure {
 namespace {
@@ -16,7 +18,8 @@ void OnError(png_structp png, png_const_charp message)
 
 void OnWarning(png_structp, png_const_charp) {}
 
-/// The one picture of a PNG file. Palettes become RGB; a transparency channel is left out.
+/// The one picture of a PNG file, row by row; an interlaced one is held as a whole. Palettes become
+/// RGB; a transparency channel is left out.
 class PngReader : public Reader {
 public:
     explicit PngReader(std::string const& path)
@@ -24,32 +27,58 @@ public:
     {
         if (!file_)
             throw ReadError("cannot be opened");
-        png_ = png_create_read_struct(PNG_LIBPNG_VER_STRING, &message_, OnError, OnWarning);
-        info_ = png_ ? png_create_info_struct(png_) : nullptr;
-        if (!info_) {
-            png_destroy_read_struct(&png_, nullptr, nullptr);
-            throw std::bad_alloc();
-        }
+        Start();
     }
     PngReader(PngReader const&) = delete;
     PngReader& operator=(PngReader const&) = delete;
     ~PngReader() override { png_destroy_read_struct(&png_, &info_, nullptr); }
 
-    bool Next(Page& page) override
+    bool NextPage(PageHeader& header) override
     {
         if (done_)
             return false;
         done_ = true;
         Guarded([this] { ReadHeader(); });
-        page.width = png_get_image_width(png_, info_);
-        page.height = png_get_image_height(png_, info_);
-        page.samples = png_get_channels(png_, info_);
-        page.type = png_get_bit_depth(png_, info_) == 16 ? NKelmic::DataTypeBase::UnsignedShort
-                                                         : NKelmic::DataTypeBase::Byte;
+        header = PageHeader();
+        header.width = png_get_image_width(png_, info_);
+        header.height = png_get_image_height(png_, info_);
+        header.samples = png_get_channels(png_, info_);
+        header.type = png_get_bit_depth(png_, info_) == 16 ? NKelmic::DataTypeBase::UnsignedShort
+                                                           : NKelmic::DataTypeBase::Byte;
         constexpr unsigned long most_packing = 1100; // deflate reaches 1032
-        AllocatePage(page, size_, most_packing);
-        Guarded([this, bytes = page.bytes.get()] { ReadPixels(bytes); });
+        CheckSize(header, size_, most_packing);
+        header_ = header;
         return true;
+    }
+
+    void ReadRows(unsigned long count, unsigned char* bytes) override
+    {
+        unsigned long const stride = header_.RowBytes();
+        if (passes_ > 1) {
+            HoldAll();
+            std::memcpy(bytes, &whole_[row_ * stride], count * stride);
+        } else {
+            Guarded([=, this] {
+                for (unsigned long y = 0; y < count; ++y)
+                    png_read_row(png_, bytes + y * stride, nullptr);
+                if (row_ + count == header_.height)
+                    png_read_end(png_, nullptr);
+            });
+        }
+        row_ += count;
+    }
+
+    void Rewind() override
+    {
+        if (row_ == 0)
+            return;
+        row_ = 0;
+        if (passes_ > 1)
+            return;
+        png_destroy_read_struct(&png_, &info_, nullptr);
+        std::rewind(file_.get());
+        Start();
+        Guarded([this] { ReadHeader(); });
     }
 
 private:
@@ -77,14 +106,27 @@ private:
         png_read_update_info(png_, info_);
     }
 
-    void ReadPixels(unsigned char* bytes)
+    void Start()
     {
-        unsigned long const stride = png_get_rowbytes(png_, info_);
-        unsigned long const height = png_get_image_height(png_, info_);
-        for (int pass = 0; pass < passes_; ++pass)
-            for (unsigned long y = 0; y < height; ++y)
-                png_read_row(png_, bytes + y * stride, nullptr);
-        png_read_end(png_, nullptr);
+        png_ = png_create_read_struct(PNG_LIBPNG_VER_STRING, &message_, OnError, OnWarning);
+        info_ = png_ ? png_create_info_struct(png_) : nullptr;
+        if (!info_) {
+            png_destroy_read_struct(&png_, nullptr, nullptr);
+            throw std::bad_alloc();
+        }
+    }
+
+    void HoldAll()
+    {
+        if (!whole_.empty())
+            return;
+        whole_.resize(header_.Bytes());
+        Guarded([this] {
+            for (int pass = 0; pass < passes_; ++pass)
+                for (unsigned long y = 0; y < header_.height; ++y)
+                    png_read_row(png_, &whole_[y * header_.RowBytes()], nullptr);
+            png_read_end(png_, nullptr);
+        });
     }
 
     unsigned long size_;
@@ -94,6 +136,9 @@ private:
     png_infop info_ = nullptr;
     int passes_ = 1;
     bool done_ = false;
+    PageHeader header_;
+    unsigned long row_ = 0;
+    std::vector<unsigned char> whole_; // of an interlaced picture
 };
 
 } // namespace

@@ -17,17 +17,41 @@ public:
             throw ReadError("cannot be opened");
     }
 
-    bool Next(Page& page) override
+    bool NextPage(PageHeader& header) override
     {
-        SkipBlanks(); // behind a picture; also tells whether there is another
+        Seek(end_);
+        SkipBlanks(); // behind a picture; also says whether there is another
         if (std::feof(file_.get()))
             return false;
-        ReadHeader(page);
-        ReadPixels(page);
+        header = PageHeader();
+        ReadHeader(header);
+        start_ = static_cast<unsigned long>(std::ftell(file_.get()));
+        CheckSize(header, size_ - std::min(start_, size_), 1);
+        end_ = start_ + header.Bytes();
+        header_ = header;
         return true;
     }
 
+    void ReadRows(unsigned long count, unsigned char* bytes) override
+    {
+        unsigned long const size = count * header_.RowBytes();
+        if (std::fread(bytes, 1, size, file_.get()) != size)
+            throw ReadError("is cut off or damaged: the pixels end early");
+        bool const wide = header_.type == NKelmic::DataTypeBase::UnsignedShort;
+        if (wide && std::endian::native == std::endian::little) // most significant byte first
+            for (unsigned long i = 0; i < size; i += 2)
+                std::swap(bytes[i], bytes[i + 1]);
+    }
+
+    void Rewind() override { Seek(start_); }
+
 private:
+    void Seek(unsigned long place)
+    {
+        if (std::fseek(file_.get(), static_cast<long>(place), SEEK_SET) != 0)
+            throw ReadError("cannot be read at byte " + std::to_string(place));
+    }
+
     int Get() { return std::getc(file_.get()); }
 
     /// Go to the next byte that is neither blank nor comment.
@@ -46,7 +70,7 @@ private:
 
     unsigned long ReadNumber()
     {
-        constexpr unsigned long limit = 0x7FFFFFFF;
+        constexpr unsigned long limit = 0x80000000; // more than is read
         SkipBlanks();
         unsigned long n = 0;
         int c = Get();
@@ -54,12 +78,12 @@ private:
             throw ReadError("has a broken PNM header");
         for (; c >= '0' && c <= '9'; c = Get())
             n = std::min(n * 10 + static_cast<unsigned long>(c - '0'), limit);
-        if (!IsBlank(c)) // just one blank stands between the header and the pixels
+        if (!IsBlank(c)) // just one blank is between the header and the pixels
             throw ReadError("has a broken PNM header");
         return n;
     }
 
-    void ReadHeader(Page& page)
+    void ReadHeader(PageHeader& page)
     {
         int const magic = Get();
         int const kind = Get();
@@ -75,21 +99,10 @@ private:
             highest <= 0xFF ? NKelmic::DataTypeBase::Byte : NKelmic::DataTypeBase::UnsignedShort;
     }
 
-    void ReadPixels(Page& page)
-    {
-        auto const at = static_cast<unsigned long>(std::ftell(file_.get()));
-        AllocatePage(page, size_ - std::min(at, size_), 1);
-        bool const wide = page.type == NKelmic::DataTypeBase::UnsignedShort;
-        unsigned long const size = page.Pixels() * page.samples * (wide ? 2 : 1);
-        if (std::fread(page.bytes.get(), 1, size, file_.get()) != size)
-            throw ReadError("is cut off or damaged: the pixels end early");
-        if (wide && std::endian::native == std::endian::little) // most significant byte first
-            for (unsigned long i = 0; i < size; i += 2)
-                std::swap(page.bytes[i], page.bytes[i + 1]);
-    }
-
     unsigned long size_;
     std::unique_ptr<std::FILE, int (*)(std::FILE*)> file_;
+    PageHeader header_;
+    unsigned long start_ = 0, end_ = 0; // of the pixels of this picture
 };
 
 } // namespace

@@ -1,7 +1,6 @@
 #include <measure/report.h>
 
-#include <charconv>
-#include <cmath>
+#include <measure/forms.h>
 
 namespace measure {
 namespace {
@@ -65,16 +64,6 @@ void PrintBlock(std::ostream& out, Block const& block, Policies const& policies)
 }
 
 } // namespace
-
-std::string NumberText(double value)
-{
-    constexpr double exact = 9007199254740992.0; // 2^53: whole numbers below are exact
-    std::array<char, 40> text;
-    bool const whole = std::trunc(value) == value && std::abs(value) < exact;
-    auto const end = whole ? std::to_chars(text.begin(), text.end(), static_cast<long>(value))
-                           : std::to_chars(text.begin(), text.end(), value);
-    return std::string(text.begin(), end.ptr);
-}
 
 void PrintPage(std::ostream& out, std::string const& title, Page page, Options const& options)
 {

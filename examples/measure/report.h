@@ -8,10 +8,6 @@
 
 namespace measure {
 
-/// A number as short as it reads back the same, independent of the locale: whole numbers below
-/// 2^53 without exponent, others to 17 digits.
-std::string NumberText(double value);
-
 /// Measure the blocks of one page and print them.
 void PrintPage(std::ostream& out, std::string const& title, Page page, Options const& options);
 

@@ -39,7 +39,7 @@ PMemBlock OpenPicture(std::string const& path)
 {
     std::vector<Page> pages;
     auto const reader = measure::OpenPicture(path);
-    for (Page page; reader->Next(page); page = Page())
+    for (Page page; ReadPage(*reader, page); page = Page())
         pages.push_back(std::move(page));
     if (pages.empty())
         throw ReadError("has no picture");

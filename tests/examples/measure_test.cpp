@@ -1,7 +1,7 @@
 #include "truth.h"
 
+#include <measure/forms.h>
 #include <measure/measures.h>
-#include <measure/report.h>
 #include <support/testdata.h>
 
 #include <cmath>
@@ -61,7 +61,7 @@ TEST(Measure, EveryKnownPictureHasTheNumbersOfItsTruth)
         bool const many = truth.contains(stem + "_z00");
         auto const reader = OpenPicture(entry.path());
         Page page;
-        for (int number = 1; reader->Next(page); ++number, page = Page())
+        for (int number = 1; ReadPage(*reader, page); ++number, page = Page())
             for (Block const& block : BlocksOf(page, 1)) {
                 if (!block.measured)
                     continue;

@@ -59,12 +59,20 @@ TEST_F(MeasureProgram, PrintsTablesInTheFormAskedFor)
     auto const path = File("four.pgm", "P5 5 4 255\n" + std::string(6, '\1') + "\x9\7\1\7" +
                                            std::string(10, '\1'));
     std::tuple<char const*, char const*> const cases[] = {
-        {"--format=text", "\t\"grey\"\t5\t4\t\"byte\"\t1.0\t1.0\t0\t9.0\t6\t"},
-        {"--format=xml", "<row><a n=\"block\" t=\"s\">grey</a>"},
+        {"--format=text", "1 grey             5            4 byte            1"},
+        {"--format=xml", R"(<a n="block" t="s">grey</a><a n="width" t="i">5</a>)"},
         {"--format=html", "<tr><th>file</th><th>page</th><th>block</th>"},
-        {"--objects", ", page 1, 1 objects\nlabel\tarea\tfirst"},
-        {"--objects --threshold=1", "\n1\t2\t6\t1\t1\t2\t1\t7\t9\t16.0\t8.0\n"},
-        {"--objects --format=html --threshold=6", "<td>1</td><td>2</td><td>6</td>"},
+        {"--format=json", R"("minimum": 1, "minimum_at": 0, "maximum": 9)"},
+        {"--format=tsv", "\t1\tgrey\t5\t4\tbyte\t1\t1\t0\t9\t6\t"},
+        {"--objects --properties=area,first,sum --format=csv", "four.pgm,1,1,2,6,16,1\r\n"},
+        {"--objects --properties=area --format=csv --factor=2", ",1,1,2,2,1\r\n"},
+        {"--objects --properties=area,mean --format=csv --factor=2", ",1,1,2,16,2,1\r\n"},
+        {"--objects --summary --properties=area --format=csv",
+         ",1,5,4,2,3,0.15,1.5,0.7071067811865476,1.5,1\r\n"},
+        {"--objects --format=html --threshold=6 --pixel-size=2um",
+         "<th>area <small>um2</small></th>"},
+        {"--version", "measure (memblock) 2."},
+        {"-h", "Usage: measure "},
     };
     for (auto const& [arguments, wanted] : cases) {
         auto const outcome = RunMeasure(std::string(arguments) + " " + path);
@@ -73,7 +81,12 @@ TEST_F(MeasureProgram, PrintsTablesInTheFormAskedFor)
     }
     auto const labels = File("labels.pgm", "P5 2 1 255\n12");
     EXPECT_EQ(RunMeasure("--objects --labels=" + labels + " " + path, errors).text,
-              "measure: " + path + ": is not as large as the picture\n");
+              "measure: " + labels + ": has 2 x 1 pixels in page 1, and '" + path +
+                  "' has 5 x 4 pixels: give one of the same size\n");
+    auto const stack = File("stack.pgm", "P5 2 1 255\n12P5 2 1 255\n34");
+    EXPECT_EQ(RunMeasure("--objects --and=" + labels + " " + stack, errors).text,
+              "measure: " + labels + ": has 1 page, and '" + stack +
+                  "' has 2 pages: give one for each\n");
 }
 
 TEST_F(MeasureProgram, ABadFileGetsOneLineAndTheOthersAreStillMeasured)
@@ -85,7 +98,7 @@ TEST_F(MeasureProgram, ABadFileGetsOneLineAndTheOthersAreStillMeasured)
         {File("cut.pgm", "P5 4 4 255\n123"),
          "is cut off or damaged: 16 bytes of pixels in 3 bytes of file"},
         {File("huge.pgm", "P5 99999999999 99999 255\n123"),
-         "is too large: 2147483647 x 99999 pixels"},
+         "is too large: 2147483648 x 99999 pixels"},
         {File("none.pgm", "P5 0 4 255\n123"), "has no pixels"},
         {File("header.pgm", "P5 4 x 255\n123"), "has a broken PNM header"},
         {File("level.pgm", "P5 1 1 70000\n123"), "has a broken PNM header"},
@@ -108,10 +121,28 @@ TEST_F(MeasureProgram, ABadFileGetsOneLineAndTheOthersAreStillMeasured)
 
 TEST_F(MeasureProgram, ACallThatIsNotUnderstoodExitsWith2)
 {
-    for (char const* arguments :
-         {"--factor=0", "--factor", "--factor=-1", "--factor=x", "--nan=perhaps", "--colour=red",
-          "--threshold=high", "--touch=6", "--format=pdf", "--threads=-1", "--threads=2x",
-          "--threads=1025"}) {
+    for (char const* arguments : {"--factor=0",
+                                  "--factor",
+                                  "--factor=-1",
+                                  "--factor=x",
+                                  "--nan=perhaps",
+                                  "--colour=red",
+                                  "--threshold=high",
+                                  "--touch=6",
+                                  "--format=pdf",
+                                  "--threads=-1",
+                                  "--threads=2x",
+                                  "--threads=1025",
+                                  "--dark",
+                                  "--labels=x.pgm",
+                                  "--summary",
+                                  "--objects --properties=size",
+                                  "--objects --pixel-size=0.5",
+                                  "--objects --min-area=-1",
+                                  "--objects --save-labels=x.png",
+                                  "--objects --save-labels=x.tif a b",
+                                  "--objects --labels=a --dark",
+                                  "--quiet=1"}) {
         SCOPED_TRACE(arguments);
         auto const outcome = RunMeasure(arguments);
         EXPECT_EQ(outcome.status, 2);
@@ -127,11 +158,13 @@ TEST_F(MeasureProgram, EveryCutOfARealFileFailsCleanly)
         fs::copy_file(TestData() / name, path);
         for (double const share : {0.999, 0.5, 0.01}) {
             fs::resize_file(path, static_cast<std::uintmax_t>(fs::file_size(path) * share));
-            auto const outcome = RunMeasure(path, errors);
-            SCOPED_TRACE(outcome.text);
-            EXPECT_EQ(outcome.status, 1);
-            EXPECT_EQ(outcome.text.find("measure: " + path + ": is cut off or damaged: "), 0u);
-            EXPECT_EQ(outcome.text.find('\n'), outcome.text.size() - 1);
+            for (char const* const objects : {"", "--objects "}) {
+                auto const outcome = RunMeasure(objects + path, errors);
+                SCOPED_TRACE(outcome.text);
+                EXPECT_EQ(outcome.status, 1);
+                EXPECT_EQ(outcome.text.find("measure: " + path + ": is cut off or damaged: "), 0u);
+                EXPECT_EQ(outcome.text.find('\n'), outcome.text.size() - 1);
+            }
         }
     }
 }
@@ -150,7 +183,8 @@ TEST_F(MeasureProgram, AnyNumberOfThreadsGivesTheSame)
                  std::string(10, '\2');
     auto const files = File("many.pgm", pages) + " " + File("cut.pgm", pages + "P5 9 9") + " " +
                        File("rgb.ppm", "P6 1 1 255\nabc");
-    for (std::string const form : {"", "--format=text", "--format=xml", "--objects --zones"}) {
+    for (std::string const form : {"", "--format=text", "--format=xml", "--objects --zones",
+                                   "--objects --summary --format=json"}) {
         auto const one = RunMeasure("--threads=1 " + form + " " + files);
         EXPECT_EQ(one.status, 1);
         EXPECT_GT(one.text.size(), 1000U);

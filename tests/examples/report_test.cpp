@@ -60,14 +60,14 @@ TEST_F(MeasureReport, IsOnePageAFileWithASectionAPlaneAndARowAnObject)
     EXPECT_EQ(RunMeasure("--report='" + pages + "' '" + picture.string() + "'").status, 0);
     std::string const page = Contents(fs::path(pages) / "a<b&c.pgm.html");
     EXPECT_EQ(Count(page, "<section>"), 2);
-    EXPECT_EQ(Count(page, "<tr><td>"), 2);
+    EXPECT_EQ(Count(page, "\"outlines\":\\[\\[\\["), 2) << "an object in each";
     EXPECT_EQ(Count(page, "a&lt;b&amp;c.pgm"), 2) << "in the title and above the page";
     EXPECT_EQ(Count(page, "(src|href)=\"(?!data:)"), 0) << "needs another file";
 
     auto const blocked =
         RunMeasure("--report='" + picture.string() + "' '" + picture.string() + "'", errors);
     EXPECT_EQ(blocked.status, 1);
-    EXPECT_NE(blocked.text.find("cannot write '"), std::string::npos) << blocked.text;
+    EXPECT_NE(blocked.text.find("cannot write to "), std::string::npos) << blocked.text;
 }
 
 TEST_F(MeasureReport, PagesOfNamesakesDiffer)
@@ -91,21 +91,34 @@ TEST_F(MeasureReport, OpensInABrowserAndSortsItsRows)
                          (TestData() / "nuclei_dsb_8.png").string() + "'")
                   .status,
               0);
-    // The same page, whose reader clicks on "area" twice and points at the first row.
+    // The same page, whose reader sorts by area twice, clicks on the first row, then into the
+    // picture after zooming.
     std::ofstream(path, std::ios::app) << R"~(<script>
-const head = document.querySelectorAll("th")[1];
+const section = document.querySelector("section"), {model, picture} = section;
+const head = section.querySelectorAll("th")[1];
 head.click();
 head.click();
-const row = document.querySelectorAll("tr")[1];
-row.cells[0].dispatchEvent(new MouseEvent("mouseover", {bubbles: true}));
-const shown = Array.from(document.images).every(image => image.naturalWidth === 256);
-document.title = [shown, row.cells[1].textContent,
-                  document.querySelector(".box").style.display].join(" ");
+const row = section.querySelector("tr[data-row]");
+row.cells[0].click();
+const selected = model.cells[0][model.selected];
+const before = picture.zoom;
+section.querySelector(".buttons button").click();
+const zoomed = picture.zoom > before;
+const box = picture.canvas.getBoundingClientRect();
+const wanted = 7; // its first pixel is inside
+const first = model.cells[model.names.indexOf("first")][wanted];
+const at = {clientX: box.left + picture.x + (first % 256 + 0.5) * picture.zoom,
+            clientY: box.top + picture.y + (Math.floor(first / 256) + 0.5) * picture.zoom,
+            pointerId: 1, bubbles: true};
+picture.canvas.dispatchEvent(new PointerEvent("pointerdown", at));
+picture.canvas.dispatchEvent(new PointerEvent("pointerup", at));
+document.title = [section.querySelector(".rows").dataset.objects, row.cells[1].textContent,
+                  row.cells[0].textContent == selected, zoomed, model.selected === wanted,
+                  document.title].join(" ");
 </script>)~";
     auto const seen = Browse(path);
-    EXPECT_EQ(Count(seen.text, "<tr><td>"), 50) << "rows";
     EXPECT_EQ(Count(seen.text, ":CONSOLE"), 0) << "messages on the console:\n" << seen.text;
-    EXPECT_EQ(Count(seen.text, "<title>true 824 block</title>"), 1)
+    EXPECT_EQ(Count(seen.text, "<title>50 848 true true true nuclei_dsb_8.png</title>"), 1)
         << seen.text.substr(seen.text.find("<title>"), 100);
 }
 
