@@ -51,7 +51,8 @@ struct MeasureOptions {
     /// Objects of fewer or more pixels are left out, and do not count as objects.
     std::int64_t min_pixels = 0, max_pixels = INT64_MAX;
     bool drop_at_edge = false; ///< those with a pixel at the edge of the picture, too
-    /// Whether labels between 1 and the greatest that no pixel has become objects without pixels.
+    /// Whether labels between 1 and the greatest that no pixel has become objects without pixels;
+    /// not where objects are left out by size or place.
     bool keep_gaps = true;
 };
 

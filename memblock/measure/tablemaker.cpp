@@ -28,7 +28,10 @@ public:
     TableMaker(Plan const& plan, ResultRows const& rows)
         : plan_(plan), rows_(rows), order_(OrderOf(rows.keys))
     {
-        if (plan.ByLabels() && plan.setup.options.keep_gaps)
+        MeasureOptions const& options = plan.setup.options;
+        bool const filtered = options.min_pixels > 0 || options.max_pixels < INT64_MAX ||
+                              options.drop_at_edge; // what was left out is no gap
+        if (plan.ByLabels() && options.keep_gaps && !filtered)
             FillGaps();
     }
 
