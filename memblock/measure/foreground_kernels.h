@@ -4,6 +4,7 @@
 #include <memblock/base/multiversion.h>
 #include <memblock/core/datatype.h>
 #include <memblock/imaging/pixel_kernels.h>
+#include <memblock/vector/elemnumber_internal.h>
 
 #include <cmath>
 #include <cstdint>
@@ -13,19 +14,15 @@
 /// Rows of pixels cut into runs.
 namespace NKelmic::measuring {
 
-/// The type in which pixels are compared: a `triple` is no number to the compiler.
-template <class T>
-using Comparable = std::conditional_t<std::is_same_v<T, triple>, unsigned int, T>;
-
 /// The values that belong to objects: from `least` to `greatest`, both included. NaN is never in
 /// it.
 template <class T>
 struct ValueRange {
-    Comparable<T> least, greatest;
+    wide_t<T> least, greatest;
 
     bool Has(T pixel) const
     {
-        Comparable<T> const v = pixel;
+        wide_t<T> const v = pixel;
         return (v >= least) & (v <= greatest); // `&`: without a branch the loop becomes vector code
     }
 };
@@ -36,7 +33,7 @@ struct ValueRange {
 template <class T>
 ValueRange<T> RangeOf(double threshold, bool dark)
 {
-    using V = Comparable<T>;
+    using V = wide_t<T>;
     using Limits = std::numeric_limits<T>;
     V const lowest = Limits::lowest(), highest = Limits::max();
     if (threshold < static_cast<double>(lowest)) // dark: nothing is so low, an empty range

@@ -1,7 +1,7 @@
 #include <memblock/measure/threshold.h>
 
-#include <memblock/measure/foreground_kernels.h>
 #include <memblock/measure/run_internal.h>
+#include <memblock/vector/range_kernels.h>
 
 #include <boost/multiprecision/cpp_int.hpp>
 
@@ -10,7 +10,6 @@
 
 namespace NKelmic {
 
-using measuring::Comparable;
 using measuring::Exact;
 using measuring::UnsignedExact;
 
@@ -18,14 +17,6 @@ namespace {
 
 constexpr std::size_t most_values = std::size_t{1} << 20;
 constexpr std::size_t many_bins = 1 << 16;
-
-template <class T>
-bool IsFinite(T v)
-{
-    if constexpr (std::is_floating_point_v<T>)
-        return std::isfinite(v);
-    return true;
-}
 
 template <class Kernel>
 decltype(auto) WithPixels(DataType type, Kernel&& kernel)
@@ -108,23 +99,12 @@ FiniteRange::FiniteRange() : least(std::numeric_limits<double>::quiet_NaN()), gr
 void FiniteRange::Add(DataType type, void const* pixels, std::size_t count)
 {
     WithPixels(type, [&]<class T>(TypeTag<T>) {
-        using V = Comparable<T>;
-        T const* const p = static_cast<T const*>(pixels);
-        V low = std::numeric_limits<T>::max(), high = std::numeric_limits<T>::lowest();
-        bool found = false;
-        for (std::size_t i = 0; i < count; ++i) {
-            V const v = p[i];
-            if (!IsFinite(v))
-                continue;
-            found = true;
-            low = std::min(low, v);
-            high = std::max(high, v);
-        }
-        if (!found)
+        auto const found = MinMaxOf<true>(static_cast<T const*>(pixels), count);
+        if (found.IsEmpty())
             return;
         FiniteRange part;
-        part.least = static_cast<double>(low);
-        part.greatest = static_cast<double>(high);
+        part.least = static_cast<double>(found.min);
+        part.greatest = static_cast<double>(found.max);
         Add(part);
     });
 }
@@ -175,7 +155,7 @@ void PixelHistogram::Add(void const* pixels, std::size_t count)
         } else {
             double const last = static_cast<double>(counts_.size() - 1);
             for (std::size_t i = 0; i < count; ++i) {
-                Comparable<T> const v = p[i];
+                wide_t<T> const v = p[i];
                 if (!IsFinite(v))
                     continue;
                 double const bin =
